@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs every Debian 12 package Tamvex needs to build, run and test.
+set -euo pipefail
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update
+$SUDO apt-get install -y --no-install-recommends \
+  cmake ninja-build pkg-config g++ git ca-certificates \
+  qt6-base-dev qt6-declarative-dev qt6-multimedia-dev qt6-httpserver-dev qt6-svg-dev \
+  qt6-tools-dev qcoro-qt6-dev \
+  qml6-module-qtquick qml6-module-qtquick-window qml6-module-qtquick-controls \
+  qml6-module-qtquick-templates qml6-module-qtquick-layouts qml6-module-qtquick-shapes \
+  qml6-module-qtqml-workerscript qml6-module-qtmultimedia \
+  libavformat-dev libavcodec-dev libswresample-dev libavutil-dev \
+  libsqlite3-dev libevdev-dev libx11-dev libxtst-dev libxi-dev \
+  libbenchmark-dev \
+  xvfb xauth dbus-daemon dbus-x11 pulseaudio pulseaudio-utils ffmpeg sqlite3 sox

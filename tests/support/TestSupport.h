@@ -1,0 +1,88 @@
+#pragma once
+
+#include "platform/Clock.h"
+#include "platform/Defaults.h"
+#include "platform/Paths.h"
+#include "platform/Sounds.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <qcoro/qcorotask.h>
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+namespace tamvex::test {
+
+/// Collects the lines written to the system's log category while it lives.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    /// Every info and error line, in order, as "info: text" / "error: text".
+    QStringList lines() const;
+    /// True when some line equals `line` exactly (without the level prefix).
+    bool has(const QString& line) const;
+    /// True when some line starts with `prefix`.
+    bool hasPrefix(const QString& prefix) const;
+    void clear();
+};
+
+/// Sounds that are only noted, in order of playing, as "Name@volume".
+class RecordingSounds final : public SoundPlayer {
+public:
+    void play(const QString& name, float volume) override;
+    QStringList played;
+};
+
+/// A sandbox: a temporary root with its own Paths and settings file.
+struct TestEnv {
+    TestEnv();
+    QTemporaryDir root;
+    Paths paths;
+    std::unique_ptr<Defaults> defaults;
+    /// Reopens the settings file, as a restart would.
+    void reopenDefaults();
+};
+
+/// Runs the event loop until `task` is done or `timeoutMs` passes; rethrows its error.
+/// Throws std::runtime_error on the deadline rather than hanging.
+template <class T> T syncWait(QCoro::Task<T>&& task, int timeoutMs = 20000) {
+    std::optional<T> result;
+    std::exception_ptr error;
+    bool done = false;
+    auto runner = [&]() -> QCoro::Task<void> {
+        try {
+            result.emplace(co_await std::move(task));
+        } catch (...) {
+            error = std::current_exception();
+        }
+        done = true;
+    };
+    auto keep = runner();
+    QDeadlineTimer deadline(timeoutMs);
+    while (!done && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
+    if (!done)
+        throw std::runtime_error("syncWait: task did not finish in time");
+    if (error)
+        std::rethrow_exception(error);
+    return std::move(*result);
+}
+
+/// syncWait for a task without a value.
+void syncWait(QCoro::Task<void>&& task, int timeoutMs = 20000);
+
+/// Runs the event loop for `ms` milliseconds, or until `until` is true.
+bool spinUntil(const std::function<bool()>& until, int ms = 5000);
+
+/// Path of a file in the shared test data folder; empty when it is not there.
+QString testData(const QString& name);
+
+} // namespace tamvex::test
