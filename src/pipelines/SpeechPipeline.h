@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QString>
+
+#include <qcoro/qcorotask.h>
+
+#include <optional>
+
+namespace tamvex {
+
+/// What the requests of one dictation cost, as the service reported it.
+struct UsageInfo {
+    qint64 promptTokens = 0;
+    qint64 completionTokens = 0;
+    qint64 totalTokens = 0; ///< as reported, not summed here
+    double costUSD = 0.0;
+    bool operator==(const UsageInfo&) const = default;
+};
+
+/// The text of one dictation and what it cost.
+struct SpeechResult {
+    QString text; ///< trimmed by the pipeline; may be empty
+    std::optional<UsageInfo> usage;
+};
+
+/// Turns one finished audio file into text.
+class SpeechPipeline {
+public:
+    virtual ~SpeechPipeline() = default;
+    /// Transcribes the audio file at `audioPath`; throws a typed error on failure.
+    virtual QCoro::Task<SpeechResult> process(QString audioPath) = 0;
+};
+
+} // namespace tamvex
