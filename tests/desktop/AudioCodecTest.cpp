@@ -1,0 +1,163 @@
+#include "desktop/AudioTestSupport.h"
+#include "support/TestSupport.h"
+
+#include "platform/AudioDecoder.h"
+#include "platform/AudioEncoder.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+constexpr int kAacRate = 44100;
+
+/// Encodes `samples` in uneven pieces, as a microphone would hand them over.
+void encodeFile(const QString& path, const std::vector<float>& samples) {
+    AudioFileEncoder encoder(path);
+    size_t at = 0;
+    for (size_t piece = 1; at < samples.size(); piece = piece * 3 % 2000 + 1) {
+        const size_t n = std::min(piece, samples.size() - at);
+        encoder.write(samples.data() + at, qsizetype(n));
+        at += n;
+    }
+    QCOMPARE(encoder.samplesWritten(), qint64(samples.size()));
+    encoder.finish();
+    QVERIFY(encoder.isFinished());
+}
+} // namespace
+
+class AudioCodecTest : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_dir;
+
+    QString path(const QString& name) const { return m_dir.filePath(name); }
+
+private slots:
+    void encodedFileIsMonoAacAtItsLengthAndLevel() {
+        const auto tone = sine(440, 0.1, 2.0, kAacRate);
+        encodeFile(path("tone.m4a"), tone);
+
+        AudioFileDecoder decoder(path("tone.m4a"), kAacRate);
+        QCOMPARE(decoder.codecName(), QStringLiteral("aac"));
+        QCOMPARE(decoder.inputSampleRate(), kAacRate);
+        QCOMPARE(decoder.inputChannels(), 1);
+        QVERIFY2(std::abs(decoder.durationSeconds() - 2.0) < 0.05, qPrintable(QString::number(decoder.durationSeconds())));
+        const auto decoded = decoder.readAll();
+        // The codec's trailing padding is cut off: the sample count matches what went in.
+        QVERIFY2(std::abs(double(decoded.size()) - double(tone.size())) < 0.05 * kAacRate,
+                 qPrintable(QString::number(decoded.size())));
+        QVERIFY(std::abs(toDb(rms(decoded)) - toDb(rms(tone))) < 0.5);
+
+        // The same file at whisper's rate: a third of the samples, the same level.
+        AudioFileDecoder at16k(path("tone.m4a"), 16000);
+        QCOMPARE(at16k.outputRate(), 16000);
+        const auto low = at16k.readAll();
+        QVERIFY2(std::abs(double(low.size()) - 32000.0) < 800, qPrintable(QString::number(low.size())));
+        QVERIFY(std::abs(toDb(rms(low)) - toDb(rms(tone))) < 0.5);
+    }
+
+    void wavOfOtherRatesAndChannelsBecomesMonoAtTheAskedRate() {
+        // 48 kHz stereo, the same tone on both sides: the mono mix keeps its level
+        // (a sum of the channels would be 6 dB louder, the default -3 dB mix 3 dB louder).
+        const auto tone = sine(1000, 0.25, 1.5, 48000);
+        std::vector<float> stereo;
+        for (float s : tone)
+            stereo.insert(stereo.end(), {s, s});
+        QVERIFY(writeWav(path("stereo48.wav"), stereo, 48000, 2));
+        AudioFileDecoder decoder(path("stereo48.wav"), 16000);
+        QCOMPARE(decoder.inputSampleRate(), 48000);
+        QCOMPARE(decoder.inputChannels(), 2);
+        QCOMPARE(decoder.codecName(), QStringLiteral("pcm_s16le"));
+        QVERIFY(!decoder.inputIsFloatMono(16000));
+        QCOMPARE(decoder.durationSeconds(), 1.5);
+        // Read in small blocks, as the whisper reader does: nothing lost or doubled.
+        std::vector<float> blocks;
+        qsizetype got = 0;
+        while ((got = decoder.read(blocks, 1000)) > 0)
+            QVERIFY(got <= 1000);
+        QVERIFY2(std::abs(double(blocks.size()) - 24000.0) <= 16, qPrintable(QString::number(blocks.size())));
+        QVERIFY(std::abs(toDb(rms(blocks)) - toDb(rms(tone))) < 0.2);
+        QCOMPARE(decoder.read(blocks, 1000), qsizetype(0));
+
+        // Opposite channels cancel in a true average.
+        std::vector<float> opposite;
+        for (float s : tone)
+            opposite.insert(opposite.end(), {s, -s});
+        QVERIFY(writeWav(path("opposite.wav"), opposite, 48000, 2, true));
+        QVERIFY(toDb(rms(AudioFileDecoder(path("opposite.wav"), 48000).readAll())) < -80);
+
+        // 8 kHz float mono up to 44.1 kHz; at its own rate it passes through untouched.
+        const auto low = sine(300, 0.5, 1.0, 8000);
+        QVERIFY(writeWav(path("mono8k.wav"), low, 8000, 1, true));
+        AudioFileDecoder same(path("mono8k.wav"), 0);
+        QCOMPARE(same.outputRate(), 8000);
+        QVERIFY(same.inputIsFloatMono(8000));
+        QVERIFY(same.readAll() == low);
+        const auto up = AudioFileDecoder(path("mono8k.wav"), kAacRate).readAll();
+        QVERIFY2(std::abs(double(up.size()) - kAacRate) <= 8, qPrintable(QString::number(up.size())));
+        QVERIFY(std::abs(toDb(rms(up)) - toDb(rms(low))) < 0.2);
+    }
+
+    void mp3DecodesToSpeech() {
+        const QString mp3 = testData("jfk.mp3");
+        if (mp3.isEmpty())
+            QSKIP(qPrintable("no jfk.mp3 in " + QStringLiteral(TAMVEX_TESTDATA_DIR)));
+        AudioFileDecoder decoder(mp3, 16000);
+        QCOMPARE(decoder.codecName(), QStringLiteral("mp3"));
+        const double seconds = decoder.durationSeconds();
+        QVERIFY2(seconds > 10.0 && seconds < 12.0, qPrintable(QString::number(seconds)));
+        const auto samples = decoder.readAll();
+        QVERIFY2(std::abs(double(samples.size()) / 16000.0 - seconds) < 0.1, qPrintable(QString::number(samples.size())));
+        QVERIFY(toDb(rms(samples)) > -40);
+    }
+
+    void badFilesGiveClearErrors() {
+        QFile junk(path("junk.m4a"));
+        QVERIFY(junk.open(QIODevice::WriteOnly));
+        for (int i = 0; i < 5000; ++i)
+            junk.write(QByteArray::number(i * 7919 % 251));
+        junk.close();
+
+        // A recording cut short before its index was written.
+        encodeFile(path("whole.m4a"), sine(440, 0.1, 1.0, kAacRate));
+        QFile whole(path("whole.m4a"));
+        QVERIFY(whole.open(QIODevice::ReadOnly));
+        QFile cut(path("cut.m4a"));
+        QVERIFY(cut.open(QIODevice::WriteOnly));
+        cut.write(whole.read(whole.size() / 2));
+        cut.close();
+
+        for (const QString name : {"junk.m4a", "cut.m4a", "missing.wav"}) {
+            try {
+                AudioFileDecoder decoder(path(name), 16000);
+                decoder.readAll();
+                QFAIL(qPrintable(name + " decoded without an error"));
+            } catch (const AudioDecodeError& e) {
+                QVERIFY2(e.description().contains(path(name)), qPrintable(e.description()));
+                QVERIFY2(e.description().contains(": "), qPrintable(e.description()));
+            }
+        }
+        try {
+            AudioFileEncoder encoder(path("no/such/folder/x.m4a"));
+            QFAIL("an encoder opened a file in a missing folder");
+        } catch (const AudioEncodeError& e) {
+            QVERIFY2(e.description().contains("No such file or directory"), qPrintable(e.description()));
+        }
+    }
+
+    void emptyFilesDecodeToNothing() {
+        QVERIFY(writeWav(path("empty.wav"), {}, 16000, 1));
+        AudioFileDecoder wav(path("empty.wav"), 16000);
+        QVERIFY(wav.readAll().empty());
+
+        encodeFile(path("empty.m4a"), {});
+        AudioFileDecoder m4a(path("empty.m4a"), 16000);
+        QVERIFY(m4a.readAll().empty());
+    }
+};
+
+QTEST_GUILESS_MAIN(AudioCodecTest)
+#include "AudioCodecTest.moc"
