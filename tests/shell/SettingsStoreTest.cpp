@@ -1,0 +1,203 @@
+#include "shell/SettingsStore.h"
+#include "platform/LoginItem.h"
+#include "support/TestSupport.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+namespace K = SettingsKeys;
+
+class SettingsStoreTest : public QObject {
+    Q_OBJECT
+
+    struct Fixture {
+        test::TestEnv env;
+        ManualClock clock{QDateTime(QDate(2026, 1, 31), QTime(23, 30), Qt::LocalTime)};
+        AutostartLoginItem login{env.paths.autostartEntry(), "/usr/bin/tamvex"};
+        std::unique_ptr<SettingsStore> store() {
+            return std::make_unique<SettingsStore>(*env.defaults, clock, login);
+        }
+    };
+
+private slots:
+    void cleanDomainDefaults() {
+        Fixture f;
+        auto s = f.store();
+        QVERIFY(s->useEmbeddedKey());
+        QVERIFY(s->useFnHotkey());
+        QVERIFY(s->launchAtLogin());
+        QVERIFY(!s->onboardingCompleted());
+        QVERIFY(!s->showInDock());
+        QCOMPARE(s->preset(), PipelinePreset::fast);
+        QCOMPARE(s->cmdQBehavior(), SettingsStore::CmdQBehavior::ask);
+        QVERIFY(s->useCases().isEmpty());
+        QVERIFY(s->apiKey().isEmpty() && s->customModelId().isEmpty());
+        QVERIFY(!s->lastRequestAt() && !s->lastIdleNudgeAt() && !s->lastLongHoldTipAt() && !s->lastShortTapTipAt());
+        QVERIFY(!s->remainingCreditsUSD());
+        QCOMPARE(s->totalSpentUSD(), 0.0);
+        QCOMPARE(s->totalRequests(), 0);
+        // Loading writes nothing.
+        QVERIFY(f.env.defaults->keys().isEmpty());
+    }
+
+    void wrongTypedAndUnknownValues() {
+        Fixture f;
+        Defaults& d = *f.env.defaults;
+        d.setString(K::useFnHotkey, "no");
+        d.setString(K::useEmbeddedKey, "false");
+        d.setBool(K::launchAtLogin, false);
+        d.setString(K::onboardingCompleted, "true");
+        d.setString(K::preset, "turbo");
+        d.setString(K::cmdQBehavior, "explode");
+        d.setString(K::lastRequestAt, "2026-01-01T00:00:00Z");
+        d.setString(K::remainingCreditsUSD, "lots");
+        d.setString(K::totalSpentUSD, "12");
+        auto s = f.store();
+        QVERIFY(s->useFnHotkey());
+        QVERIFY(s->useEmbeddedKey());
+        QVERIFY(!s->launchAtLogin());
+        QVERIFY(!s->onboardingCompleted());
+        QCOMPARE(s->preset(), PipelinePreset::fast);
+        QCOMPARE(s->cmdQBehavior(), SettingsStore::CmdQBehavior::ask);
+        QVERIFY(!s->lastRequestAt());
+        // Present but unreadable as a number: a value of zero, not no value.
+        QCOMPARE(s->remainingCreditsUSD(), std::optional<double>(0.0));
+        QCOMPARE(s->totalSpentUSD(), 0.0);
+        // "turbo" stays until the next assignment.
+        QCOMPARE(d.readString(K::preset).value, QString("turbo"));
+        s->setPreset(PipelinePreset::fast);
+        QCOMPARE(d.readString(K::preset).value, QString("fast"));
+    }
+
+    void useCasesAreFilteredAndWrittenSorted() {
+        Fixture f;
+        f.env.defaults->setStringArray(K::useCases, {"ai", "foo", "docs"});
+        auto s = f.store();
+        QCOMPARE(s->useCases(), (QSet<UseCase>{UseCase::ai, UseCase::docs}));
+        s->setUseCases(s->useCases());
+        QCOMPARE(f.env.defaults->readStringArray(K::useCases).value, (QStringList{"ai", "docs"}));
+        s->setUseCases({UseCase::writing, UseCase::messengers, UseCase::ai, UseCase::docs});
+        QCOMPARE(f.env.defaults->readStringArray(K::useCases).value,
+                 (QStringList{"ai", "docs", "messengers", "writing"}));
+    }
+
+    void assignmentsPersistAcrossARestart() {
+        Fixture f;
+        {
+            auto s = f.store();
+            s->setApiKey("  sk-1 ");
+            s->setPreset(PipelinePreset::local);
+            s->setCmdQBehavior(SettingsStore::CmdQBehavior::minimize);
+            s->setShowInDock(true);
+            s->setLastShortTapTipAt(f.clock.currentDateTime());
+            s->setLastIdleNudgeAt(f.clock.currentDateTime());
+            s->setLastIdleNudgeAt(std::nullopt);
+        }
+        f.env.reopenDefaults();
+        auto s = f.store();
+        QCOMPARE(s->apiKey(), QString("  sk-1 "));
+        QCOMPARE(s->preset(), PipelinePreset::local);
+        QCOMPARE(s->cmdQBehavior(), SettingsStore::CmdQBehavior::minimize);
+        QVERIFY(s->showInDock());
+        QCOMPARE(s->lastShortTapTipAt(), std::optional<QDateTime>(f.clock.currentDateTime()));
+        QVERIFY(!s->lastIdleNudgeAt());
+        QVERIFY(!f.env.defaults->contains(K::lastIdleNudgeAt));
+    }
+
+    void hotkeyModeChangedOnEveryAssignment() {
+        Fixture f;
+        auto s = f.store();
+        QSignalSpy mode(s.get(), &SettingsStore::hotkeyModeChanged);
+        QSignalSpy changed(s.get(), &SettingsStore::changed);
+        s->setUseFnHotkey(true);
+        s->setUseFnHotkey(true);
+        QCOMPARE(mode.count(), 2);
+        QCOMPARE(changed.count(), 0);
+        QCOMPARE(f.env.defaults->readBool(K::useFnHotkey).value, true);
+        s->setUseFnHotkey(false);
+        QCOMPARE(mode.count(), 3);
+        QCOMPARE(changed.count(), 1);
+    }
+
+    void usageIsBookedPerCalendarMonth() {
+        Fixture f;
+        auto s = f.store();
+        s->recordUsage({10, 20, 30, 0.25});
+        s->recordUsage({1, 1, 2, 0.0});
+        QCOMPARE(s->totalRequests(), 2);
+        QCOMPARE(s->totalSpentUSD(), 0.25);
+        QCOMPARE(f.env.defaults->readDouble("monthly_spent.2026-01").value, 0.25);
+        const QDateTime firstStamp = *s->lastRequestAt();
+        f.clock.advance(3600); // into February, local time
+        s->recordUsage({0, 0, 0, 0.5});
+        QCOMPARE(f.env.defaults->readDouble("monthly_spent.2026-01").value, 0.25);
+        QCOMPARE(f.env.defaults->readDouble("monthly_spent.2026-02").value, 0.5);
+        QCOMPARE(f.env.defaults->readInt(K::totalRequests).value, 3);
+        QCOMPARE(f.env.defaults->readDouble(K::totalSpentUSD).value, 0.75);
+        QCOMPARE(*s->lastRequestAt(), firstStamp.addSecs(3600));
+        f.clock.advance(5);
+        s->markRequest();
+        f.env.reopenDefaults();
+        auto reloaded = f.store();
+        QCOMPARE(*reloaded->lastRequestAt(), firstStamp.addSecs(3605));
+    }
+
+    void launchAtLoginFollowsTheAutostartEntry() {
+        Fixture f;
+        test::LogCapture log;
+        auto s = f.store();
+        const QString entry = f.env.paths.autostartEntry();
+        s->syncLaunchAtLogin();
+        QVERIFY(QFile::exists(entry));
+        QVERIFY(log.has("Launch at login: registered"));
+        QFile file(entry);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(file.readAll().contains("Exec=/usr/bin/tamvex"));
+        file.close();
+        log.clear();
+        s->syncLaunchAtLogin(); // already enabled: nothing, not even a log line
+        QVERIFY(log.lines().isEmpty());
+        s->setLaunchAtLogin(false);
+        QVERIFY(!QFile::exists(entry));
+        QVERIFY(log.has("Launch at login: unregistered"));
+        log.clear();
+        s->syncLaunchAtLogin(); // off and not registered: nothing
+        QVERIFY(log.lines().isEmpty());
+    }
+
+    void launchAtLoginFailureIsLoggedAndChangesNothingElse() {
+        Fixture f;
+        // A file where the autostart folder should be makes registration fail.
+        QDir().mkpath(QFileInfo(f.env.paths.autostartDir).absolutePath());
+        QFile blocker(f.env.paths.autostartDir);
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        test::LogCapture log;
+        auto s = f.store();
+        s->setLaunchAtLogin(true);
+        QVERIFY(s->launchAtLogin());
+        QCOMPARE(f.env.defaults->readBool(K::launchAtLogin).value, true);
+        QVERIFY(log.hasPrefix("Launch at login register failed: Не удалось"));
+    }
+
+    void settingsByKey() {
+        Fixture f;
+        auto s = f.store();
+        QCOMPARE(s->assignFromText(K::preset, "cheap"), QString());
+        QCOMPARE(s->preset(), PipelinePreset::cheap);
+        QVERIFY(!s->assignFromText(K::preset, "turbo").isEmpty());
+        QCOMPARE(s->preset(), PipelinePreset::cheap);
+        QVERIFY(!s->assignFromText(K::totalRequests, "5").isEmpty());
+        QVERIFY(!s->assignFromText("no_such_key", "1").isEmpty());
+        QVERIFY(!s->assignFromText(K::showInDock, "maybe").isEmpty());
+        QCOMPARE(s->assignFromText(K::useCases, "docs, ai"), QString());
+        QCOMPARE(s->valueForKey(K::useCases).toStringList(), (QStringList{"ai", "docs"}));
+        QCOMPARE(s->valueForKey(K::useFnHotkey), QVariant(true));
+        QVERIFY(!s->valueForKey(K::lastRequestAt).isValid());
+    }
+};
+
+QTEST_GUILESS_MAIN(SettingsStoreTest)
+#include "SettingsStoreTest.moc"
