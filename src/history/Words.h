@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QString>
+#include <QStringView>
+
+#include <functional>
+
+namespace tamvex {
+
+/// True for white space and line breaks (U+0009 to U+000D, U+0085, U+2028, U+2029, the blanks).
+bool isWordSeparator(char32_t codePoint);
+
+/// The number of words: pieces left after splitting at white space and line breaks, empties dropped.
+qint64 countWords(QStringView text);
+
+/// Calls `visit` for each lower-cased run of letters (Unicode L and M) longer than `minLength`
+/// characters; every other character, digits included, splits.
+void forEachLetterRun(QStringView text, qsizetype minLength, const std::function<void(const QString&)>& visit);
+
+} // namespace tamvex

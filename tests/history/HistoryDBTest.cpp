@@ -1,0 +1,257 @@
+#include "HistoryFixtures.h"
+#include "history/HistoryDB.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+HistoryEntry fullEntry() {
+    HistoryEntry e;
+    e.id = QUuid::createUuid();
+    e.createdAt = QDateTime(QDate(2026, 2, 27), QTime(18, 4, 5, 678), Qt::UTC);
+    e.durationSec = 12.25;
+    e.text = "Привет, мир!\nВторая строка";
+    e.errorMessage = "сбой";
+    e.modelUsed = "google/gemini-2.5-flash";
+    e.costUSD = 0.000125;
+    e.promptTokens = 1234567890123;
+    e.completionTokens = 42;
+    e.appContext = "Firefox";
+    e.category = TextCategory::emails;
+    e.audioPath = "/tmp/audio/x.m4a";
+    return e;
+}
+} // namespace
+
+class HistoryDBTest : public QObject {
+    Q_OBJECT
+private slots:
+    void createsTheExactSchemaWithWriteAheadLogging() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        HistoryDB db(path);
+        QCOMPARE(rawQuery(path, "SELECT sql FROM sqlite_master WHERE name = 'entries';"),
+                 QString("CREATE TABLE entries (\n"
+                         "    id TEXT PRIMARY KEY,\n    created_at REAL NOT NULL,\n    duration_sec REAL NOT NULL,\n"
+                         "    text TEXT NOT NULL DEFAULT '',\n    error_message TEXT,\n    model_used TEXT,\n"
+                         "    cost_usd REAL,\n    prompt_tokens INTEGER,\n    completion_tokens INTEGER,\n"
+                         "    app_context TEXT,\n    category TEXT,\n    audio_path TEXT\n)"));
+        QCOMPARE(rawQuery(path, "SELECT sql FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx%';"),
+                 QString("CREATE INDEX idx_entries_created_at ON entries(created_at DESC)"));
+        QCOMPARE(rawQuery(path, "SELECT count(*) FROM sqlite_master;"), QString("3")); // table, its key, index
+        QCOMPARE(rawQuery(path, "PRAGMA journal_mode;"), QString("wal"));
+        db.upsert(fullEntry());
+        QVERIFY(QFileInfo::exists(path + "-wal"));
+        QVERIFY(QFileInfo::exists(path + "-shm"));
+        // Opening again is harmless: nothing is recreated or lost.
+        HistoryDB again(path);
+        QCOMPARE(again.count(), 1);
+    }
+
+    void rowsRoundTripAndUpsertReplacesTheWholeRow() {
+        QTemporaryDir dir;
+        HistoryDB db(dir.filePath("history.db"));
+        QVERIFY(db.fetch().isEmpty());
+        QCOMPARE(db.count(), 0);
+        QCOMPARE(db.wordCount(QDateTime::fromSecsSinceEpoch(0, Qt::UTC)), 0);
+
+        HistoryEntry full = fullEntry();
+        HistoryEntry bare;
+        bare.id = QUuid::createUuid();
+        bare.createdAt = full.createdAt.addSecs(-10);
+        db.upsert(full);
+        db.upsert(bare);
+        QCOMPARE(db.fetch(), (QList<HistoryEntry>{full, bare}));
+        QCOMPARE(rawQuery(db.path(), "SELECT id FROM entries WHERE text = '';"), uuidText(bare.id));
+        QVERIFY(uuidText(bare.id).contains(QRegularExpression("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$")));
+
+        HistoryEntry changed = full;
+        changed.createdAt = bare.createdAt.addSecs(-1); // an upsert moves created_at too
+        changed.text = "новый";
+        changed.errorMessage.reset();
+        changed.category.reset();
+        changed.costUSD.reset();
+        db.upsert(changed);
+        QCOMPARE(db.count(), 2);
+        QCOMPARE(db.fetch(), (QList<HistoryEntry>{bare, changed}));
+        QCOMPARE(db.fetch(1, 1), QList<HistoryEntry>{changed});
+        QCOMPARE(db.fetch(5, 2), QList<HistoryEntry>{});
+    }
+
+    void pruneKeepsTheNewestAndCountsFollow() {
+        QTemporaryDir dir;
+        const QDateTime now = clockStart();
+        HistoryDB db(dir.filePath("history.db"));
+        // Written out of order, so only created_at can decide.
+        for (int i : {3, 0, 4, 1, 2})
+            db.upsert(makeEntry(i, now, i * 10.0));
+        db.prune(3);
+        QCOMPARE(db.count(), 3);
+        const auto rows = db.fetch();
+        QCOMPARE(rows.size(), 3);
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(rows[i].id, makeEntry(i, now, 0).id);
+        db.remove(rows[1].id);
+        db.remove(QUuid::createUuid()); // an unknown id is no error
+        QCOMPARE(db.count(), 2);
+    }
+
+    void unreadableRowsAreSkippedAndUnknownCategoriesReadAsNone() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        HistoryDB db(path);
+        const QDateTime now = clockStart();
+        const HistoryEntry good = makeEntry(1, now, 100);
+        db.upsert(good);
+        QVERIFY(rawExec(path, "INSERT INTO entries (id, created_at, duration_sec) VALUES ('not-a-uuid', 1e12, 1);"
+                              "INSERT INTO entries (id, created_at, duration_sec) VALUES (NULL, 1e12, 1);"
+                              "INSERT INTO entries (id, created_at, duration_sec, text, category, cost_usd) VALUES "
+                              "('aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee', 2, 3, 'x', 'poems', 0);"));
+        QCOMPARE(db.count(), 4);
+        // The two broken rows are the newest: the page of three holds one real row.
+        QCOMPARE(db.fetch(3, 0), QList<HistoryEntry>{good});
+        const auto all = db.fetch();
+        QCOMPARE(all.size(), 2);
+        const HistoryEntry lower = all.last();
+        QCOMPARE(uuidText(lower.id), QString("AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"));
+        QVERIFY(!lower.category.has_value());
+        QCOMPARE(lower.costUSD, std::optional<double>(0.0)); // zero is a value, not NULL
+        QCOMPARE(lower.createdAt, QDateTime::fromSecsSinceEpoch(2, Qt::UTC));
+        db.upsert(lower);
+        QCOMPARE(rawQuery(path, "SELECT category FROM entries WHERE id = 'AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE';"),
+                 QString("NULL"));
+    }
+
+    void wordCountAndExpiredAudioFollowTheirBoundaries() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        HistoryDB db(path);
+        const QDateTime now = clockStart();
+        const QDateTime since = now.addDays(-7);
+        HistoryEntry a = makeEntry(1, now, 0, "  раз\tдва\u00a0три\u2028четыре\r\nпять\u0085шесть  ");
+        HistoryEntry b = makeEntry(2, now, 7 * 86400.0, "на границе"); // exactly at `since`: counts
+        HistoryEntry c = makeEntry(3, now, 7 * 86400.0 + 0.001, "слишком старо");
+        HistoryEntry blank = makeEntry(4, now, 5, " \n\t ");
+        HistoryEntry failed = makeEntry(5, now, 5, "");
+        a.audioPath = "/a.m4a";
+        b.audioPath = "/b.m4a";
+        c.audioPath = "/c.m4a";
+        for (const auto& e : {a, b, c, blank, failed})
+            db.upsert(e);
+        QCOMPARE(db.wordCount(since), 6 + 2);
+        QCOMPARE(db.wordCount(now.addSecs(1)), 0);
+
+        QVERIFY(rawExec(path, "INSERT INTO entries (id, created_at, duration_sec, audio_path) VALUES ('bad', 0, 1, '/x');"));
+        const auto expired = db.expiredAudio(since);
+        QCOMPARE(expired.size(), 1);
+        QCOMPARE(expired.first().first, c.id);
+        QCOMPARE(expired.first().second, QString("/c.m4a"));
+        db.clearAudioPath(c.id);
+        QVERIFY(db.expiredAudio(since).isEmpty());
+        QCOMPARE(db.fetch().at(2).audioPath, std::nullopt);
+    }
+
+    void textIsCutAtAnEmbeddedZero() {
+        QTemporaryDir dir;
+        HistoryDB db(dir.filePath("history.db"));
+        HistoryEntry e = makeEntry(1, clockStart(), 0, QString("до") + QChar(0) + "после");
+        db.upsert(e);
+        QCOMPARE(db.fetch().first().text, QString("до"));
+    }
+
+    void failuresAreTypedAndCarrySQLitesMessage() {
+        QTemporaryDir dir;
+        QDir(dir.path()).mkdir("folder.db");
+        try {
+            HistoryDB db(dir.filePath("folder.db"));
+            QFAIL("a directory opened as a database");
+        } catch (const HistoryDBError& e) {
+            QVERIFY(e.kind() == HistoryDBError::Kind::openFailed || e.kind() == HistoryDBError::Kind::execFailed);
+            QVERIFY(!e.message().isEmpty());
+        }
+        writeFile(dir.filePath("garbage.db"), QByteArray(4096, '\x5a'));
+        try {
+            HistoryDB db(dir.filePath("garbage.db"));
+            QFAIL("garbage opened as a database");
+        } catch (const HistoryDBError& e) {
+            QVERIFY(e.kind() == HistoryDBError::Kind::execFailed);
+            QCOMPARE(e.logText(), QString("execFailed(file is not a database)"));
+        }
+        QCOMPARE(fileBytes(dir.filePath("garbage.db")), QByteArray(4096, '\x5a'));
+
+        HistoryDB db(dir.filePath("history.db"));
+        db.upsert(makeEntry(1, clockStart(), 0));
+        try {
+            db.exec("SELECT nonsense FROM;");
+            QFAIL("bad SQL ran");
+        } catch (const HistoryDBError& e) {
+            QVERIFY(e.kind() == HistoryDBError::Kind::execFailed);
+            QVERIFY(e.message().contains("syntax error"));
+        }
+        // The connection stays usable after a failure.
+        QCOMPARE(db.count(), 1);
+        db.exec("DROP TABLE entries;");
+        try {
+            db.count();
+            QFAIL("count on a missing table");
+        } catch (const HistoryDBError& e) {
+            QCOMPARE(e.logText(), QString("prepareFailed(no such table: entries)"));
+        }
+        QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.fetch(200, 0));
+        QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.upsert(makeEntry(2, clockStart(), 0)));
+    }
+
+    void aDatabaseOfAnEarlierInstallationReadsAsItStands() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        // Written the way the earlier installation did: rollback journal, sub-millisecond dates,
+        // an integer date, lower-case ids.
+        QVERIFY(rawExec(path,
+                        "CREATE TABLE entries (id TEXT PRIMARY KEY, created_at REAL NOT NULL, duration_sec REAL NOT NULL,"
+                        " text TEXT NOT NULL DEFAULT '', error_message TEXT, model_used TEXT, cost_usd REAL,"
+                        " prompt_tokens INTEGER, completion_tokens INTEGER, app_context TEXT, category TEXT,"
+                        " audio_path TEXT);"
+                        "INSERT INTO entries VALUES ('0f8fad5b-d9cb-469f-a165-70867728950e', 1767225600.1234567, 3.5,"
+                        " 'Старая запись', NULL, 'whisper-large-v3', 0.001, 10, 20, 'Telegram', 'messages', NULL);"
+                        "INSERT INTO entries (id, created_at, duration_sec) VALUES"
+                        " ('7C9E6679-7425-40DE-944B-E07FC1F90AE7', 1767225500, 1);"));
+        HistoryDB db(path);
+        const auto rows = db.fetch();
+        QCOMPARE(rows.size(), 2);
+        QCOMPARE(uuidText(rows[0].id), QString("0F8FAD5B-D9CB-469F-A165-70867728950E"));
+        QCOMPARE(rows[0].createdAt.toMSecsSinceEpoch(), qint64(1767225600123));
+        QCOMPARE(rows[0].text, QString("Старая запись"));
+        QCOMPARE(rows[0].category, std::optional(TextCategory::messages));
+        QCOMPARE(rows[0].promptTokens, std::optional<qint64>(10));
+        QCOMPARE(rows[1].text, QString());
+        QCOMPARE(rows[1].createdAt, QDateTime::fromSecsSinceEpoch(1767225500, Qt::UTC));
+        QCOMPARE(rawQuery(path, "PRAGMA journal_mode;"), QString("wal"));
+    }
+
+    void readOnlyConnectionsReadBesideAWriterAndNeverWrite() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        QVERIFY_THROWS_EXCEPTION(HistoryDBError, HistoryDB::openReadOnly(path));
+        QVERIFY(!QFileInfo::exists(path));
+        {
+            HistoryDB writer(path);
+            writer.upsert(makeEntry(1, clockStart(), 0));
+            HistoryDB reader = HistoryDB::openReadOnly(path);
+            QCOMPARE(reader.count(), 1);
+            writer.upsert(makeEntry(2, clockStart(), 1));
+            QCOMPARE(reader.fetch().size(), 2);
+            QVERIFY_THROWS_EXCEPTION(HistoryDBError, reader.upsert(makeEntry(3, clockStart(), 0)));
+        }
+        // After the writer closed, the log files are gone; a reader still opens the file.
+        HistoryDB reader = HistoryDB::openReadOnly(path);
+        QCOMPARE(reader.count(), 2);
+    }
+};
+
+QTEST_GUILESS_MAIN(HistoryDBTest)
+#include "HistoryDBTest.moc"
