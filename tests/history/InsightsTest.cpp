@@ -1,0 +1,220 @@
+// Runs with TZ=MSK-3 (UTC+3 all year), so local day keys differ from UTC ones near midnight.
+#include "HistoryFixtures.h"
+#include "history/HistoryStore.h"
+#include "history/InsightsStore.h"
+#include "history/Words.h"
+#include "support/TestSupport.h"
+
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+HistoryEntry entryAt(int n, const QDateTime& created, const QString& text, double seconds = 60.0,
+                     std::optional<TextCategory> category = std::nullopt) {
+    HistoryEntry e = makeEntry(n, created, 0, text);
+    e.durationSec = seconds;
+    e.category = category;
+    return e;
+}
+
+QStringList letterRuns(const QString& text) {
+    QStringList runs;
+    forEachLetterRun(text, 4, [&](const QString& w) { runs.append(w); });
+    return runs;
+}
+} // namespace
+
+class InsightsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase() {
+        // The day keys below assume the zone the test was registered with.
+        QCOMPARE(QDateTime(QDate(2026, 3, 1), QTime(22, 30), Qt::UTC).toLocalTime().date(), QDate(2026, 3, 2));
+    }
+
+    void wordsSplitAtBlanksAndLettersAtEverythingElse() {
+        QCOMPARE(countWords(u""), 0);
+        QCOMPARE(countWords(u"   \n\t"), 0);
+        QCOMPARE(countWords(u"один,два три-четыре 5"), 3);
+        QCOMPARE(countWords(u"a\u00a0b\u2029c\u0085d\u3000e\u200bf"), 5); // U+200B is no blank
+        QCOMPARE(letterRuns("Ёжики ЁЛКИ-палки 2026года, helloWORLD naïve cafe\u0301s"),
+                 (QStringList{"ёжики", "палки", "helloworld", "naïve", "cafe\u0301s"}));
+        QCOMPARE(letterRuns("word1word2 четыре4пять абвг"), (QStringList{"четыре"}));
+    }
+
+    void computesEveryFigureFromTheLoadedEntries() {
+        const QDateTime now = clockStart(); // 12:00 local on 2026-03-02
+        const QList<HistoryEntry> entries{
+            entryAt(1, now.addSecs(-60), "Привет мир привет Мир ПРИВЕТ", 120, TextCategory::messages),
+            entryAt(2, now.addSecs(-3600), "", 30, TextCategory::docs), // failed: not counted
+            // 22:30 UTC on the 1st is the 2nd in local time.
+            entryAt(3, QDateTime(QDate(2026, 3, 1), QTime(22, 30), Qt::UTC), "hello hello world which",
+                    60),
+            entryAt(4, now.addDays(-7), "ровно неделя", 0, TextCategory::code),
+            entryAt(5, now.addDays(-7).addSecs(-1), "чуть раньше недели", 0, TextCategory::code),
+            entryAt(6, now.addDays(-30), "месяц", 0, TextCategory::notes),
+            entryAt(7, now.addDays(-40), "давно давно", 60),
+            entryAt(8, now.addDays(-2), "   ", 0), // blanks: zero words, still a day used
+        };
+        const Insights s = computeInsights(entries, now, QString("сводка"));
+        QCOMPARE(s.entriesCount, 7);
+        QCOMPARE(s.totalWords, 5 + 4 + 2 + 3 + 1 + 2 + 0);
+        QCOMPARE(s.totalMinutes, 240.0 / 60.0);
+        QCOMPARE(s.avgWordsPerMinute, 17.0 / 4.0);
+        QCOMPARE(s.wordsLastWeek, 5 + 4 + 2 + 0);
+        QCOMPARE(s.wordsLastMonth, 5 + 4 + 2 + 3 + 1 + 0);
+        QCOMPARE(s.daysUsed, 5); // 03-02 and 02-23 (two entries each), 02-28, 01-31, 01-21
+        QCOMPARE(s.categoryBreakdown,
+                 (QMap<QString, qint64>{{"messages", 5}, {"other", 4 + 2 + 0}, {"code", 5}, {"notes", 1}}));
+        QCOMPARE(s.topWords, (QMap<QString, qint64>{{"привет", 3}, {"hello", 2}, {"world", 1}, {"ровно", 1},
+                                                    {"неделя", 1}, {"раньше", 1}, {"недели", 1}, {"месяц", 1},
+                                                    {"давно", 2}}));
+        QCOMPARE(s.heatmap.size(), 28);
+        QCOMPARE(s.heatmap.value("2026-03-02"), 5 + 4);
+        QCOMPARE(s.heatmap.value("2026-02-28"), 0);
+        QCOMPARE(s.heatmap.value("2026-02-23"), 2 + 3);
+        QCOMPARE(s.heatmap.firstKey(), QString("2026-02-03"));
+        QVERIFY(!s.heatmap.contains("2026-01-31")); // beyond 28 days, still counted above
+        QCOMPARE(s.generatedAt, now);
+        QCOMPARE(s.llmSummary, std::optional<QString>("сводка"));
+    }
+
+    void emptyAndSilentHistoriesGiveZerosNotDivisions() {
+        const QDateTime now = clockStart();
+        const Insights none = computeInsights({}, now);
+        QCOMPARE(none.totalWords, 0);
+        QCOMPARE(none.avgWordsPerMinute, 0.0);
+        QVERIFY(none.categoryBreakdown.isEmpty() && none.topWords.isEmpty());
+        QCOMPARE(none.heatmap.size(), 28);
+        for (qint64 v : none.heatmap)
+            QCOMPARE(v, 0);
+        const Insights zeroDuration = computeInsights({entryAt(1, now, "слова без времени", 0)}, now);
+        QCOMPARE(zeroDuration.totalWords, 3);
+        QCOMPARE(zeroDuration.avgWordsPerMinute, 0.0);
+    }
+
+    void topWordsKeepFifteenWithoutStopWords() {
+        const QDateTime now = clockStart();
+        QString text;
+        // 20 distinct words of five letters; word i occurs i+1 times.
+        for (int i = 0; i < 20; ++i)
+            for (int k = 0; k <= i; ++k)
+                text += QString("слово") + QChar(u'а' + i) + " ";
+        text += "которые которые которые которые которые которые которые которые которые которые которые которые "
+                "которые которые которые которые которые которые которые которые которые которые которые "
+                "SHOULD should Should should should should should should should should should should should "
+                "четыре четыре четыре четыре четыре четыре четыре четыре четыре четыре четыре четыре четыре";
+        const Insights s = computeInsights({entryAt(1, now, text)}, now);
+        QCOMPARE(s.topWords.size(), 15);
+        QVERIFY(!s.topWords.contains("которые") && !s.topWords.contains("should"));
+        QCOMPARE(s.topWords.value("четыре"), 13);
+        QCOMPARE(s.topWords.value(QString("слово") + QChar(u'а' + 19)), 20);
+        QVERIFY(!s.topWords.contains(QString("слово") + QChar(u'а' + 0)));
+        QCOMPARE(computeInsights({entryAt(1, now, "абвг abcd")}, now).topWords.size(), 0);
+        QCOMPARE(insightsStopWords().size(), 30);
+    }
+
+    void theFileRoundTripsWithSortedKeysAndKeepsTheSummary() {
+        TestEnv env;
+        ManualClock clock;
+        HistoryStore history(env.paths, clock);
+        history.init();
+        history.add(entryAt(1, clock.currentDateTime(), "первая запись"));
+        const QString file = env.paths.dataFile("insights.json");
+        {
+            Insights seeded = computeInsights({}, clock.currentDateTime().addSecs(-7200), QString("из файла"));
+            QVERIFY(InsightsStore::save(seeded, file));
+        }
+        InsightsStore store(history, env.paths, clock);
+        QVERIFY(store.hasInsights());
+        QCOMPARE(store.insights()->llmSummary, std::optional<QString>("из файла"));
+        QSignalSpy changed(&store, &InsightsStore::changed);
+        store.refresh();
+        QVERIFY(changed.count() >= 1);
+        QCOMPARE(store.insights()->totalWords, 2);
+        QCOMPARE(store.insights()->llmSummary, std::optional<QString>("из файла"));
+
+        const QByteArray data = fileBytes(file);
+        const QJsonObject o = QJsonDocument::fromJson(data).object();
+        QCOMPARE(o.value("generatedAt").toString(), QString("2026-03-02T09:00:00Z"));
+        QCOMPARE(o.keys(), (QStringList{"avgWordsPerMinute", "categoryBreakdown", "daysUsed", "entriesCount",
+                                        "generatedAt", "heatmap", "llmSummary", "topWords", "totalMinutes",
+                                        "totalWords", "wordsLastMonth", "wordsLastWeek"}));
+        QVERIFY(data.indexOf("\"avgWordsPerMinute\"") < data.indexOf("\"wordsLastWeek\""));
+        QVERIFY(data.contains("\n    \"heatmap\": {\n"));
+        InsightsStore reloaded(history, env.paths, clock);
+        QCOMPARE(*reloaded.insights(), *store.insights());
+    }
+
+    void aCorruptOrIncompleteCacheCountsAsNone_data() {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("not json") << QByteArray("{\"generatedAt\": ");
+        QTest::newRow("an array") << QByteArray("[]");
+        QJsonObject o = QJsonDocument::fromJson(computeInsights({}, clockStart()).toJson()).object();
+        o.remove("heatmap");
+        QTest::newRow("missing key") << QJsonDocument(o).toJson();
+        o = QJsonDocument::fromJson(computeInsights({}, clockStart()).toJson()).object();
+        o["totalWords"] = 2.5;
+        QTest::newRow("fractional count") << QJsonDocument(o).toJson();
+        o["totalWords"] = 2;
+        o["generatedAt"] = "yesterday";
+        QTest::newRow("bad date") << QJsonDocument(o).toJson();
+    }
+    void aCorruptOrIncompleteCacheCountsAsNone() {
+        QFETCH(QByteArray, content);
+        TestEnv env;
+        ManualClock clock;
+        HistoryStore history(env.paths, clock);
+        history.init();
+        writeFile(env.paths.dataFile("insights.json"), content);
+        InsightsStore store(history, env.paths, clock);
+        QVERIFY(!store.hasInsights());
+        QVERIFY(store.shouldRecompute());
+        store.refresh();
+        QVERIFY(store.hasInsights());
+        QVERIFY(InsightsStore::load(env.paths.dataFile("insights.json")).has_value());
+    }
+
+    void recomputationWaitsMoreThanAnHour() {
+        TestEnv env;
+        ManualClock clock;
+        HistoryStore history(env.paths, clock);
+        history.init();
+        InsightsStore store(history, env.paths, clock);
+        QVERIFY(store.shouldRecompute());
+        store.refresh();
+        const QDateTime first = store.insights()->generatedAt;
+        history.add(entryAt(1, clock.currentDateTime(), "новая диктовка"));
+        clock.advance(3600.0);
+        QVERIFY(!store.shouldRecompute()); // exactly an hour is not yet more
+        store.refresh();
+        QCOMPARE(store.insights()->generatedAt, first);
+        QCOMPARE(store.insights()->totalWords, 0);
+        clock.advance(0.001);
+        QVERIFY(store.shouldRecompute());
+        store.refresh();
+        QCOMPARE(store.insights()->totalWords, 2);
+        QVERIFY(!store.isComputing());
+    }
+
+    void aGoneHistoryStopsTheComputation() {
+        TestEnv env;
+        ManualClock clock;
+        auto history = std::make_unique<HistoryStore>(env.paths, clock);
+        history->init();
+        InsightsStore store(*history, env.paths, clock);
+        history.reset();
+        store.compute();
+        QVERIFY(!store.hasInsights());
+        QVERIFY(!QFileInfo::exists(store.fileURL()));
+    }
+};
+
+QTEST_GUILESS_MAIN(InsightsTest)
+#include "InsightsTest.moc"
