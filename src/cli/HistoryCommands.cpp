@@ -1,0 +1,297 @@
+#include "cli/HistoryCommands.h"
+
+#include "history/Formatting.h"
+#include "history/HistoryDB.h"
+#include "history/HistoryStore.h"
+#include "history/InsightsStore.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+
+namespace tamvex {
+
+namespace {
+
+constexpr int kDefaultListLimit = 20;
+
+const char* const kHistoryUsage = "Использование:\n"
+                                  "  tamvex history list [--limit N] [--json]\n"
+                                  "  tamvex history show ID [--json]\n"
+                                  "  tamvex history export --json\n";
+const char* const kInsightsUsage = "Использование: tamvex insights [--json] [--recompute]\n";
+
+struct Options {
+    QStringList positional;
+    bool json = false;
+    bool recompute = false;
+    std::optional<int> limit;
+    QString error;
+};
+
+Options parseOptions(const QStringList& args, bool allowLimit, bool allowRecompute) {
+    Options o;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        const QString& a = args[i];
+        if (a == "--json") {
+            o.json = true;
+        } else if (a == "--recompute" && allowRecompute) {
+            o.recompute = true;
+        } else if (a == "--limit" && allowLimit) {
+            bool ok = false;
+            const int n = i + 1 < args.size() ? args[i + 1].toInt(&ok) : 0;
+            if (!ok || n < 1) {
+                o.error = "После --limit нужно целое число больше нуля.";
+                return o;
+            }
+            o.limit = n;
+            ++i;
+        } else if (a.startsWith("--")) {
+            o.error = "Неизвестный параметр: " + a;
+            return o;
+        } else {
+            o.positional.append(a);
+        }
+    }
+    return o;
+}
+
+QString oneLine(const QString& text, int maxLength) {
+    QString line = text.simplified();
+    if (line.size() > maxLength)
+        line = line.left(maxLength - 1) + "…";
+    return line;
+}
+
+QString localTime(const QDateTime& date) { return date.toLocalTime().toString("yyyy-MM-dd HH:mm"); }
+
+void writeJson(QTextStream& out, const QJsonDocument& doc) { out << QString::fromUtf8(doc.toJson(QJsonDocument::Indented)); }
+
+QJsonArray toJsonArray(const QList<HistoryEntry>& entries) {
+    QJsonArray array;
+    for (const HistoryEntry& e : entries)
+        array.append(e.toJson());
+    return array;
+}
+
+// Opens the application's database for reading; none (with a message on `err`) when it cannot.
+std::optional<HistoryDB> openHistory(const Paths& paths, QTextStream& err, bool& missing) {
+    const QString path = paths.dataFile("history.db");
+    missing = !QFileInfo::exists(path);
+    if (missing)
+        return std::nullopt;
+    try {
+        return HistoryDB::openReadOnly(path);
+    } catch (const HistoryDBError& e) {
+        err << "Не удалось открыть историю (" << path << "): " << e.message() << "\n";
+        return std::nullopt;
+    }
+}
+
+void printEntry(QTextStream& out, const HistoryEntry& e) {
+    out << "ID:          " << uuidText(e.id) << "\n";
+    out << "Создано:     " << localTime(e.createdAt) << "\n";
+    out << "Длительность: " << QString::asprintf("%.1f с", e.durationSec) << "\n";
+    if (e.modelUsed)
+        out << "Модель:      " << *e.modelUsed << "\n";
+    if (e.appContext)
+        out << "Приложение:  " << *e.appContext << "\n";
+    if (e.category)
+        out << "Категория:   " << categoryTitle(*e.category) << "\n";
+    if (e.costUSD)
+        out << "Стоимость:   " << QString::asprintf("$%.6f", *e.costUSD) << "\n";
+    if (e.promptTokens || e.completionTokens)
+        out << "Токены:      " << e.promptTokens.value_or(0) << " + " << e.completionTokens.value_or(0) << "\n";
+    if (e.errorMessage)
+        out << "Ошибка:      " << *e.errorMessage << "\n";
+    if (e.audioPath)
+        out << "Аудио:       " << *e.audioPath << "\n";
+    out << "Текст:\n" << (e.text.isEmpty() ? QStringLiteral("(пусто)") : e.text) << "\n";
+}
+
+int listCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStream& err) {
+    bool missing = false;
+    auto db = openHistory(paths, err, missing);
+    if (!db && !missing)
+        return 1;
+    QList<HistoryEntry> entries;
+    qint64 total = 0;
+    if (db) {
+        try {
+            entries = db->fetch(o.limit.value_or(kDefaultListLimit), 0);
+            total = db->count();
+        } catch (const HistoryDBError& e) {
+            err << "Не удалось прочитать историю: " << e.message() << "\n";
+            return 1;
+        }
+    }
+    if (o.json) {
+        writeJson(out, QJsonDocument(toJsonArray(entries)));
+        return 0;
+    }
+    if (entries.isEmpty()) {
+        out << "История пуста.\n";
+        return 0;
+    }
+    for (const HistoryEntry& e : entries) {
+        const QString what = e.text.isEmpty() ? "Ошибка: " + e.errorMessage.value_or("нет текста") : e.text;
+        out << uuidText(e.id).left(8) << "  " << localTime(e.createdAt) << "  "
+            << QString::asprintf("%5.1f с", e.durationSec) << "  "
+            << (e.category ? categoryTitle(*e.category) : QStringLiteral("—")) << "  " << oneLine(what, 80)
+            << "\n";
+    }
+    out << "Показано " << entries.size() << " из " << total << ".\n";
+    return 0;
+}
+
+int showCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStream& err) {
+    if (o.positional.size() != 2) {
+        err << kHistoryUsage;
+        return 2;
+    }
+    const QString wanted = o.positional[1].toUpper();
+    bool missing = false;
+    auto db = openHistory(paths, err, missing);
+    if (!db && !missing)
+        return 1;
+    QList<HistoryEntry> matches;
+    if (db) {
+        try {
+            // A prefix is enough, as in the list, which shows the first eight characters.
+            for (HistoryEntry& e : db->fetch())
+                if (uuidText(e.id).startsWith(wanted))
+                    matches.append(std::move(e));
+        } catch (const HistoryDBError& e) {
+            err << "Не удалось прочитать историю: " << e.message() << "\n";
+            return 1;
+        }
+    }
+    if (matches.isEmpty()) {
+        err << "Запись не найдена: " << o.positional[1] << "\n";
+        return 1;
+    }
+    if (matches.size() > 1) {
+        err << "Под «" << o.positional[1] << "» подходят несколько записей; укажите больше символов ID.\n";
+        return 1;
+    }
+    if (o.json)
+        writeJson(out, QJsonDocument(matches.first().toJson()));
+    else
+        printEntry(out, matches.first());
+    return 0;
+}
+
+int exportCommand(const Paths& paths, QTextStream& out, QTextStream& err) {
+    bool missing = false;
+    auto db = openHistory(paths, err, missing);
+    if (!db && !missing)
+        return 1;
+    QList<HistoryEntry> entries;
+    if (db) {
+        try {
+            entries = db->fetch();
+        } catch (const HistoryDBError& e) {
+            err << "Не удалось прочитать историю: " << e.message() << "\n";
+            return 1;
+        }
+    }
+    writeJson(out, QJsonDocument(toJsonArray(entries)));
+    return 0;
+}
+
+void printInsights(QTextStream& out, const Insights& s, const QDateTime& now) {
+    out << insightsUpdatedCaption(s.generatedAt, now) << "\n\n";
+    for (const InsightTile& tile : insightsCards(s))
+        out << tile.title << ": " << tile.value << " (" << tile.subtitle << ")\n";
+    out << "\n" << weeklyGoal(s.wordsLastWeek).label << " — " << weeklyGoal(s.wordsLastWeek).caption << "\n";
+    out << "\nКатегории:\n";
+    const auto shares = categoryShares(s.categoryBreakdown);
+    if (shares.isEmpty())
+        out << "  " << categoriesEmptyText() << "\n";
+    for (const CategoryShare& row : shares)
+        out << "  " << categoryTitle(row.category) << ": " << row.percentText << " (" << row.words << ")\n";
+    out << "\nЧасто использую:\n";
+    const auto words = sortedTopWords(s.topWords);
+    if (words.isEmpty())
+        out << "  " << topWordsEmptyText() << "\n";
+    for (const auto& [word, count] : words)
+        out << "  " << word << ": " << count << "\n";
+    out << "\nАктивность за месяц (слов по дням):\n";
+    const auto grid = activityGrid(s.heatmap, now);
+    for (qsizetype row = 0; row < grid.size(); row += 7) {
+        out << "  " << grid[row].date.toString("dd.MM") << "–" << grid[row + 6].date.toString("dd.MM") << ":";
+        for (qsizetype i = row; i < row + 7; ++i)
+            out << " " << QString::number(grid[i].words).rightJustified(5);
+        out << "\n";
+    }
+}
+
+} // namespace
+
+int runHistoryCommand(const QStringList& args, QTextStream& out, QTextStream& err) {
+    const Options o = parseOptions(args, args.value(0) == "list", false);
+    if (!o.error.isEmpty()) {
+        err << o.error << "\n" << kHistoryUsage;
+        return 2;
+    }
+    const Paths paths = Paths::standard();
+    const QString sub = o.positional.value(0);
+    if (sub == "list" && o.positional.size() == 1)
+        return listCommand(paths, o, out, err);
+    if (sub == "show")
+        return showCommand(paths, o, out, err);
+    if (sub == "export" && o.positional.size() == 1)
+        return exportCommand(paths, out, err);
+    err << kHistoryUsage;
+    return 2;
+}
+
+int runInsightsCommand(const QStringList& args, QTextStream& out, QTextStream& err) {
+    const Options o = parseOptions(args, false, true);
+    if (!o.error.isEmpty() || !o.positional.isEmpty()) {
+        err << (o.error.isEmpty() ? "Лишний аргумент: " + o.positional.first() : o.error) << "\n" << kInsightsUsage;
+        return 2;
+    }
+    const Paths paths = Paths::standard();
+    const QString file = paths.dataFile("insights.json");
+    WallClock clock;
+    const QDateTime now = clock.currentDateTime();
+    std::optional<Insights> snapshot = InsightsStore::load(file);
+    if (o.recompute) {
+        bool missing = false;
+        auto db = openHistory(paths, err, missing);
+        if (!db && !missing)
+            return 1;
+        QList<HistoryEntry> page;
+        try {
+            // The same set as the application's: the newest page.
+            if (db)
+                page = db->fetch(HistoryStore::pageSize, 0);
+        } catch (const HistoryDBError& e) {
+            err << "Не удалось прочитать историю: " << e.message() << "\n";
+            return 1;
+        }
+        snapshot = computeInsights(page, now, snapshot ? snapshot->llmSummary : std::nullopt);
+        if (paths.ensureDataDir().isEmpty() || !InsightsStore::save(*snapshot, file)) {
+            err << "Не удалось сохранить " << file << "\n";
+            return 1;
+        }
+    }
+    if (o.json) {
+        out << (snapshot ? QString::fromUtf8(snapshot->toJson()) : QStringLiteral("null\n"));
+        return 0;
+    }
+    if (!insightsDashboardVisible(snapshot)) {
+        const auto [title, text] = insightsPlaceholder();
+        out << title << "\n" << text << "\n";
+        if (!snapshot)
+            out << "Чтобы посчитать по истории: tamvex insights --recompute\n";
+        return 0;
+    }
+    printInsights(out, *snapshot, now);
+    return 0;
+}
+
+} // namespace tamvex

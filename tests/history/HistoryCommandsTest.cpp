@@ -1,0 +1,166 @@
+#include "HistoryFixtures.h"
+#include "cli/HistoryCommands.h"
+#include "history/HistoryStore.h"
+#include "history/InsightsStore.h"
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+struct Run {
+    int code;
+    QString out;
+    QString err;
+};
+
+Run run(int (*command)(const QStringList&, QTextStream&, QTextStream&), const QStringList& args) {
+    QString out, err;
+    QTextStream o(&out), e(&err);
+    const int code = command(args, o, e);
+    o.flush();
+    e.flush();
+    return {code, out, err};
+}
+
+// The commands read Paths::standard(), which follows XDG_DATA_HOME.
+struct CliEnv : TestEnv {
+    CliEnv() { qputenv("XDG_DATA_HOME", QFileInfo(paths.dataDir).path().toUtf8()); }
+    ~CliEnv() { qunsetenv("XDG_DATA_HOME"); }
+};
+} // namespace
+
+class HistoryCommandsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void withoutADatabaseEverythingIsEmptyAndNothingIsCreated() {
+        CliEnv env;
+        Run r = run(runHistoryCommand, {"list"});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(r.out, QString("История пуста.\n"));
+        r = run(runHistoryCommand, {"list", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(r.out.toUtf8()).array().size(), 0);
+        r = run(runHistoryCommand, {"export", "--json"});
+        QCOMPARE(r.code, 0);
+        QVERIFY(QJsonDocument::fromJson(r.out.toUtf8()).isArray());
+        r = run(runHistoryCommand, {"show", "ABCD"});
+        QCOMPARE(r.code, 1);
+        QCOMPARE(r.err, QString("Запись не найдена: ABCD\n"));
+        r = run(runInsightsCommand, {});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.startsWith("Пока недостаточно данных\n"));
+        QCOMPARE(run(runInsightsCommand, {"--json"}).out, QString("null\n"));
+        QVERIFY(!QFileInfo::exists(env.paths.dataDir));
+    }
+
+    void listShowAndExportReadTheLiveDatabase() {
+        CliEnv env;
+        ManualClock clock;
+        HistoryStore store(env.paths, clock); // the running application, holding the file open
+        store.init();
+        const QDateTime now = clock.currentDateTime();
+        for (int i = 0; i < 30; ++i)
+            store.add(makeEntry(i, now, 100 - i, QStringLiteral("запись номер %1").arg(i)));
+        HistoryEntry failed = makeEntry(77, now, 1, "");
+        failed.errorMessage = "Сервер не ответил";
+        failed.category = TextCategory::ideas;
+        store.add(failed);
+        const QByteArray dbBefore = fileBytes(env.paths.dataFile("history.db"));
+
+        Run r = run(runHistoryCommand, {"list"});
+        QCOMPARE(r.code, 0);
+        QStringList lines = r.out.split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 21);
+        QVERIFY(lines[0].startsWith(uuidText(failed.id).left(8)));
+        QVERIFY(lines[0].contains("Идеи"));
+        QVERIFY(lines[0].endsWith("Ошибка: Сервер не ответил"));
+        QVERIFY(lines[1].endsWith("запись номер 29"));
+        QCOMPARE(lines.last(), QString("Показано 20 из 31."));
+
+        r = run(runHistoryCommand, {"list", "--limit", "3", "--json"});
+        const QJsonArray array = QJsonDocument::fromJson(r.out.toUtf8()).array();
+        QCOMPARE(array.size(), 3);
+        QCOMPARE(HistoryEntry::fromJson(array[0].toObject()), std::optional(failed));
+
+        r = run(runHistoryCommand, {"show", uuidText(failed.id).toLower()});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.contains("Ошибка:      Сервер не ответил\n"));
+        QVERIFY(r.out.contains("Категория:   Идеи\n"));
+        r = run(runHistoryCommand, {"show", uuidText(makeEntry(5, now, 0).id), "--json"});
+        QCOMPARE(HistoryEntry::fromJson(QJsonDocument::fromJson(r.out.toUtf8()).object())->text,
+                 QString("запись номер 5"));
+        r = run(runHistoryCommand, {"show", "00000000"});
+        QCOMPARE(r.code, 1);
+        QVERIFY(r.err.contains("несколько записей"));
+
+        r = run(runHistoryCommand, {"export", "--json"});
+        QList<HistoryEntry> exported;
+        for (const QJsonValue& v : QJsonDocument::fromJson(r.out.toUtf8()).array())
+            exported.append(*HistoryEntry::fromJson(v.toObject()));
+        QCOMPARE(exported.size(), 31);
+        QCOMPARE(exported.first(), failed);
+        // The export is the legacy file's form: it imports into a fresh installation as it is.
+        TestEnv fresh;
+        QDir().mkpath(fresh.paths.dataDir);
+        writeFile(fresh.paths.dataFile("history.json"), r.out.toUtf8());
+        HistoryStore restored(fresh.paths, clock);
+        restored.init();
+        QCOMPARE(restored.entries(), exported);
+
+        QCOMPARE(fileBytes(env.paths.dataFile("history.db")), dbBefore);
+        store.add(makeEntry(99, now, 0, "после чтения")); // the application still writes
+        QCOMPARE(store.entries().size(), 32);
+    }
+
+    void badArgumentsAndABrokenFileAreTold() {
+        CliEnv env;
+        QCOMPARE(run(runHistoryCommand, {}).code, 2);
+        QCOMPARE(run(runHistoryCommand, {"list", "--limit", "0"}).code, 2);
+        QCOMPARE(run(runHistoryCommand, {"list", "--bogus"}).err.left(29), QString("Неизвестный параметр: --bogus"));
+        QCOMPARE(run(runHistoryCommand, {"show"}).code, 2);
+        QCOMPARE(run(runInsightsCommand, {"extra"}).code, 2);
+        QDir().mkpath(env.paths.dataDir);
+        writeFile(env.paths.dataFile("history.db"), QByteArray(8192, 'x'));
+        const Run r = run(runHistoryCommand, {"list"});
+        QCOMPARE(r.code, 1);
+        QVERIFY(r.err.startsWith("Не удалось"));
+        QCOMPARE(fileBytes(env.paths.dataFile("history.db")), QByteArray(8192, 'x'));
+    }
+
+    void insightsRecomputeWritesTheCacheTheAppReads() {
+        CliEnv env;
+        ManualClock clock(QDateTime::currentDateTimeUtc());
+        HistoryStore store(env.paths, clock);
+        store.init();
+        store.add(makeEntry(1, clock.currentDateTime(), 10, "Привет привет мир, это проверка"));
+        InsightsStore::save(computeInsights({}, clock.currentDateTime().addDays(-1), QString("старое")),
+                            env.paths.dataFile("insights.json"));
+
+        Run r = run(runInsightsCommand, {"--recompute", "--json"});
+        QCOMPARE(r.code, 0);
+        const QJsonObject o = QJsonDocument::fromJson(r.out.toUtf8()).object();
+        QCOMPARE(o.value("totalWords").toInt(), 5);
+        QCOMPARE(o.value("llmSummary").toString(), QString("старое"));
+        InsightsStore app(store, env.paths, clock);
+        QCOMPARE(app.insights()->totalWords, 5);
+        QVERIFY(!app.shouldRecompute());
+
+        r = run(runInsightsCommand, {});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.startsWith("Обновлено "));
+        QVERIFY(r.out.contains("Всего слов: 5 (≈ 0 страниц A4)\n"));
+        QVERIFY(r.out.contains("  Другое: 100% (5)\n"));
+        QVERIFY(r.out.contains("  привет: 2\n"));
+        QVERIFY(r.out.contains("Ещё 1995 слов до новых инсайтов"));
+    }
+};
+
+QTEST_GUILESS_MAIN(HistoryCommandsTest)
+#include "HistoryCommandsTest.moc"
