@@ -1,0 +1,44 @@
+#pragma once
+
+#include "DevServer.h"
+#include "account/Network.h"
+#include "support/TestSupport.h"
+
+#include <QNetworkAccessManager>
+
+#include <optional>
+#include <stdexcept>
+
+namespace tamvex::test {
+
+/// A dev server on a free loopback port, a manual clock and the shared network manager.
+struct ServiceFixture {
+    ServiceFixture() {
+        if (server.start() == 0)
+            throw std::runtime_error("dev server did not start");
+    }
+    devserver::DevServer server;
+    ManualClock clock;
+    QNetworkAccessManager& network = sharedNetworkManager();
+};
+
+/// Runs `task` and gives the error of type E it failed with, or none if it succeeded.
+/// Errors of other types propagate and fail the test.
+template <class E, class T> std::optional<E> failureOf(QCoro::Task<T>&& task, int timeoutMs = 10000) {
+    try {
+        syncWait(std::move(task), timeoutMs);
+    } catch (const E& e) {
+        return e;
+    }
+    return std::nullopt;
+}
+
+/// A body of `n` characters that all differ by position, to check where text is cut.
+inline QByteArray numberedBody(int n) {
+    QByteArray body;
+    for (int i = 0; body.size() < n; ++i)
+        body.append(QByteArray::number(i % 10));
+    return body.left(n);
+}
+
+} // namespace tamvex::test
