@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class QMenu;
+class QSystemTrayIcon;
+
+namespace tamvex {
+
+class AppState;
+class Clock;
+class Defaults;
+class LoginItem;
+class RecordingCoordinator;
+class ResourceSounds;
+
+/// Builds the running application once, in order, and owns it until the process ends.
+class AppDelegate : public QObject {
+    Q_OBJECT
+public:
+    /// `audioInputFile` replaces the microphone when it is not empty.
+    explicit AppDelegate(QString audioInputFile = {}, QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    /// The launch sequence.
+    void applicationDidFinishLaunching();
+
+    AppState& appState() { return *m_appState; }
+    RecordingCoordinator& coordinator() { return *m_coordinator; }
+
+private:
+    void buildTray();
+    void updateTray();
+
+    QString m_audioInputFile;
+    std::unique_ptr<Clock> m_clock;
+    std::unique_ptr<Defaults> m_defaults;
+    std::unique_ptr<ResourceSounds> m_sounds;
+    std::unique_ptr<LoginItem> m_loginItem;
+    std::unique_ptr<AppState> m_appState;
+    std::unique_ptr<RecordingCoordinator> m_coordinator;
+    std::unique_ptr<QMenu> m_trayMenu;
+    std::unique_ptr<QSystemTrayIcon> m_tray;
+};
+
+} // namespace tamvex

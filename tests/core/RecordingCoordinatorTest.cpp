@@ -1,0 +1,303 @@
+#include "account/AnalyticsService.h"
+#include "core/DropRules.h"
+#include "core/LevelReader.h"
+#include "core/RecordingCoordinator.h"
+#include "desktop/AudioInputFile.h"
+#include "desktop/AudioTestSupport.h"
+#include "platform/AudioDecoder.h"
+#include "support/AppFixture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+using Mode = RecordingCoordinator::Mode;
+
+namespace {
+
+/// A sine whose RMS level is `db` dBFS, `seconds` long, at 16 kHz.
+QString makeTone(const QString& dir, const QString& name, double db, double seconds) {
+    const QString path = dir + "/" + name + ".wav";
+    const double amplitude = db <= -160 ? 0.0 : std::sqrt(2.0) * std::pow(10.0, db / 20.0);
+    test::writeWav(path, test::sine(220.0, amplitude, seconds, 16000), 16000, 1);
+    return path;
+}
+
+struct Rig {
+    explicit Rig(double toneDb = -9.0, double seconds = 70.0, bool brokenInput = false)
+        : fixture([this] {
+              return std::make_unique<FileAudioInput>(fixture.clock, inputPath, 1.0);
+          }) {
+        inputPath = brokenInput ? fixture.env.root.path() + "/missing.wav"
+                                : makeTone(fixture.env.root.path(), "tone", toneDb, seconds);
+        coordinator = std::make_unique<RecordingCoordinator>(*fixture.state);
+    }
+    AppState& state() { return *fixture.state; }
+    RecordingState recState() { return fixture.state->recordingState(); }
+    QStringList played() { return fixture.sounds.played; }
+    void advance(double s) { fixture.clock.advance(s); }
+    /// Lets queued tasks (finish, discard) run.
+    void settle() {
+        for (int i = 0; i < 5; ++i)
+            QCoreApplication::processEvents();
+    }
+    QStringList recordings() { return QDir(fixture.env.paths.tempDir).entryList({"sorvel-*.m4a"}, QDir::Files); }
+
+    QString inputPath;
+    test::AppFixture fixture;
+    std::unique_ptr<RecordingCoordinator> coordinator;
+};
+
+} // namespace
+
+class RecordingCoordinatorTest : public QObject {
+    Q_OBJECT
+private slots:
+    void holdAtExactlyHalfASecondIsAHold() {
+        Rig rig;
+        test::LogCapture log;
+        rig.coordinator->handleKeyDown();
+        QCOMPARE(rig.recState(), RecordingState::recording());
+        QCOMPARE(rig.coordinator->currentMode(), std::optional<Mode>(Mode::holdPending));
+        QVERIFY(rig.coordinator->currentRecordingWasHold());
+        QVERIFY(log.has("Recording started (hold pending)"));
+        rig.advance(0.5);
+        rig.coordinator->handleKeyUp();
+        QVERIFY(!rig.coordinator->currentMode());
+        QVERIFY(log.has("Hold release (0.50s) → stopping"));
+        // The stop runs as its own task: until then a press finds recording with no mode.
+        QCOMPARE(rig.recState(), RecordingState::recording());
+        rig.coordinator->handleKeyDown();
+        QCOMPARE(rig.played(), (QStringList{"Pop@0.35", "Bottle@0.3"}));
+        rig.settle();
+        QCOMPARE(rig.recState(), RecordingState::error("Слишком коротко — подержи FN дольше"));
+        QVERIFY(rig.recordings().isEmpty());
+        rig.advance(2.99);
+        QVERIFY(rig.recState().isError());
+        rig.advance(0.01);
+        QCOMPARE(rig.recState(), RecordingState::idle());
+    }
+
+    void doubleTapKeepsTheTapsAudio() {
+        Rig rig;
+        test::LogCapture log;
+        QSignalSpy accepted(rig.coordinator.get(), &RecordingCoordinator::recordingAccepted);
+        QSignalSpy tip(rig.coordinator.get(), &RecordingCoordinator::shortTapTipRequested);
+        rig.coordinator->handleKeyDown();
+        rig.advance(0.49);
+        rig.coordinator->handleKeyUp();
+        QCOMPARE(rig.coordinator->currentMode(), std::optional<Mode>(Mode::awaitingDoubleTap));
+        QVERIFY(log.has("Short tap (0.49s) — awaiting double-tap"));
+        rig.advance(0.49);
+        rig.coordinator->handleKeyDown();
+        QCOMPARE(rig.coordinator->currentMode(), std::optional<Mode>(Mode::toggleSticky));
+        QVERIFY(!rig.coordinator->currentRecordingWasHold());
+        QVERIFY(log.has("Double-tap confirmed → toggleSticky"));
+        rig.advance(0.2);
+        rig.coordinator->handleKeyUp(); // release of the second press: nothing
+        QCOMPARE(rig.coordinator->currentMode(), std::optional<Mode>(Mode::toggleSticky));
+        rig.advance(2.32);
+        QCOMPARE(tip.count(), 0); // the cancelled wait never fired
+        rig.coordinator->handleKeyDown();
+        QVERIFY(!rig.coordinator->currentMode());
+        rig.coordinator->handleKeyUp(); // release of the stopping press: nothing
+        rig.settle();
+        QCOMPARE(rig.played(), (QStringList{"Pop@0.35", "Purr@0.4", "Bottle@0.3"}));
+        QCOMPARE(accepted.count(), 1);
+        const QString file = accepted[0][0].toString();
+        QCOMPARE(accepted[0][1].toDouble(), 3.5);
+        QCOMPARE(rig.recState(), RecordingState::idle());
+        // The file holds everything from the first press on.
+        AudioFileDecoder decoder(file, 16000);
+        QVERIFY(std::abs(decoder.durationSeconds() - 3.5) <= 0.05);
+        QVERIFY(log.has("No speech pipeline is wired; recording kept at " + file));
+    }
+
+    void unansweredTapIsDiscarded() {
+        Rig rig;
+        test::LogCapture log;
+        QSignalSpy tip(rig.coordinator.get(), &RecordingCoordinator::shortTapTipRequested);
+        rig.coordinator->handleKeyDown();
+        rig.advance(0.1);
+        rig.coordinator->handleKeyUp();
+        rig.advance(0.49);
+        QCOMPARE(rig.recState(), RecordingState::recording());
+        QCOMPARE(rig.recordings().size(), 1);
+        rig.advance(0.01);
+        QVERIFY(log.has("Double-tap window expired — discarding short tap"));
+        QCOMPARE(tip.count(), 1);
+        QVERIFY(!rig.coordinator->currentMode());
+        rig.settle();
+        QCOMPARE(rig.recState(), RecordingState::idle());
+        QVERIFY(rig.recordings().isEmpty());
+        QVERIFY(!rig.coordinator->recorder().isRecording());
+        // A tap that was discarded leaves the hold flag as it was.
+        QVERIFY(rig.coordinator->currentRecordingWasHold());
+    }
+
+    void failedStartThenShortAndLongPress() {
+        Rig rig(-9.0, 1.0, /*brokenInput=*/true);
+        test::LogCapture log;
+        QSignalSpy tip(rig.coordinator.get(), &RecordingCoordinator::shortTapTipRequested);
+        rig.coordinator->handleKeyDown();
+        QVERIFY(rig.recState().isError());
+        QVERIFY(rig.recState().message().startsWith("Не удалось начать запись: "));
+        QVERIFY(log.hasPrefix("Recording start failed: Не удалось начать запись: "));
+        QCOMPARE(rig.coordinator->currentMode(), std::optional<Mode>(Mode::holdPending));
+        QVERIFY(rig.played().isEmpty());
+        // Short release: the wait runs out, the tip may show, the discard finds no recording.
+        rig.advance(0.1);
+        rig.coordinator->handleKeyUp();
+        rig.advance(0.5);
+        rig.settle();
+        QCOMPARE(tip.count(), 1);
+        QVERIFY(rig.recState().isError());
+        rig.advance(2.4);
+        QCOMPARE(rig.recState(), RecordingState::idle());
+
+        // Long release after another failed start: a failed dictation, "not recording".
+        QSignalSpy tracked(&AnalyticsService::shared(), &AnalyticsService::tracked);
+        rig.coordinator->handleKeyDown();
+        rig.advance(1.0);
+        rig.coordinator->handleKeyUp();
+        rig.settle();
+        QCOMPARE(rig.recState(), RecordingState::error("Запись не запущена."));
+        QVERIFY(log.has("finishRecording failed: Запись не запущена."));
+        QCOMPARE(rig.played(), QStringList{"Bottle@0.3"});
+        QCOMPARE(tracked.count(), 1);
+        QCOMPARE(tracked[0][0].toString(), QString("transcription_failed"));
+        QCOMPARE(tracked[0][1].toMap().value("is_retryable"), QVariant(false));
+        // The start's own clear task ends the later error early: nothing cancels it.
+        rig.advance(2.0);
+        QCOMPARE(rig.recState(), RecordingState::idle());
+    }
+
+    void toggleDuringDoubleTapWaitStopsWithoutTipOrDiscard() {
+        Rig rig;
+        QSignalSpy tip(rig.coordinator.get(), &RecordingCoordinator::shortTapTipRequested);
+        QSignalSpy accepted(rig.coordinator.get(), &RecordingCoordinator::recordingAccepted);
+        rig.coordinator->handleKeyDown();
+        rig.advance(0.3);
+        rig.coordinator->handleKeyUp();
+        rig.advance(0.1);
+        rig.coordinator->toggleRecording();
+        QVERIFY(!rig.coordinator->currentMode());
+        rig.settle();
+        rig.advance(1.0); // past the end of the double-tap window
+        rig.settle();
+        QCOMPARE(tip.count(), 0);
+        // 0.4 s of audio is short: dropped by the rules, not discarded silently.
+        QCOMPARE(rig.recState(), RecordingState::error("Слишком коротко — подержи FN дольше"));
+        QCOMPARE(accepted.count(), 0);
+        QCOMPARE(rig.played(), QStringList{"Pop@0.35"});
+    }
+
+    void toggleStartsStickyAndAHotkeyPressStopsIt() {
+        Rig rig;
+        QSignalSpy accepted(rig.coordinator.get(), &RecordingCoordinator::recordingAccepted);
+        rig.coordinator->toggleRecording();
+        QCOMPARE(rig.recState(), RecordingState::recording());
+        QCOMPARE(rig.coordinator->currentMode(), std::optional<Mode>(Mode::toggleSticky));
+        QVERIFY(rig.played().isEmpty());
+        rig.advance(4.0);
+        rig.coordinator->handleKeyDown();
+        rig.settle();
+        QCOMPARE(rig.played(), QStringList{"Bottle@0.3"});
+        QCOMPARE(accepted.count(), 1);
+        QCOMPARE(accepted[0][1].toDouble(), 4.0);
+        // A toggle in processing or error does nothing.
+        rig.state().setRecordingState(RecordingState::processing());
+        rig.coordinator->toggleRecording();
+        QCOMPARE(rig.recState(), RecordingState::processing());
+    }
+
+    void pressesDuringProcessingAndErrorAreLost() {
+        Rig rig;
+        rig.state().setRecordingState(RecordingState::processing());
+        rig.coordinator->handleKeyDown();
+        rig.advance(1.0);
+        rig.coordinator->handleKeyUp();
+        QCOMPARE(rig.recState(), RecordingState::processing());
+        QVERIFY(!rig.coordinator->currentMode());
+        QVERIFY(rig.recordings().isEmpty());
+
+        rig.state().setRecordingState(RecordingState::error("x"));
+        rig.coordinator->handleKeyDown();
+        rig.state().setRecordingState(RecordingState::idle());
+        // Still held when the error clears: the release finds no mode, nothing starts.
+        rig.coordinator->handleKeyUp();
+        QCOMPARE(rig.recState(), RecordingState::idle());
+        QVERIFY(rig.played().isEmpty());
+        QVERIFY(!rig.coordinator->recorder().isRecording());
+    }
+
+    void dropRulesAtTheirEdges() {
+        QVERIFY(!judgeRecording(1.2, -10.0f).dropped());
+        QVERIFY(judgeRecording(1.19, -10.0f).isShort);
+        QVERIFY(!judgeRecording(5.0, -40.0f).isQuiet);
+        QVERIFY(judgeRecording(5.0, -40.01f).isQuiet);
+        QVERIFY(!judgeRecording(3.0, -25.0f).dropped());
+        QVERIFY(!judgeRecording(2.9, -20.0f).dropped());
+        QCOMPARE(judgeRecording(2.9, -25.0f).message(), QString("Похоже на тишину — запись отброшена"));
+        QCOMPARE(judgeRecording(1.0, -50.0f).message(), QString("Слишком коротко и тихо — попробуй ещё раз"));
+        QCOMPARE(judgeRecording(1.0, -10.0f).message(), QString("Слишком коротко — подержи FN дольше"));
+        QCOMPARE(judgeRecording(70.0, -50.0f).message(), QString("Слишком тихо — говори ближе к микрофону"));
+    }
+
+    void quietishShortRecordingIsDroppedWithItsReport() {
+        Rig rig(-25.0, 10.0);
+        test::LogCapture log;
+        QSignalSpy tracked(&AnalyticsService::shared(), &AnalyticsService::tracked);
+        rig.coordinator->handleKeyDown();
+        rig.advance(2.9);
+        rig.coordinator->handleKeyUp();
+        rig.settle();
+        QCOMPARE(rig.recState(), RecordingState::error("Похоже на тишину — запись отброшена"));
+        QVERIFY(log.has("Recording dropped (short=false, quiet=false, suspicious=true)"));
+        QVERIFY(log.hasPrefix("Recording stopped: "));
+        QVERIFY(rig.recordings().isEmpty());
+        QCOMPARE(tracked.count(), 1);
+        const QVariantMap props = tracked[0][1].toMap();
+        QCOMPARE(tracked[0][0].toString(), QString("record_dropped"));
+        QCOMPARE(props.value("duration_sec").toDouble(), 2.9);
+        // The level reader's readings make the peak: the tone's own RMS level.
+        QVERIFY(std::abs(props.value("peak_db").toDouble() - (-25.0)) <= 1.0);
+        QCOMPARE(props.value("reason_suspicious"), QVariant(true));
+        QCOMPARE(props.value("reason_short"), QVariant(false));
+    }
+
+    void sameLevelPastThreeSecondsIsKept() {
+        Rig rig(-25.0, 10.0);
+        QSignalSpy accepted(rig.coordinator.get(), &RecordingCoordinator::recordingAccepted);
+        rig.coordinator->handleKeyDown();
+        rig.advance(3.1);
+        rig.coordinator->handleKeyUp();
+        rig.settle();
+        QCOMPARE(accepted.count(), 1);
+        QVERIFY(QFile::exists(accepted[0][0].toString()));
+        QCOMPARE(rig.recState(), RecordingState::idle());
+    }
+
+    void silentLongHoldIsDroppedAfterTheLongHoldTip() {
+        Rig rig(-200.0, 80.0);
+        QSignalSpy longTip(rig.coordinator.get(), &RecordingCoordinator::longHoldTipRequested);
+        QSignalSpy levels(&rig.coordinator->levelReader(), &LevelReader::levelChanged);
+        rig.coordinator->handleKeyDown();
+        rig.advance(70.0);
+        rig.coordinator->handleKeyUp();
+        rig.settle();
+        QCOMPARE(longTip.count(), 1);
+        QCOMPARE(rig.recState(), RecordingState::error("Слишком тихо — говори ближе к микрофону"));
+        QVERIFY(!rig.coordinator->currentRecordingWasHold());
+        // One reading every 0.06 s while recording, and none after.
+        QVERIFY(levels.count() >= 1160 && levels.count() <= 1167);
+        const int readings = levels.count();
+        rig.advance(1.0);
+        QCOMPARE(levels.count(), readings);
+    }
+};
+
+QTEST_GUILESS_MAIN(RecordingCoordinatorTest)
+#include "RecordingCoordinatorTest.moc"
