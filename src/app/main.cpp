@@ -1,8 +1,29 @@
+#include "cli/CommandLine.h"
+#include "core/AppDelegate.h"
+
+#include <QApplication>
 #include <QCoreApplication>
-#include <cstdio>
+
+#include <memory>
 
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    std::printf("tamvex %s\n", TAMVEX_VERSION);
-    return 0;
+    QStringList args;
+    for (int i = 1; i < argc; ++i)
+        args.append(QString::fromLocal8Bit(argv[i]));
+    tamvex::CommandLineRequest request;
+    {
+        // Subcommands need no windows: a core application keeps them headless.
+        std::unique_ptr<QCoreApplication> cli;
+        if (!args.isEmpty() && !args[0].startsWith("--audio-input"))
+            cli = std::make_unique<QCoreApplication>(argc, argv);
+        const int code = tamvex::runCommandLine(args, request);
+        if (!request.startApplication)
+            return code;
+    }
+    QApplication app(argc, argv);
+    QApplication::setApplicationName("Tamvex");
+    QApplication::setQuitOnLastWindowClosed(false);
+    tamvex::AppDelegate delegate(request.audioInputFile);
+    delegate.applicationDidFinishLaunching();
+    return QApplication::exec();
 }
