@@ -1,0 +1,204 @@
+#include "pipelines/BackendSelector.h"
+#include "services/ServiceFixture.h"
+
+#include <QJsonDocument>
+#include <QTest>
+#include <QTimeZone>
+
+using namespace tamvex;
+using namespace tamvex::test;
+using devserver::Script;
+
+namespace {
+
+const QUrl kMain("http://main.invalid");
+const QUrl kStt("http://stt.invalid");
+
+// A selector whose probes answer from a table and are counted.
+struct Scripted {
+    TestEnv sandbox;
+    ManualClock clock;
+    std::unique_ptr<BackendSelector> selector;
+    double mainSec = 0.1;
+    double sttSec = 0.1;
+    int probes = 0;
+
+    Scripted() { reopen(); }
+    void reopen() {
+        selector = std::make_unique<BackendSelector>(*sandbox.defaults, clock, sharedNetworkManager(),
+                                                     ServiceHosts{kMain, kStt, kMain, kMain});
+        selector->setLatencyMeasurer([this](QUrl url) -> QCoro::Task<double> {
+            ++probes;
+            co_return url == kMain ? mainSec : sttSec;
+        });
+    }
+    void store(const QString& endpoint, const QDateTime& at) {
+        sandbox.defaults->setData(BackendSelector::cacheKey, BackendSelector::CachedChoice{endpoint, at, 10, 5}.encode());
+        reopen();
+    }
+    QString pickAfterRefresh(double main, double stt) {
+        mainSec = main;
+        sttSec = stt;
+        syncWait(selector->refresh());
+        return selector->current()->endpoint;
+    }
+};
+
+} // namespace
+
+class BackendSelectorTest : public QObject {
+    Q_OBJECT
+private slots:
+    void theSpeechHostMustBeMoreThan30msFaster() {
+        Scripted s;
+        QCOMPARE(s.pickAfterRefresh(0.100, 0.0715), QString("main"));
+        QCOMPARE(s.pickAfterRefresh(0.100, 0.069), QString("stt"));
+        QCOMPARE(s.pickAfterRefresh(0.25 + BackendSelector::sttMarginSec, 0.25), QString("main")); // exactly equal
+        QCOMPARE(s.pickAfterRefresh(-1.0, 0.5), QString("stt"));
+        QCOMPARE(s.selector->current()->mainLatencyMs, qint64(-1));
+        QCOMPARE(s.selector->current()->sttLatencyMs, qint64(500));
+        QCOMPARE(s.pickAfterRefresh(-1.0, -1.0), QString("main"));
+        QCOMPARE(s.pickAfterRefresh(0.01, -1.0), QString("main"));
+    }
+
+    void aPickIsLoggedAndPersistedWith2001Dates() {
+        Scripted s;
+        LogCapture log;
+        s.pickAfterRefresh(0.5, 0.25);
+        QCOMPARE(log.lines(), QStringList{"info: BackendSelector: pick=stt main=500ms stt=250ms"});
+
+        const QByteArray stored = s.sandbox.defaults->readData(BackendSelector::cacheKey).value;
+        const QJsonObject o = QJsonDocument::fromJson(stored).object();
+        const QDateTime epoch(QDate(2001, 1, 1), QTime(0, 0), QTimeZone::utc());
+        QCOMPARE(o.keys(), (QStringList{"endpoint", "mainLatencyMs", "measuredAt", "sttLatencyMs"}));
+        QCOMPARE(o.value("endpoint").toString(), QString("stt"));
+        QCOMPARE(o.value("measuredAt").toDouble(), epoch.msecsTo(s.clock.currentDateTime()) / 1000.0);
+        QCOMPARE(o.value("mainLatencyMs").toInteger(), qint64(500));
+
+        // A relaunch reads the pick back and uses it as if just made.
+        s.sandbox.reopenDefaults();
+        s.reopen();
+        QCOMPARE(s.selector->current()->endpoint, QString("stt"));
+        QCOMPARE(s.selector->currentEndpoint(), kStt);
+        QCOMPARE(s.probes, 2);
+    }
+
+    void aPickIsGoodFor600Seconds() {
+        Scripted s;
+        const QDateTime now = s.clock.currentDateTime();
+        s.store("stt", now.addSecs(-599));
+        QCOMPARE(s.selector->currentEndpoint(), kStt);
+        QCOMPARE(s.probes, 0);
+
+        s.store("stt", now.addSecs(-600));
+        QCOMPARE(s.selector->currentEndpoint(), kMain);
+        QCOMPARE(s.probes, 2); // both hosts, started in the background
+
+        // A date in the future (clock set back) counts as fresh.
+        s.probes = 0;
+        s.store("stt", now.addSecs(3600));
+        QCOMPARE(s.selector->currentEndpoint(), kStt);
+        QCOMPARE(s.probes, 0);
+
+        // Any other endpoint text is "main", while fresh.
+        s.store("eu-west", now);
+        QCOMPARE(s.selector->currentEndpoint(), kMain);
+        QCOMPARE(s.probes, 0);
+    }
+
+    void storedGarbageIsNoPickUntilOverwritten() {
+        Scripted s;
+        for (const QByteArray& junk : {QByteArray("not json"), QByteArray(R"({"endpoint":"stt"})"),
+                                       QByteArray(R"({"endpoint":"stt","measuredAt":"x","mainLatencyMs":1,"sttLatencyMs":1})")}) {
+            s.sandbox.defaults->setData(BackendSelector::cacheKey, junk);
+            s.reopen();
+            QVERIFY(!s.selector->current().has_value());
+            QCOMPARE(s.sandbox.defaults->readData(BackendSelector::cacheKey).value, junk); // left alone
+        }
+        s.sttSec = 0.0;
+        s.mainSec = 1.0;
+        QCOMPARE(s.selector->currentEndpoint(), kMain);
+        QVERIFY(spinUntil([&] { return s.selector->current().has_value(); }));
+        QVERIFY(BackendSelector::CachedChoice::decode(s.sandbox.defaults->readData(BackendSelector::cacheKey).value));
+        QCOMPARE(s.selector->currentEndpoint(), kStt);
+
+        // A value of another type under the key is no pick either.
+        s.sandbox.defaults->setString(BackendSelector::cacheKey, "stt");
+        s.reopen();
+        QVERIFY(!s.selector->current().has_value());
+    }
+
+    void anUnhealthySpeechHostIsAvoidedFor300SecondsWithoutProbes() {
+        Scripted s;
+        s.store("stt", s.clock.currentDateTime());
+        LogCapture log;
+        s.selector->markSTTUnhealthy();
+        QCOMPARE(log.lines(), QStringList{"error: BackendSelector: STT marked unhealthy for 5 min"});
+        QCOMPARE(s.selector->currentEndpoint(), kMain);
+        s.clock.advance(299.99);
+        QCOMPARE(s.selector->currentEndpoint(), kMain);
+        QCOMPARE(s.probes, 0);
+        // The mark is over and the pick is still fresh: back to the speech host without measuring.
+        s.clock.advance(0.01);
+        QCOMPARE(s.selector->currentEndpoint(), kStt);
+        QCOMPARE(s.probes, 0);
+        QCOMPARE(s.selector->current()->endpoint, QString("stt"));
+
+        // Stale pick during the mark: still no probe.
+        s.selector->markSTTUnhealthy();
+        s.clock.advance(BackendSelector::cacheTTL);
+        s.selector->markSTTUnhealthy();
+        QCOMPARE(s.selector->currentEndpoint(), kMain);
+        QCOMPARE(s.probes, 0);
+    }
+
+    void healthProbesOverHttp() {
+        ServiceFixture mainHost;
+        devserver::DevServer sttServer;
+        QVERIFY(sttServer.start() != 0);
+        TestEnv sandbox;
+        BackendSelector selector(*sandbox.defaults, mainHost.clock, mainHost.network,
+                                 ServiceHosts{mainHost.server.baseUrl(), sttServer.localhostUrl(),
+                                              mainHost.server.baseUrl(), mainHost.server.baseUrl()});
+
+        // Latency is read from the clock between sending and the answer.
+        mainHost.server.script("/api/health", Script{0, {}, {}, 300, 1});
+        auto probe = selector.measureLatency(mainHost.server.baseUrl());
+        QVERIFY(spinUntil([&] { return mainHost.server.received("/api/health").size() == 1; }));
+        mainHost.clock.advance(0.25);
+        QCOMPARE(syncWait(std::move(probe)), 0.25);
+        QVERIFY(!mainHost.server.received("/api/health").at(0).hasHeader("Authorization"));
+
+        // Only exactly 200 counts; so does a dead host and the 3 s limit.
+        sttServer.script("/api/health", Script{503, "down"});
+        QCOMPARE(syncWait(selector.measureLatency(sttServer.localhostUrl())), -1.0);
+        sttServer.script("/api/health", Script{204, ""});
+        QCOMPARE(syncWait(selector.measureLatency(sttServer.localhostUrl())), -1.0);
+        QCOMPARE(syncWait(selector.measureLatency(QUrl("http://127.0.0.1:1"))), -1.0);
+
+        mainHost.server.script("/api/health", Script{0, {}, {}, 5000, 1});
+        bool done = false;
+        double result = 0.0;
+        auto body = [&]() -> QCoro::Task<void> {
+            result = co_await selector.measureLatency(mainHost.server.baseUrl());
+            done = true;
+        };
+        auto slow = body();
+        QVERIFY(spinUntil([&] { return mainHost.server.received("/api/health").size() == 2; }));
+        mainHost.clock.advance(2.99);
+        QCoreApplication::processEvents();
+        QVERIFY(!done);
+        mainHost.clock.advance(0.01);
+        QVERIFY(spinUntil([&] { return done; }, 2000));
+        QCOMPARE(result, -1.0);
+
+        // A whole refresh: the speech host is down, so main wins with stt at -1.
+        syncWait(selector.refresh());
+        QCOMPARE(selector.current()->endpoint, QString("main"));
+        QCOMPARE(selector.current()->mainLatencyMs, qint64(0));
+        QCOMPARE(selector.current()->sttLatencyMs, qint64(-1));
+    }
+};
+
+QTEST_GUILESS_MAIN(BackendSelectorTest)
+#include "BackendSelectorTest.moc"
