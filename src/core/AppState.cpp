@@ -1,5 +1,7 @@
 #include "core/AppState.h"
 
+#include "history/HistoryStore.h"
+#include "history/InsightsStore.h"
 #include "shell/SettingsStore.h"
 
 #include <QPointer>
@@ -55,9 +57,14 @@ std::optional<MainSection> fromRawValue(const QString& raw) {
 
 AppState::AppState(AppEnvironment environment, QObject* parent) : QObject(parent), m_env(std::move(environment)) {
     m_settings = std::make_unique<SettingsStore>(m_env.defaults, m_env.clock, m_env.loginItem);
+    m_history = std::make_unique<HistoryStore>(m_env.paths, m_env.clock);
+    m_history->init();
+    m_insights = std::make_unique<InsightsStore>(*m_history, m_env.paths, m_env.clock);
     // A change in any store counts as a change of the state; `this` owns the stores, so
-    // the connection cannot outlive it.
+    // the connections cannot outlive it.
     connect(m_settings.get(), &SettingsStore::changed, this, &AppState::changed);
+    connect(m_history.get(), &HistoryStore::changed, this, &AppState::changed);
+    connect(m_insights.get(), &InsightsStore::changed, this, &AppState::changed);
 }
 
 AppState::~AppState() = default;

@@ -16,6 +16,8 @@
 
 namespace tamvex {
 
+class HistoryStore;
+class InsightsStore;
 class SettingsStore;
 
 /// The section the main window shows.
@@ -90,6 +92,8 @@ public:
     bool usesServiceBalance() const;
 
     SettingsStore& settings() const { return *m_settings; }
+    HistoryStore& history() const { return *m_history; }
+    InsightsStore& insights() const { return *m_insights; }
 
 signals:
     /// Any change of the state or of one of its stores.
@@ -111,8 +115,10 @@ private:
     std::optional<Cancellation> m_nudgeDismissTask;
     MainSection m_mainSection = MainSection::home;
     RetryHook m_retryHook;
-    // The stores, in creation order; the history, account and insights stores join here.
+    // The stores, in creation order; the account store joins between history and insights.
     std::unique_ptr<SettingsStore> m_settings;
+    std::unique_ptr<HistoryStore> m_history;
+    std::unique_ptr<InsightsStore> m_insights;
 };
 
 } // namespace tamvex

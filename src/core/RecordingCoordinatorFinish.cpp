@@ -4,7 +4,10 @@
 #include "core/RecordingConstants.h"
 #include "core/RecordingCoordinator.h"
 #include "account/AnalyticsService.h"
+#include "history/HistoryStore.h"
+#include "pipelines/PipelinePreset.h"
 #include "platform/Log.h"
+#include "shell/SettingsStore.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -59,6 +62,13 @@ QCoro::Task<void> RecordingCoordinator::finishRecording() {
 void RecordingCoordinator::failedEnd(const QString& message) {
     logError("finishRecording failed: " + message);
     AnalyticsService::track("transcription_failed", {{"error", message}, {"is_retryable", false}});
+    HistoryEntry entry;
+    entry.id = QUuid::createUuid();
+    entry.createdAt = m_clock.currentDateTime();
+    entry.durationSec = 0; // deliberately, even when the duration is known
+    entry.errorMessage = message;
+    entry.modelUsed = presets::title(m_appState.settings().preset());
+    m_appState.history().add(entry);
     m_appState.setRecordingState(RecordingState::error(message));
     scheduleErrorClear();
 }

@@ -4,6 +4,7 @@
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioTestSupport.h"
+#include "history/HistoryStore.h"
 #include "platform/AudioDecoder.h"
 #include "support/AppFixture.h"
 
@@ -74,6 +75,7 @@ private slots:
         rig.settle();
         QCOMPARE(rig.recState(), RecordingState::error("Слишком коротко — подержи FN дольше"));
         QVERIFY(rig.recordings().isEmpty());
+        QVERIFY(rig.state().history().entries().isEmpty()); // a dropped recording leaves no entry
         rig.advance(2.99);
         QVERIFY(rig.recState().isError());
         rig.advance(0.01);
@@ -169,6 +171,13 @@ private slots:
         QCOMPARE(tracked.count(), 1);
         QCOMPARE(tracked[0][0].toString(), QString("transcription_failed"));
         QCOMPARE(tracked[0][1].toMap().value("is_retryable"), QVariant(false));
+        // The failed dictation is in the history, with no audio and no duration.
+        QCOMPARE(rig.state().history().entries().size(), 1);
+        const HistoryEntry entry = rig.state().history().entries().first();
+        QCOMPARE(entry.errorMessage, std::optional<QString>("Запись не запущена."));
+        QCOMPARE(entry.modelUsed, std::optional<QString>("Быстрая"));
+        QCOMPARE(entry.durationSec, 0.0);
+        QVERIFY(entry.text.isEmpty() && !entry.audioPath && !entry.costUSD);
         // The start's own clear task ends the later error early: nothing cancels it.
         rig.advance(2.0);
         QCOMPARE(rig.recState(), RecordingState::idle());
