@@ -6,11 +6,23 @@
 #include <QSoundEffect>
 #include <QUrl>
 
+// Resources of a static library are linked only when something names them.
+static void initSoundResources() {
+    static const bool done = [] {
+        Q_INIT_RESOURCE(sounds);
+        return true;
+    }();
+    Q_UNUSED(done);
+}
+
 namespace tamvex {
 
-ResourceSounds::ResourceSounds(QObject* parent) : QObject(parent) {}
+ResourceSounds::ResourceSounds(QObject* parent) : QObject(parent) { initSoundResources(); }
 
-QStringList ResourceSounds::names() { return {"Pop", "Purr", "Bottle", "Glass"}; }
+QStringList ResourceSounds::names() {
+    initSoundResources();
+    return {"Pop", "Purr", "Bottle", "Glass"};
+}
 
 void ResourceSounds::play(const QString& name, float volume) {
     if (QMediaDevices::defaultAudioOutput().isNull())
