@@ -29,6 +29,9 @@ template <class E, class T> std::optional<E> failureOf(QCoro::Task<T>&& task, in
         syncWait(std::move(task), timeoutMs);
     } catch (const E& e) {
         return e;
+    } catch (const std::exception& other) {
+        qWarning("failureOf: unexpected error: %s", other.what());
+        throw;
     }
     return std::nullopt;
 }

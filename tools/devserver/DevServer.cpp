@@ -79,6 +79,15 @@ quint16 DevServer::start(quint16 port, const QHostAddress& address) {
     return m_port;
 }
 
+void DevServer::stop() {
+    for (QTcpServer* server : servers()) {
+        server->close();
+        // Kept-alive connections would otherwise go on answering.
+        for (QTcpSocket* socket : server->findChildren<QTcpSocket*>())
+            socket->abort();
+    }
+}
+
 QUrl DevServer::baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_port)); }
 
 QUrl DevServer::localhostUrl() const { return QUrl(QStringLiteral("http://localhost:%1").arg(m_port)); }

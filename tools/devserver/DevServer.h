@@ -75,6 +75,8 @@ public:
 
     /// Listens on `address`:`port` (0 picks one); gives the port, 0 on failure.
     quint16 start(quint16 port = 0, const QHostAddress& address = QHostAddress::LocalHost);
+    /// Stops listening; later connections are refused.
+    void stop();
     /// "http://127.0.0.1:<port>".
     QUrl baseUrl() const;
     /// The same server named "localhost", to tell two hosts apart in tests.

@@ -1,0 +1,324 @@
+#include "pipelines/BackendSelector.h"
+#include "pipelines/OpenRouterService.h"
+#include "services/ServiceFixture.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+using devserver::Script;
+using Kind = OpenRouterError::Kind;
+
+namespace {
+
+const QString kProxyPath = "/api/openrouter/v1/chat/completions";
+const QString kDirectPath = "/api/v1/chat/completions";
+
+QByteArray answerWith(const QString& usage) {
+    return QString(R"({"choices":[{"message":{"role":"assistant","content":"Привет"}}]%1})").arg(usage).toUtf8();
+}
+
+// Main host on 127.0.0.1, the speech host on "localhost", OpenRouter on a third server.
+struct Hosts {
+    ServiceFixture mainHost;
+    devserver::DevServer stt;
+    devserver::DevServer openRouter;
+    TestEnv sandbox;
+    std::unique_ptr<BackendSelector> selector;
+
+    explicit Hosts(const QString& pick = "main") {
+        if (stt.start() == 0 || openRouter.start() == 0)
+            throw std::runtime_error("servers did not start");
+        sandbox.defaults->setData(BackendSelector::cacheKey,
+                                  BackendSelector::CachedChoice{pick, mainHost.clock.currentDateTime(), 1, 1}.encode());
+        selector = std::make_unique<BackendSelector>(
+            *sandbox.defaults, mainHost.clock, mainHost.network,
+            ServiceHosts{mainHost.server.baseUrl(), stt.localhostUrl(), openRouter.baseUrl(), mainHost.server.baseUrl()});
+        OpenRouterService::clearModelCache();
+    }
+};
+
+QList<ChatMessage> textMessages() {
+    return {{"system", {ChatContent::makeText("Системный")}}, {"user", {ChatContent::makeText("Текст")}}};
+}
+
+} // namespace
+
+class OpenRouterServiceTest : public QObject {
+    Q_OBJECT
+
+    static OpenRouterService::ChatResult proxyChat(Hosts& h, const QByteArray& answer, int status = 200) {
+        h.mainHost.server.script(kProxyPath, Script{status, answer});
+        OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
+        return syncWait(service.chat("preset:fast-audio", textMessages(), 0.2));
+    }
+    static OpenRouterError proxyFailure(Hosts& h, const QByteArray& answer, int status = 200) {
+        h.mainHost.server.script(kProxyPath, Script{status, answer});
+        OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
+        auto error = failureOf<OpenRouterError>(service.chat("preset:fast-audio", textMessages(), 0.2));
+        if (!error)
+            throw std::runtime_error("expected an OpenRouterError");
+        return *error;
+    }
+
+private slots:
+    void usageAndItsCost() {
+        Hosts h;
+        LogCapture log;
+        auto r = proxyChat(h, answerWith(R"(,"usage":{"prompt_tokens":10,"completion_tokens":2,"total_tokens":99,"cost":0.001,"cost_usd":0.002,"cost_tokens":500})"));
+        QCOMPARE(r.text, QString("Привет"));
+        QCOMPARE(r.usage, std::optional<UsageInfo>(UsageInfo{10, 2, 99, 0.002}));
+        QVERIFY(log.has("OpenRouter usage: prompt=10, completion=2, cost=0.002$, cost_tokens=500.0"));
+
+        log.clear();
+        r = proxyChat(h, answerWith(R"(,"usage":{"cost":0.001})"));
+        QCOMPARE(r.usage->costUSD, 0.001);
+        QVERIFY(log.has("OpenRouter usage: prompt=0, completion=0, cost=0.001$, cost_tokens=-1.0"));
+
+        r = proxyChat(h, answerWith(R"(,"usage":{})"));
+        QCOMPARE(r.usage, std::optional<UsageInfo>(UsageInfo{}));
+        r = proxyChat(h, answerWith(R"(,"usage":null)"));
+        QCOMPARE(r.usage, std::nullopt);
+        r = proxyChat(h, answerWith(""));
+        QCOMPARE(r.usage, std::nullopt);
+        // A mistyped usage field fails the whole answer.
+        QCOMPARE(proxyFailure(h, answerWith(R"(,"usage":{"prompt_tokens":"ten"})")).kind(), Kind::decodingFailed);
+    }
+
+    void contentShapes() {
+        Hosts h;
+        QCOMPARE(proxyFailure(h, R"({"choices":[]})").kind(), Kind::noContent);
+        QCOMPARE(proxyFailure(h, R"({"choices":[{"message":{"content":null}}]})").kind(), Kind::noContent);
+        QCOMPARE(proxyFailure(h, R"({"choices":[{"message":{}}]})").kind(), Kind::noContent);
+        const auto empty = proxyFailure(h, R"({"choices":[{"message":{"content":""}}]})");
+        QCOMPARE(empty.kind(), Kind::noContent);
+        QCOMPARE(empty.description(), QString("OpenRouter вернул пустой ответ."));
+        const auto wrongType = proxyFailure(h, R"({"choices":[{"message":{"content":["a"]}}]})");
+        QCOMPARE(wrongType.kind(), Kind::decodingFailed);
+        QCOMPARE(wrongType.description(), QString("Не удалось распарсить ответ OpenRouter."));
+        QCOMPARE(proxyFailure(h, R"({"data":[]})").kind(), Kind::decodingFailed);
+        QCOMPARE(proxyFailure(h, R"({"choices":[{"text":"x"}]})").kind(), Kind::decodingFailed);
+        QCOMPARE(proxyFailure(h, "<html>ok</html>").kind(), Kind::decodingFailed);
+        // White space is text here; trimming is the pipeline's business.
+        QCOMPARE(proxyChat(h, R"({"choices":[{"message":{"content":"  \n"}}]})").text, QString("  \n"));
+        QCOMPARE(proxyChat(h, answerWith(""), 299).text, QString("Привет"));
+    }
+
+    void refusalsAndWhichOnesMarkTheSpeechHost() {
+        Hosts h("stt");
+        auto chatOn = [&](int status, const QByteArray& body) {
+            h.stt.script(kProxyPath, Script{status, body});
+            OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
+            if (service.chatEndpoint().host() != "localhost")
+                throw std::runtime_error("expected the speech host");
+            return *failureOf<OpenRouterError>(service.chat("preset:fast-audio", textMessages(), 0.2));
+        };
+        LogCapture log;
+        OpenRouterError e = chatOn(404, R"({"error":{"message":"Model NOT Found: x"}})");
+        QCOMPARE(e.kind(), Kind::invalidModel);
+        QCOMPARE(e.description(), "Модель «preset:fast-audio» не найдена в OpenRouter. Проверь имя на " +
+                                      h.openRouter.baseUrl().toString() +
+                                      "/models или очисти поле «Своя модель» в Настройках.");
+        QVERIFY(log.has("error: OpenRouter 404: {\"error\":{\"message\":\"Model NOT Found: x\"}}") ||
+                log.has("OpenRouter 404: {\"error\":{\"message\":\"Model NOT Found: x\"}}"));
+        QCOMPARE(chatOn(400, "No Endpoints Found for that").kind(), Kind::invalidModel);
+        QCOMPARE(chatOn(404, "nothing here").kind(), Kind::badResponse);
+        QCOMPARE(chatOn(401, "invalid model").kind(), Kind::badResponse); // only 400 and 404 name a model
+        QCOMPARE(chatOn(300, "").kind(), Kind::badResponse);
+        QVERIFY(!h.selector->currentEndpoint().isEmpty());
+        QCOMPARE(h.selector->currentEndpoint(), h.selector->sttEndpoint()); // nothing so far marked it
+
+        const QByteArray long600 = numberedBody(600);
+        e = chatOn(503, "invalid model " + long600);
+        QCOMPARE(e.kind(), Kind::badResponse);
+        QCOMPARE(e.status(), 503);
+        QCOMPARE(e.detail().size(), 614);
+        QCOMPARE(e.description(), "OpenRouter ответил 503: " + ("invalid model " + QString::fromLatin1(long600)).left(300));
+        QVERIFY(log.has("BackendSelector: STT marked unhealthy for 5 min"));
+        QCOMPARE(h.selector->currentEndpoint(), h.selector->mainEndpoint());
+
+        // A 500 from the main host marks nothing.
+        h.mainHost.clock.advance(BackendSelector::unhealthySec);
+        log.clear();
+        Hosts onMain("main");
+        QCOMPARE(proxyFailure(onMain, "boom", 500).kind(), Kind::badResponse);
+        QVERIFY(!log.hasPrefix("BackendSelector"));
+    }
+
+    void requestWireFormatAndHeadersPerMode() {
+        Hosts h;
+        LogCapture log;
+        h.openRouter.script(kDirectPath, Script{200, answerWith("")});
+        OpenRouterService direct(OpenRouterService::Mode::direct("  sk-key\n"), *h.selector);
+        const QList<ChatMessage> messages{{"system", {ChatContent::makeText("Промпт \"в кавычках\"\n")}},
+                                          {"user", {ChatContent::inputAudio("QUJD", "m4a")}}};
+        syncWait(direct.chat("google/gemini", messages, 0.0));
+        const auto sent = h.openRouter.received(kDirectPath).at(0);
+        QCOMPARE(sent.header("Authorization"), QByteArray("Bearer sk-key"));
+        QCOMPARE(sent.header("HTTP-Referer"), QByteArray("https://localhost"));
+        QCOMPARE(sent.header("X-Title"), QByteArray("Tamvex"));
+        QCOMPARE(sent.header("Content-Type"), QByteArray("application/json"));
+        const QJsonObject body = QJsonDocument::fromJson(sent.body).object();
+        const QJsonObject expected{
+            {"model", "google/gemini"},
+            {"messages", QJsonArray{QJsonObject{{"role", "system"},
+                                                {"content", QJsonArray{QJsonObject{{"type", "text"}, {"text", "Промпт \"в кавычках\"\n"}}}}},
+                                    QJsonObject{{"role", "user"},
+                                                {"content", QJsonArray{QJsonObject{{"type", "input_audio"},
+                                                                                   {"input_audio", QJsonObject{{"data", "QUJD"}, {"format", "m4a"}}}}}}}}},
+            {"temperature", 0.0},
+            {"usage", QJsonObject{{"include", true}}}};
+        QCOMPARE(body, expected);
+        QVERIFY(log.has(QString("OpenRouter request: model=google/gemini, bodySize=%1 bytes").arg(sent.body.size())));
+        QVERIFY(log.has(QString("OpenRouter response: 200, %1 bytes").arg(answerWith("").size())));
+
+        // Proxy: the token as it stands, the label as it stands, no OpenRouter headers.
+        h.mainHost.server.script(kProxyPath, Script{200, answerWith("")});
+        OpenRouterService proxy(OpenRouterService::Mode::proxy(" tok "), *h.selector);
+        QCOMPARE(proxy.creditsEndpoint().path(), QString("/api/openrouter/v1/credits"));
+        QCOMPARE(direct.creditsEndpoint().path(), QString("/api/v1/credits"));
+        syncWait(proxy.chat("preset:cheap-cleanup", textMessages(), std::nullopt));
+        const auto viaProxy = h.mainHost.server.received(kProxyPath).at(0);
+        QCOMPARE(viaProxy.header("Authorization"), QByteArray("Bearer  tok")); // HTTP drops only the trailing space
+        QVERIFY(!viaProxy.hasHeader("HTTP-Referer"));
+        QVERIFY(!viaProxy.hasHeader("X-Title"));
+        const QJsonObject proxied = QJsonDocument::fromJson(viaProxy.body).object();
+        QCOMPARE(proxied.value("model").toString(), QString("preset:cheap-cleanup"));
+        QVERIFY(!proxied.contains("temperature"));
+        QVERIFY(h.stt.received().isEmpty()); // no recommend call in proxy mode
+    }
+
+    void missingKeys() {
+        Hosts h;
+        LogCapture log;
+        OpenRouterService direct(OpenRouterService::Mode::direct("\n\n"), *h.selector);
+        auto e = failureOf<OpenRouterError>(direct.chat("google/gemini", textMessages(), 0.2));
+        QCOMPARE(e->kind(), Kind::missingApiKey);
+        QCOMPARE(e->description(), QString("Не задан API-ключ OpenRouter. Открой Настройки и добавь его."));
+        QCOMPARE(log.lines(), QStringList{"error: OpenRouter: missing API key"});
+
+        log.clear();
+        OpenRouterService proxy(OpenRouterService::Mode::proxy(""), *h.selector);
+        QCOMPARE(failureOf<OpenRouterError>(proxy.chat("preset:fast-audio", textMessages(), 0.2))->kind(), Kind::missingApiKey);
+        QVERIFY(log.lines().isEmpty());
+        QVERIFY(h.mainHost.server.received().isEmpty());
+        QVERIFY(h.openRouter.received().isEmpty());
+
+        // With a label the recommend call comes first, and its failure wins.
+        h.stt.script("/api/router/recommend", Script{500, "down"});
+        e = failureOf<OpenRouterError>(direct.chat("preset:fast-audio", textMessages(), 0.2));
+        QCOMPARE(e->kind(), Kind::badResponse);
+        QCOMPARE(e->description(), QString("OpenRouter ответил 500: recommend: down"));
+    }
+
+    void recommendAndItsSharedCache() {
+        Hosts h;
+        h.stt.setRecommend("fast-audio", "vendor/fast-model", std::nullopt);
+        h.openRouter.script(kDirectPath, Script{200, answerWith("")});
+        LogCapture log;
+        OpenRouterService direct(OpenRouterService::Mode::direct("sk"), *h.selector);
+        syncWait(direct.chat("preset:fast-audio", textMessages(), 0.2));
+        const auto ask = h.stt.received("/api/router/recommend").at(0);
+        QCOMPARE(ask.query, QString("preset=fast-audio"));
+        QVERIFY(!ask.hasHeader("Authorization"));
+        QCOMPARE(QJsonDocument::fromJson(h.openRouter.received(kDirectPath).at(0).body).object().value("model").toString(),
+                 QString("vendor/fast-model"));
+        QVERIFY(log.has("OpenRouter direct: resolved preset:fast-audio → vendor/fast-model (ttl=60s)"));
+
+        // Another instance shares the cache until the 60 s are over (expiry strictly after now).
+        OpenRouterService other(OpenRouterService::Mode::direct("sk"), *h.selector);
+        h.mainHost.clock.advance(59.99);
+        QCOMPARE(syncWait(other.resolveModel("preset:fast-audio")), QString("vendor/fast-model"));
+        QCOMPARE(h.stt.received("/api/router/recommend").size(), 1);
+        h.mainHost.clock.advance(0.01);
+        h.stt.setRecommend("fast-audio", "vendor/newer", 0.0);
+        QCOMPARE(syncWait(other.resolveModel("preset:fast-audio")), QString("vendor/newer"));
+        QCOMPARE(h.stt.received("/api/router/recommend").size(), 2);
+        // A ttl of 0 has expired at once: the next dictation asks again.
+        QCOMPARE(syncWait(other.resolveModel("preset:fast-audio")), QString("vendor/newer"));
+        QCOMPARE(h.stt.received("/api/router/recommend").size(), 3);
+
+        // Failures: a status, a bad answer, a name no URL can hold, a dead host (not marked).
+        h.stt.script("/api/router/recommend", Script{404, numberedBody(300)});
+        auto e = failureOf<OpenRouterError>(other.resolveModel("preset:precise-audio"));
+        QCOMPARE(e->description(), "OpenRouter ответил 404: recommend: " + QString::fromLatin1(numberedBody(200)));
+        h.stt.script("/api/router/recommend", Script{200, R"({"ttl_sec":5})"});
+        QCOMPARE(failureOf<OpenRouterError>(other.resolveModel("preset:precise-audio"))->kind(), Kind::decodingFailed);
+        e = failureOf<OpenRouterError>(other.resolveModel("preset:bad name"));
+        QCOMPARE(e->status(), -1);
+        QCOMPARE(e->detail(), QString("bad recommend url"));
+        h.stt.stop();
+        log.clear();
+        QVERIFY(failureOf<NetworkError>(other.resolveModel("preset:cheap-audio")).has_value());
+        QVERIFY(!log.hasPrefix("BackendSelector"));
+    }
+
+    void theSpeechProxyChargesAndRefuses() {
+        Hosts h;
+        const QString token = h.mainHost.server.addUser("+79990001122", 1000.0);
+        OpenRouterService service(OpenRouterService::Mode::proxy(token), *h.selector);
+        const auto r = syncWait(service.chat("preset:fast-audio", textMessages(), 0.2));
+        QVERIFY(!r.text.isEmpty());
+        QCOMPARE(r.usage->costUSD, 0.001);
+        QCOMPARE(h.mainHost.server.user("+79990001122")->balanceTokens, 750.0);
+
+        h.mainHost.server.addUser("+79990001122", 0.0);
+        auto e = failureOf<OpenRouterError>(service.chat("preset:fast-audio", textMessages(), 0.2));
+        QCOMPARE(e->status(), 402);
+        OpenRouterService stranger(OpenRouterService::Mode::proxy("nope"), *h.selector);
+        QCOMPARE(failureOf<OpenRouterError>(stranger.chat("preset:fast-audio", textMessages(), 0.2))->status(), 401);
+    }
+
+    void aCancelledOrTimedOutSendFailsAtOnceAndMarksTheSpeechHost() {
+        Hosts h("stt");
+        h.stt.script(kProxyPath, Script{200, answerWith(""), "application/json", 10000});
+        OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
+        Cancellation cancel;
+        std::optional<NetworkError> error;
+        bool done = false;
+        auto body = [&]() -> QCoro::Task<void> {
+            try {
+                co_await service.chat("preset:fast-audio", textMessages(), 0.2, cancel);
+            } catch (const NetworkError& e) {
+                error = e;
+            }
+            done = true;
+        };
+        LogCapture log;
+        auto task = body();
+        QVERIFY(spinUntil([&] { return h.stt.received(kProxyPath).size() == 1; }));
+        cancel.cancel();
+        QVERIFY(spinUntil([&] { return done; }, 500));
+        QCOMPARE(error->kind(), NetworkError::Kind::Cancelled);
+        QVERIFY(log.has("BackendSelector: STT marked unhealthy for 5 min"));
+
+        // The 60 s limit, read from the clock, ends a send the same way.
+        h.mainHost.clock.advance(BackendSelector::unhealthySec);
+        OpenRouterService again(OpenRouterService::Mode::proxy("tok"), *h.selector);
+        QCOMPARE(again.chatEndpoint().host(), QString("localhost"));
+        done = false;
+        error.reset();
+        auto timed = [&]() -> QCoro::Task<void> {
+            try {
+                co_await again.chat("preset:fast-audio", textMessages(), 0.2);
+            } catch (const NetworkError& e) {
+                error = e;
+            }
+            done = true;
+        };
+        auto second = timed();
+        QVERIFY(spinUntil([&] { return h.stt.received(kProxyPath).size() == 2; }));
+        h.mainHost.clock.advance(59.9);
+        QCoreApplication::processEvents();
+        QVERIFY(!done);
+        h.mainHost.clock.advance(0.1);
+        QVERIFY(spinUntil([&] { return done; }, 500));
+        QCOMPARE(error->kind(), NetworkError::Kind::TimedOut);
+        QCOMPARE(h.selector->currentEndpoint(), h.selector->mainEndpoint());
+    }
+};
+
+QTEST_GUILESS_MAIN(OpenRouterServiceTest)
+#include "OpenRouterServiceTest.moc"
