@@ -1,0 +1,175 @@
+#include "account/AccountStore.h"
+#include "account/AnalyticsService.h"
+#include "account/SorvelAPI.h"
+#include "pipelines/BackendSelector.h"
+#include "pipelines/OpenRouterService.h"
+#include "services/ServiceFixture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+
+// The built executable, as a user starts it.
+struct RunningServer {
+    QProcess process;
+    QUrl base;
+
+    explicit RunningServer(const QString& dataDir) {
+        process.start(TAMVEX_DEVSERVER_EXE, {"--port", "0", "--data", dataDir});
+        if (!process.waitForStarted(5000) || !spinUntil([&] { return process.canReadLine(); }, 10000))
+            throw std::runtime_error("tamvex-devserver did not start");
+        base = QUrl(QString::fromUtf8(process.readLine()).trimmed());
+    }
+    ~RunningServer() {
+        process.terminate();
+        if (!process.waitForFinished(3000))
+            process.kill();
+        process.waitForFinished(3000);
+    }
+};
+
+QByteArray fetch(const QUrl& url, const QByteArray& verb = "GET", const QByteArray& body = {}) {
+    ManualClock clock;
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    return syncWait(sendRequest(sharedNetworkManager(), clock, request, verb, body)).body;
+}
+
+} // namespace
+
+class DevServerTest : public QObject {
+    Q_OBJECT
+private slots:
+    void signInFlowAgainstTheExecutableSurvivesARestart() {
+        QTemporaryDir data;
+        QString token;
+        {
+            RunningServer server(data.path());
+            QCOMPARE(server.base.host(), QString("127.0.0.1"));
+            QVERIFY(server.base.port() > 0);
+
+            ManualClock clock;
+            TestEnv sandbox;
+            SorvelAPI api(sharedNetworkManager(), clock, *sandbox.defaults, server.base);
+            const auto code = syncWait(api.requestCode("+79991234567"));
+            QVERIFY(code.dev_code.has_value());
+            QCOMPARE(code.status, std::optional<QString>("code_sent"));
+            QVERIFY(syncWait(api.checkActivation("+79991234567")).code_ready);
+            QCOMPARE(failureOf<APIError>(api.verify("+79991234567", "wrong"))->status(), 400);
+            const auto session = syncWait(api.verify("+79991234567", *code.dev_code));
+            token = session.access_token;
+
+            AccountStore store(*sandbox.defaults, api);
+            store.setSession(session.access_token, session.user);
+            syncWait(store.refresh());
+            QVERIFY(store.isLoggedIn());
+            QCOMPARE(store.phone(), QString("+79991234567"));
+
+            const auto yandex = syncWait(api.exchangeYandex("ya-code"));
+            QCOMPARE(yandex.is_new, std::optional<bool>(true));
+            QCOMPARE(syncWait(api.exchangeYandex("ya-code")).is_new, std::optional<bool>(false));
+        }
+        // Accounts are kept in the data folder.
+        RunningServer again(data.path());
+        ManualClock clock;
+        TestEnv sandbox;
+        SorvelAPI api(sharedNetworkManager(), clock, *sandbox.defaults, again.base);
+        QCOMPARE(syncWait(api.me(token)).user.phone, QString("+79991234567"));
+        QCOMPARE(failureOf<APIError>(api.me("stale"))->kind(), APIError::Kind::unauthorized);
+    }
+
+    void analyticsModelsAndScriptingByHand() {
+        QTemporaryDir data;
+        QDir(data.path()).mkpath("models");
+        QFile model(data.filePath("models/ggml-tiny.bin"));
+        QVERIFY(model.open(QIODevice::WriteOnly));
+        model.write(QByteArray(300000, 'm'));
+        model.close();
+        RunningServer server(data.path());
+
+        TestEnv sandbox;
+        ManualClock clock;
+        AnalyticsService::shared().configure(*sandbox.defaults, sharedNetworkManager(), clock, server.base);
+        AnalyticsService::track("app_launched", {{"version", "0.1.0"}, {"logged_in", false}});
+        QVERIFY(spinUntil([] { return AnalyticsService::shared().pendingSends() == 0; }));
+        AnalyticsService::shared().unconfigure();
+        QFile events(data.filePath("analytics.jsonl"));
+        QVERIFY(events.open(QIODevice::ReadOnly));
+        const QList<QByteArray> lines = events.readAll().split('\n');
+        QCOMPARE(lines.size(), 2); // one line and the final newline
+        QCOMPARE(QJsonDocument::fromJson(lines[0]).object(),
+                 (QJsonObject{{"event", "app_launched"},
+                              {"device_id", AnalyticsService::shared().deviceId()},
+                              {"event_properties", QJsonObject{{"version", "0.1.0"}, {"logged_in", false}}}}));
+
+        QCOMPARE(fetch(QUrl(server.base.toString() + "/models/ggml-tiny.bin")), QByteArray(300000, 'm'));
+        QVERIFY(fetch(QUrl(server.base.toString() + "/models/..%2Faccounts.json")).contains("no such model"));
+
+        // Scripting from outside: one scripted answer, then the real one again.
+        fetch(QUrl(server.base.toString() + "/__dev/script"), "POST",
+              R"({"route":"/api/health","status":503,"body":{"down":true},"times":1})");
+        QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"down":true})"));
+        QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"status":"ok"})"));
+        const QJsonArray seen = QJsonDocument::fromJson(fetch(QUrl(server.base.toString() + "/__dev/requests"))).array();
+        QStringList paths;
+        for (const QJsonValue& v : seen)
+            paths.append(v.toObject().value("path").toString());
+        QCOMPARE(paths, (QStringList{"/api/analytics/event", "/models/ggml-tiny.bin", "/models/../accounts.json",
+                                     "/api/health", "/api/health"}));
+    }
+
+    void theSpeechProxyForwardsToAnUpstreamAndPricesItsAnswer() {
+        ServiceFixture proxy;
+        devserver::DevServer upstream;
+        QVERIFY(upstream.start() != 0);
+        upstream.script("/api/v1/chat/completions",
+                        devserver::Script{200, R"({"choices":[{"message":{"content":"С апстрима"}}],"usage":{"prompt_tokens":5,"cost":0.002}})"});
+        proxy.server.setUpstream(QUrl(upstream.baseUrl().toString() + "/api/v1/chat/completions"), "sk-upstream");
+        proxy.server.setRecommend("fast-audio", "vendor/fast", 60.0);
+        const QString token = proxy.server.addUser("+15550001111", 1000.0);
+
+        TestEnv sandbox;
+        BackendSelector selector(*sandbox.defaults, proxy.clock, proxy.network, ServiceHosts::allAt(proxy.server.baseUrl()));
+        OpenRouterService service(OpenRouterService::Mode::proxy(token), selector);
+        const auto result = syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2));
+        QCOMPARE(result.text, QString("С апстрима"));
+        QCOMPARE(result.usage->costUSD, 0.002);
+        QCOMPARE(proxy.server.user("+15550001111")->balanceTokens, 500.0);
+        const auto forwarded = upstream.received("/api/v1/chat/completions").at(0);
+        QCOMPARE(forwarded.header("Authorization"), QByteArray("Bearer sk-upstream"));
+        QCOMPARE(QJsonDocument::fromJson(forwarded.body).object().value("model").toString(), QString("vendor/fast"));
+    }
+
+    void anAbortedDelayedAnswerDoesNotHurtTheServer() {
+        ServiceFixture f;
+        f.server.script("/api/health", devserver::Script{200, "{}", "application/json", 300, 1});
+        Cancellation cancel;
+        bool done = false;
+        auto body = [&]() -> QCoro::Task<void> {
+            try {
+                co_await sendRequest(f.network, f.clock, QNetworkRequest(QUrl(f.server.baseUrl().toString() + "/api/health")),
+                                     "GET", {}, {}, cancel);
+            } catch (const NetworkError&) {
+            }
+            done = true;
+        };
+        auto task = body();
+        QVERIFY(spinUntil([&] { return f.server.received().size() == 1; }));
+        cancel.cancel();
+        QVERIFY(spinUntil([&] { return done; }));
+        QTest::qWait(400); // the delayed write finds the client gone
+        QCOMPARE(fetch(QUrl(f.server.baseUrl().toString() + "/api/health")), QByteArray(R"({"status":"ok"})"));
+    }
+};
+
+QTEST_GUILESS_MAIN(DevServerTest)
+#include "DevServerTest.moc"
