@@ -90,8 +90,14 @@ private slots:
     }
 
     void statusesOutsideTheSuccessRangeTakeTheHttpPath() {
-        // Qt's client swallows informational 1xx answers on the wire, so 199 is checked
-        // on the mapping itself; the edges 200 and 299 succeed, 300 fails.
+        // Over the wire a 1xx answer has no body by HTTP's rules, so the text is checked here.
+        Env env;
+        env.f.server.script("/api/me", Script{199, ""});
+        auto wire = failureOf<APIError>(env.api.me("tok"));
+        QVERIFY(wire.has_value());
+        QCOMPARE(wire->kind(), APIError::Kind::http);
+        QCOMPARE(wire->status(), 199);
+
         QVERIFY_THROWS_EXCEPTION(APIError, SorvelAPI::checkAnswer(HttpAnswer{199, "early", {}}));
         try {
             SorvelAPI::checkAnswer(HttpAnswer{199, "early", {}});
