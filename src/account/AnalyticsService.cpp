@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 #include <QJsonDocument>
+#include <QThread>
 #include <QUuid>
 
 #include <cmath>
@@ -130,6 +131,12 @@ QJsonObject AnalyticsService::payload(const QString& event, const QString& devic
 
 void AnalyticsService::track(const QString& event, const QVariantMap& properties, const QVariantMap& userProperties) {
     AnalyticsService& self = shared();
+    // Reports may come from any thread; the network and the signal live on the service's own.
+    if (QThread::currentThread() != self.thread()) {
+        QMetaObject::invokeMethod(&self, [event, properties, userProperties] { track(event, properties, userProperties); },
+                                  Qt::QueuedConnection);
+        return;
+    }
     emit self.tracked(event, properties);
     if (self.m_network && self.m_clock)
         self.send(event, properties, userProperties);

@@ -9,6 +9,7 @@
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
+#include <QThread>
 
 using namespace tamvex;
 using namespace tamvex::test;
@@ -136,6 +137,18 @@ private slots:
         QVERIFY(spinUntil([&] { return finishedReplies.size() == 2; }, 5000));
         QVERIFY(!spinUntil([&] { return finishedReplies.size() > 2; }, 200));
         QVERIFY(log.lines().isEmpty());
+    }
+
+    void reportsFromAnotherThreadArriveOnTheServiceThread() {
+        Env env;
+        QThread* seenOn = nullptr;
+        connect(&AnalyticsService::shared(), &AnalyticsService::tracked, &env.f.server,
+                [&](const QString&, const QVariantMap&) { seenOn = QThread::currentThread(); });
+        std::unique_ptr<QThread> worker(QThread::create([] { AnalyticsService::track("from_worker"); }));
+        worker->start();
+        QVERIFY(worker->wait(5000));
+        QCOMPARE(env.event(0).value("event").toString(), QString("from_worker"));
+        QCOMPARE(seenOn, QThread::currentThread());
     }
 
     void unconfiguredOnlySignals() {
