@@ -17,11 +17,7 @@ const UserDTO kUser{7, "+79990001122", 1000.0, 1700000000};
 class AccountStoreTest : public QObject {
     Q_OBJECT
 
-    struct Env {
-        ServiceFixture f;
-        TestEnv sandbox;
-        SorvelAPI api{f.network, f.clock, *sandbox.defaults, f.server.baseUrl()};
-    };
+    using Env = AccountEnv;
 
 private slots:
     void withoutTokenRefreshSendsNothing() {

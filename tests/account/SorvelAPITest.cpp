@@ -16,11 +16,7 @@ const QByteArray kUser = R"({"user":{"id":7,"phone":"+79990001122","balance_toke
 class SorvelAPITest : public QObject {
     Q_OBJECT
 
-    struct Env {
-        ServiceFixture f;
-        TestEnv sandbox;
-        SorvelAPI api{f.network, f.clock, *sandbox.defaults, f.server.baseUrl()};
-    };
+    using Env = AccountEnv;
 
 private slots:
     void successDecodesAndSendsTheBearerOnlyWithAToken() {

@@ -2,6 +2,7 @@
 
 #include "DevServer.h"
 #include "account/Network.h"
+#include "account/SorvelAPI.h"
 #include "support/TestSupport.h"
 
 #include <QNetworkAccessManager>
@@ -20,6 +21,13 @@ struct ServiceFixture {
     devserver::DevServer server;
     ManualClock clock;
     QNetworkAccessManager& network = sharedNetworkManager();
+};
+
+/// A service client with its own settings sandbox, talking to a fresh dev server.
+struct AccountEnv {
+    ServiceFixture f;
+    TestEnv sandbox;
+    SorvelAPI api{f.network, f.clock, *sandbox.defaults, f.server.baseUrl()};
 };
 
 /// Runs `task` and gives the error of type E it failed with, or none if it succeeded.
