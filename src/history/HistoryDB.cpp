@@ -232,7 +232,10 @@ void HistoryDB::clearAudioPath(const QUuid& id) {
 }
 
 void HistoryDB::prune(int keeping) {
-    exec("DELETE FROM entries WHERE id NOT IN (\n    SELECT id FROM entries ORDER BY created_at DESC LIMIT " +
+    // Deletes what lies past the newest `keeping` rows on the created_at index. The same rows go
+    // as with "id NOT IN (the newest `keeping`)", but without building and probing a set of every
+    // id in the table, which cost some 20 ms per add at the maximum of 10 000 rows.
+    exec("DELETE FROM entries WHERE id IN (\n    SELECT id FROM entries ORDER BY created_at DESC LIMIT -1 OFFSET " +
          QString::number(keeping) + "\n);");
 }
 
@@ -240,9 +243,12 @@ qint64 HistoryDB::wordCount(const QDateTime& since) {
     Statement st(m_db, "SELECT text FROM entries WHERE created_at >= ? AND text != '';");
     st.bindDouble(1, secondsSince1970(since));
     qint64 total = 0;
-    while (sqlite3_step(st.get()) == SQLITE_ROW)
-        if (const auto text = columnText(st.get(), 0))
-            total += countWords(*text);
+    while (sqlite3_step(st.get()) == SQLITE_ROW) {
+        // Counted on the UTF-8 bytes: no conversion of every text of the week.
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(st.get(), 0));
+        if (text)
+            total += countWordsUtf8(text, sqlite3_column_bytes(st.get(), 0));
+    }
     return total;
 }
 

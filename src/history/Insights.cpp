@@ -5,10 +5,13 @@
 #include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSet>
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace tamvex {
 
@@ -126,11 +129,16 @@ Insights computeInsights(const QList<HistoryEntry>& entries, const QDateTime& no
     const qint64 monthStartMs = monthStart.toMSecsSinceEpoch();
 
     double totalSeconds = 0.0;
+    std::array<qint64, allTextCategories.size()> wordsByCategory{};
+    std::array<bool, allTextCategories.size()> categorySeen{};
     QHash<QString, qint64> wordsByDay;
-    QHash<QString, qint64> wordCounts;
-    static const QSet<QString> stopWords(insightsStopWords().begin(), insightsStopWords().end());
-    // Many entries share a day: remember the last key instead of formatting every date.
-    QDate lastDate;
+    // Words are counted as views into the lower-cased texts, which live until the end: no
+    // string is made per word, and a plain hash keeps the lookups cheap.
+    std::vector<QString> lowered;
+    lowered.reserve(size_t(entries.size()));
+    std::unordered_map<std::u16string_view, qint64> wordCounts;
+    // Local dates change only on quarter hours, and entries come in order: convert once per quarter.
+    qint64 lastQuarter = std::numeric_limits<qint64>::min();
     QString lastKey;
     for (const HistoryEntry& e : entries) {
         if (e.text.isEmpty())
@@ -144,33 +152,38 @@ Insights computeInsights(const QList<HistoryEntry>& entries, const QDateTime& no
             s.wordsLastWeek += n;
         if (createdMs >= monthStartMs)
             s.wordsLastMonth += n;
-        s.categoryBreakdown[categoryRawValue(e.category.value_or(TextCategory::other))] += n;
-        const QDate day = e.createdAt.toLocalTime().date();
-        if (day != lastDate || lastKey.isEmpty()) {
-            lastDate = day;
-            lastKey = day.toString(QStringLiteral("yyyy-MM-dd"));
+        const auto category = size_t(e.category.value_or(TextCategory::other));
+        wordsByCategory[category] += n;
+        categorySeen[category] = true;
+        const qint64 quarter = createdMs >= 0 ? createdMs / 900000 : (createdMs - 899999) / 900000;
+        if (quarter != lastQuarter) {
+            lastQuarter = quarter;
+            lastKey = heatmapKey(e.createdAt);
         }
         wordsByDay[lastKey] += n;
-        forEachLetterRun(e.text, kMinWordLength, [&](const QString& word) {
-            if (!stopWords.contains(word))
-                ++wordCounts[word];
+        lowered.push_back(e.text.toLower());
+        forEachLetterRun(lowered.back(), kMinWordLength, [&](QStringView word) {
+            ++wordCounts[std::u16string_view(word.utf16(), size_t(word.size()))];
         });
     }
     s.totalMinutes = totalSeconds / 60.0;
     s.avgWordsPerMinute = s.totalMinutes > 0 ? double(s.totalWords) / s.totalMinutes : 0.0;
+    for (TextCategory c : allTextCategories)
+        if (categorySeen[size_t(c)])
+            s.categoryBreakdown.insert(categoryRawValue(c), wordsByCategory[size_t(c)]);
 
-    QList<QPair<QString, qint64>> ranked;
-    ranked.reserve(wordCounts.size());
-    for (auto it = wordCounts.begin(); it != wordCounts.end(); ++it)
-        ranked.append({it.key(), it.value()});
+    for (const QString& stop : insightsStopWords())
+        wordCounts.erase(std::u16string_view(QStringView(stop).utf16(), size_t(stop.size())));
+    std::vector<std::pair<std::u16string_view, qint64>> ranked(wordCounts.begin(), wordCounts.end());
     // Equal counts fall alphabetically, so the cut is the same on every run.
     const auto byCount = [](const auto& a, const auto& b) {
         return a.second != b.second ? a.second > b.second : a.first < b.first;
     };
-    const qsizetype keep = std::min<qsizetype>(kTopWords, ranked.size());
-    std::partial_sort(ranked.begin(), ranked.begin() + keep, ranked.end(), byCount);
-    for (qsizetype i = 0; i < keep; ++i)
-        s.topWords.insert(ranked[i].first, ranked[i].second);
+    const size_t keep = std::min<size_t>(kTopWords, ranked.size());
+    std::partial_sort(ranked.begin(), ranked.begin() + ptrdiff_t(keep), ranked.end(), byCount);
+    for (size_t i = 0; i < keep; ++i)
+        s.topWords.insert(QString::fromUtf16(ranked[i].first.data(), qsizetype(ranked[i].first.size())),
+                          ranked[i].second);
 
     for (int offset = 0; offset < kHeatmapDays; ++offset) {
         const QString key = heatmapKey(localNow.addDays(-offset));

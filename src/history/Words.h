@@ -12,9 +12,11 @@ bool isWordSeparator(char32_t codePoint);
 
 /// The number of words: pieces left after splitting at white space and line breaks, empties dropped.
 qint64 countWords(QStringView text);
+/// countWords over UTF-8 bytes, for text straight from the database.
+qint64 countWordsUtf8(const char* data, qsizetype size);
 
-/// Calls `visit` for each lower-cased run of letters (Unicode L and M) longer than `minLength`
-/// characters; every other character, digits included, splits.
-void forEachLetterRun(QStringView text, qsizetype minLength, const std::function<void(const QString&)>& visit);
+/// Calls `visit` for each run of letters (Unicode L and M) longer than `minLength` characters;
+/// every other character, digits included, splits. The caller lower-cases the text first.
+void forEachLetterRun(QStringView text, qsizetype minLength, const std::function<void(QStringView)>& visit);
 
 } // namespace tamvex

@@ -25,7 +25,7 @@ HistoryEntry entryAt(int n, const QDateTime& created, const QString& text, doubl
 
 QStringList letterRuns(const QString& text) {
     QStringList runs;
-    forEachLetterRun(text, 4, [&](const QString& w) { runs.append(w); });
+    forEachLetterRun(text.toLower(), 4, [&](QStringView w) { runs.append(w.toString()); });
     return runs;
 }
 } // namespace
@@ -43,6 +43,13 @@ private slots:
         QCOMPARE(countWords(u"   \n\t"), 0);
         QCOMPARE(countWords(u"один,два три-четыре 5"), 3);
         QCOMPARE(countWords(u"a\u00a0b\u2029c\u0085d\u3000e\u200bf"), 5); // U+200B is no blank
+        // The database counts on UTF-8 bytes; both ways agree, broken bytes included.
+        for (const QString& text : {QString("a\u00a0b\u2029c\u0085d\u3000e\u200bf"), QString(" ёж,  ёлка\r\n🐈 кот "),
+                                    QString("x\u1680y\u202fz\u205fw\u2007v")}) {
+            const QByteArray utf8 = text.toUtf8();
+            QCOMPARE(countWordsUtf8(utf8.constData(), utf8.size()), countWords(text));
+        }
+        QCOMPARE(countWordsUtf8("a \xE2\x80 b\xff c", 9), 4); // a broken sequence is a non-blank character
         QCOMPARE(letterRuns("Ёжики ЁЛКИ-палки 2026года, helloWORLD naïve cafe\u0301s"),
                  (QStringList{"ёжики", "палки", "helloworld", "naïve", "cafe\u0301s"}));
         QCOMPARE(letterRuns("word1word2 четыре4пять абвг"), (QStringList{"четыре"}));
