@@ -40,7 +40,9 @@ qint64 statusKb(const char* field) {
     return -1;
 }
 
-void resetPeak() { std::ofstream("/proc/self/clear_refs") << "5"; }
+void resetPeak() {
+    std::ofstream("/proc/self/clear_refs") << "5";
+}
 
 QString writeAudioFile(const QTemporaryDir& dir) {
     const QString path = dir.filePath("sample.m4a");
@@ -113,7 +115,8 @@ void BM_ClientOverheadOnLoopback(benchmark::State& state) {
     QNetworkAccessManager& network = sharedNetworkManager();
     QNetworkRequest userRequest(QUrl(server.base.toString() + "/__dev/users"));
     userRequest.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    const HttpAnswer user = wait(sendRequest(network, clock, userRequest, "POST", R"({"phone":"+10000000000","balance_tokens":1e12})"));
+    const HttpAnswer user =
+        wait(sendRequest(network, clock, userRequest, "POST", R"({"phone":"+10000000000","balance_tokens":1e12})"));
     const QString token = QJsonDocument::fromJson(user.body).object().value("access_token").toString();
 
     QTemporaryDir dir;

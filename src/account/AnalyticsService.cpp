@@ -94,7 +94,9 @@ void AnalyticsService::unconfigure() {
     m_clock = nullptr;
 }
 
-void AnalyticsService::setAccount(AccountStore* account) { m_account = account; }
+void AnalyticsService::setAccount(AccountStore* account) {
+    m_account = account;
+}
 
 QJsonObject AnalyticsService::sanitize(const QVariantMap& properties) {
     QJsonObject out;
@@ -117,8 +119,8 @@ QJsonObject AnalyticsService::sanitize(const QVariantMap& properties) {
     return out;
 }
 
-QJsonObject AnalyticsService::payload(const QString& event, const QString& deviceId,
-                                      const QVariantMap& eventProperties, const QVariantMap& userProperties) {
+QJsonObject AnalyticsService::payload(const QString& event, const QString& deviceId, const QVariantMap& eventProperties,
+                                      const QVariantMap& userProperties) {
     QJsonObject body{{"event", event}, {"device_id", deviceId}};
     const QJsonObject eventProps = sanitize(eventProperties);
     const QJsonObject userProps = sanitize(userProperties);
@@ -133,8 +135,9 @@ void AnalyticsService::track(const QString& event, const QVariantMap& properties
     AnalyticsService& self = shared();
     // Reports may come from any thread; the network and the signal live on the service's own.
     if (QThread::currentThread() != self.thread()) {
-        QMetaObject::invokeMethod(&self, [event, properties, userProperties] { track(event, properties, userProperties); },
-                                  Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            &self, [event, properties, userProperties] { track(event, properties, userProperties); },
+            Qt::QueuedConnection);
         return;
     }
     emit self.tracked(event, properties);

@@ -25,8 +25,7 @@ public:
     /// The one instance, made on first use.
     static AnalyticsService& shared();
     /// Reports `event` with its properties.
-    static void track(const QString& event, const QVariantMap& properties = {},
-                      const QVariantMap& userProperties = {});
+    static void track(const QString& event, const QVariantMap& properties = {}, const QVariantMap& userProperties = {});
 
     /// Makes the instance send: reads or creates the device id in `defaults`, and posts to
     /// `mainHost` + "/api/analytics/event". Before this, events only reach `tracked`.

@@ -14,7 +14,9 @@ namespace {
     throw DecodeFailure(QString("\"%1\": %2").arg(key, what).toStdString());
 }
 
-bool isNull(const QJsonValue& v) { return v.isUndefined() || v.isNull(); }
+bool isNull(const QJsonValue& v) {
+    return v.isUndefined() || v.isNull();
+}
 
 // A JSON number with no fraction that fits 64 bits; 12.0 counts, 12.5 does not.
 std::optional<qint64> exactInteger(const QJsonValue& v) {
@@ -131,13 +133,27 @@ QByteArray quoted(const QString& text) {
     out.append('"');
     for (char c : utf8) {
         switch (c) {
-        case '"': out.append("\\\""); break;
-        case '\\': out.append("\\\\"); break;
-        case '\n': out.append("\\n"); break;
-        case '\r': out.append("\\r"); break;
-        case '\t': out.append("\\t"); break;
-        case '\b': out.append("\\b"); break;
-        case '\f': out.append("\\f"); break;
+        case '"':
+            out.append("\\\"");
+            break;
+        case '\\':
+            out.append("\\\\");
+            break;
+        case '\n':
+            out.append("\\n");
+            break;
+        case '\r':
+            out.append("\\r");
+            break;
+        case '\t':
+            out.append("\\t");
+            break;
+        case '\b':
+            out.append("\\b");
+            break;
+        case '\f':
+            out.append("\\f");
+            break;
         default:
             if (static_cast<unsigned char>(c) < 0x20) {
                 out.append("\\u00");

@@ -113,8 +113,10 @@ QCoro::Task<HttpAnswer> sendRequest(QNetworkAccessManager& manager, Clock& clock
                 guard->abort();
         });
     }
-    QObject::connect(reply.get(), &QNetworkReply::uploadProgress, reply.get(), [armIdle](qint64, qint64) { armIdle(); });
-    QObject::connect(reply.get(), &QNetworkReply::downloadProgress, reply.get(), [armIdle](qint64, qint64) { armIdle(); });
+    QObject::connect(reply.get(), &QNetworkReply::uploadProgress, reply.get(),
+                     [armIdle](qint64, qint64) { armIdle(); });
+    QObject::connect(reply.get(), &QNetworkReply::downloadProgress, reply.get(),
+                     [armIdle](qint64, qint64) { armIdle(); });
     const quint64 cancelId = cancel.onCancel([stop, guard] {
         stop->cancelled = true;
         if (guard)

@@ -45,8 +45,8 @@ private:
 
 /// Time limits of one request, read from the Clock. Zero means no limit.
 struct RequestLimits {
-    double idleSec = 60.0;  ///< longest wait with no bytes moving either way
-    double totalSec = 0.0;  ///< longest wait for the whole exchange
+    double idleSec = 60.0; ///< longest wait with no bytes moving either way
+    double totalSec = 0.0; ///< longest wait for the whole exchange
 };
 
 /// What came back: an HTTP status with its body.

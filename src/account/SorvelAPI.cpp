@@ -31,16 +31,24 @@ APIError APIError::other(const QString& text) {
     return e;
 }
 
-APIError APIError::decode() { return APIError(Kind::decode, QStringLiteral("Не удалось разобрать ответ сервера.")); }
+APIError APIError::decode() {
+    return APIError(Kind::decode, QStringLiteral("Не удалось разобрать ответ сервера."));
+}
 
-APIError APIError::unauthorized() { return APIError(Kind::unauthorized, QStringLiteral("Сессия истекла. Войди заново.")); }
+APIError APIError::unauthorized() {
+    return APIError(Kind::unauthorized, QStringLiteral("Сессия истекла. Войди заново."));
+}
 
-QJsonObject sorvelParseForDecode(const QByteArray& body) { return json::parseObject(body); }
+QJsonObject sorvelParseForDecode(const QByteArray& body) {
+    return json::parseObject(body);
+}
 
 SorvelAPI::SorvelAPI(QNetworkAccessManager& network, Clock& clock, Defaults& defaults, QUrl baseURL)
     : m_network(network), m_clock(clock), m_defaults(defaults), m_baseURL(std::move(baseURL)) {}
 
-std::optional<QString> SorvelAPI::storedDeviceId() const { return m_defaults.readString(kDeviceIdKey).optional(); }
+std::optional<QString> SorvelAPI::storedDeviceId() const {
+    return m_defaults.readString(kDeviceIdKey).optional();
+}
 
 QNetworkRequest SorvelAPI::makeRequest(const QString& path, const std::optional<QString>& token) const {
     QNetworkRequest request(ServiceHosts::join(m_baseURL, path));
@@ -74,7 +82,9 @@ QCoro::Task<QByteArray> SorvelAPI::perform(QNetworkRequest request, QByteArray v
     co_return answer.body;
 }
 
-QCoro::Task<MeResponse> SorvelAPI::me(QString token) { return getJSON<MeResponse>("/api/me", token); }
+QCoro::Task<MeResponse> SorvelAPI::me(QString token) {
+    return getJSON<MeResponse>("/api/me", token);
+}
 
 QCoro::Task<RequestCodeResponse> SorvelAPI::requestCode(QString phone) {
     const PhoneBody body{phone, storedDeviceId(), QStringLiteral("tamv")};

@@ -9,7 +9,9 @@ namespace tamvex {
 using namespace json;
 
 namespace {
-QByteArray compact(const QJsonObject& object) { return QJsonDocument(object).toJson(QJsonDocument::Compact); }
+QByteArray compact(const QJsonObject& object) {
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
 } // namespace
 
 UserDTO UserDTO::fromJson(const QJsonObject& o) {
@@ -21,9 +23,13 @@ QJsonObject UserDTO::toJson() const {
     return {{"id", id}, {"phone", phone}, {"balance_tokens", balance_tokens}, {"created_at", created_at}};
 }
 
-MeResponse MeResponse::fromJson(const QJsonObject& o) { return {UserDTO::fromJson(requiredObject(o, "user"))}; }
+MeResponse MeResponse::fromJson(const QJsonObject& o) {
+    return {UserDTO::fromJson(requiredObject(o, "user"))};
+}
 
-OkResponse OkResponse::fromJson(const QJsonObject& o) { return {requiredBool(o, "ok")}; }
+OkResponse OkResponse::fromJson(const QJsonObject& o) {
+    return {requiredBool(o, "ok")};
+}
 
 QByteArray PhoneBody::encode() const {
     QJsonObject o{{"phone", phone}};
@@ -34,10 +40,12 @@ QByteArray PhoneBody::encode() const {
     return compact(o);
 }
 
-QByteArray PhoneCodeBody::encode() const { return compact({{"phone", phone}, {"code", code}}); }
+QByteArray PhoneCodeBody::encode() const {
+    return compact({{"phone", phone}, {"code", code}});
+}
 
 RequestCodeResponse RequestCodeResponse::fromJson(const QJsonObject& o) {
-    return {requiredBool(o, "ok"),         requiredString(o, "phone"),   requiredString(o, "bot_username"),
+    return {requiredBool(o, "ok"),         requiredString(o, "phone"),  requiredString(o, "bot_username"),
             requiredString(o, "bot_link"), optionalString(o, "status"), optionalString(o, "dev_code")};
 }
 

@@ -25,7 +25,9 @@ const QDateTime& epoch2001() {
     return epoch;
 }
 
-qint64 wholeMs(double seconds) { return seconds < 0.0 ? -1 : qint64(std::trunc(seconds * 1000.0)); }
+qint64 wholeMs(double seconds) {
+    return seconds < 0.0 ? -1 : qint64(std::trunc(seconds * 1000.0));
+}
 
 } // namespace
 
@@ -44,15 +46,16 @@ std::optional<BackendSelector::CachedChoice> BackendSelector::CachedChoice::deco
         const double seconds = json::requiredDouble(o, "measuredAt");
         if (!std::isfinite(seconds) || std::abs(seconds) > 1e13)
             return std::nullopt;
-        return CachedChoice{json::requiredString(o, "endpoint"), epoch2001().addMSecs(qint64(std::llround(seconds * 1000.0))),
+        return CachedChoice{json::requiredString(o, "endpoint"),
+                            epoch2001().addMSecs(qint64(std::llround(seconds * 1000.0))),
                             json::requiredInt(o, "mainLatencyMs"), json::requiredInt(o, "sttLatencyMs")};
     } catch (const json::DecodeFailure&) {
         return std::nullopt;
     }
 }
 
-BackendSelector::BackendSelector(Defaults& defaults, Clock& clock, QNetworkAccessManager& network,
-                                 ServiceHosts hosts, QObject* parent)
+BackendSelector::BackendSelector(Defaults& defaults, Clock& clock, QNetworkAccessManager& network, ServiceHosts hosts,
+                                 QObject* parent)
     : QObject(parent), m_defaults(defaults), m_clock(clock), m_network(network), m_hosts(std::move(hosts)) {
     if (!m_hosts.main.isValid() || !m_hosts.stt.isValid())
         qFatal("BackendSelector: service hosts are not URLs");
@@ -62,9 +65,13 @@ BackendSelector::BackendSelector(Defaults& defaults, Clock& clock, QNetworkAcces
         m_current = CachedChoice::decode(stored.value);
 }
 
-void BackendSelector::setShared(BackendSelector* selector) { gShared = selector; }
+void BackendSelector::setShared(BackendSelector* selector) {
+    gShared = selector;
+}
 
-bool BackendSelector::hasShared() { return gShared != nullptr; }
+bool BackendSelector::hasShared() {
+    return gShared != nullptr;
+}
 
 BackendSelector& BackendSelector::shared() {
     if (!gShared)
@@ -139,8 +146,8 @@ QCoro::Task<double> BackendSelector::measureLatency(QUrl baseURL) {
     Clock& clock = m_clock;
     const double started = clock.now();
     try {
-        const HttpAnswer answer = co_await sendRequest(m_network, clock, request, "GET", {},
-                                                       RequestLimits{probeTimeoutSec, probeTimeoutSec});
+        const HttpAnswer answer =
+            co_await sendRequest(m_network, clock, request, "GET", {}, RequestLimits{probeTimeoutSec, probeTimeoutSec});
         if (answer.status == 200)
             co_return clock.now() - started;
     } catch (const std::exception&) {

@@ -25,8 +25,8 @@ class BackendSelector : public QObject {
 public:
     /// The last pick, persisted as JSON under "backend_selector_choice_v1".
     struct CachedChoice {
-        QString endpoint;       ///< "main" or "stt"; anything else counts as "main"
-        QDateTime measuredAt;   ///< when the pick was made
+        QString endpoint;     ///< "main" or "stt"; anything else counts as "main"
+        QDateTime measuredAt; ///< when the pick was made
         qint64 mainLatencyMs = -1;
         qint64 sttLatencyMs = -1;
 

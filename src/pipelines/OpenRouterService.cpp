@@ -108,17 +108,19 @@ QCoro::Task<QString> OpenRouterService::resolveModel(QString label) {
 
     const QString name = label.startsWith(kPresetPrefix) ? label.mid(kPresetPrefix.size()) : label;
     // Plain concatenation: the name is not percent-encoded, so a name no URL can hold fails here.
-    const QString text = m_sttHost.toString(QUrl::StripTrailingSlash) + QStringLiteral("/api/router/recommend?preset=") + name;
+    const QString text =
+        m_sttHost.toString(QUrl::StripTrailingSlash) + QStringLiteral("/api/router/recommend?preset=") + name;
     const QUrl url(text, QUrl::StrictMode);
     if (!isURLText(text) || !url.isValid() || url.host().isEmpty())
         throw OpenRouterError::badResponse(-1, QStringLiteral("bad recommend url"));
 
     QNetworkAccessManager& network = m_selector ? m_selector->network() : sharedNetworkManager();
     // Errors of sending pass on as they are; this call has nothing to do with chatEndpoint.
-    const HttpAnswer answer = co_await sendRequest(network, m_clock, QNetworkRequest(url), "GET", {},
-                                                   RequestLimits{chatTimeoutSec, 0.0});
+    const HttpAnswer answer =
+        co_await sendRequest(network, m_clock, QNetworkRequest(url), "GET", {}, RequestLimits{chatTimeoutSec, 0.0});
     if (answer.status < 200 || answer.status > 299)
-        throw OpenRouterError::badResponse(answer.status, QStringLiteral("recommend: ") + utf8OrEmpty(answer.body).left(200));
+        throw OpenRouterError::badResponse(answer.status,
+                                           QStringLiteral("recommend: ") + utf8OrEmpty(answer.body).left(200));
 
     const RecommendWire recommend = decodeRecommend(answer.body);
     const double ttl = recommend.ttlSec.value_or(defaultRecommendTTLSec);
@@ -157,8 +159,8 @@ QCoro::Task<OpenRouterService::ChatResult> OpenRouterService::chat(QString model
     QNetworkAccessManager& network = m_selector ? m_selector->network() : sharedNetworkManager();
     HttpAnswer answer;
     try {
-        answer = co_await sendRequest(network, m_clock, request, "POST", body, RequestLimits{chatTimeoutSec, 0.0},
-                                      cancel);
+        answer =
+            co_await sendRequest(network, m_clock, request, "POST", body, RequestLimits{chatTimeoutSec, 0.0}, cancel);
     } catch (const NetworkError&) {
         reportBackendFailure();
         throw;

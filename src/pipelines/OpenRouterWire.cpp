@@ -36,7 +36,9 @@ OpenRouterError OpenRouterError::noContent() {
     return {Kind::noContent, QStringLiteral("OpenRouter вернул пустой ответ.")};
 }
 
-ChatContent ChatContent::makeText(const QString& text) { return {Type::text, text, {}, {}}; }
+ChatContent ChatContent::makeText(const QString& text) {
+    return {Type::text, text, {}, {}};
+}
 
 ChatContent ChatContent::inputAudio(QByteArray base64, const QString& format) {
     return {Type::inputAudio, {}, std::move(base64), format};

@@ -44,9 +44,9 @@ private:
 struct ChatContent {
     enum class Type { text, inputAudio };
     Type type = Type::text;
-    QString text;        ///< for text
-    QByteArray base64;   ///< for inputAudio: the audio as base64 (ASCII)
-    QString format;      ///< for inputAudio: "m4a", "wav", ...
+    QString text;      ///< for text
+    QByteArray base64; ///< for inputAudio: the audio as base64 (ASCII)
+    QString format;    ///< for inputAudio: "m4a", "wav", ...
 
     /// A text part.
     static ChatContent makeText(const QString& text);

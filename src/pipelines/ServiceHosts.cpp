@@ -43,7 +43,9 @@ const ServiceHosts& ServiceHosts::configured() {
     return hosts;
 }
 
-ServiceHosts ServiceHosts::allAt(const QUrl& base) { return {base, base, base, base}; }
+ServiceHosts ServiceHosts::allAt(const QUrl& base) {
+    return {base, base, base, base};
+}
 
 QUrl ServiceHosts::join(const QUrl& base, const QString& path) {
     QUrl url = base;

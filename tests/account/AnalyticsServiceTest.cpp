@@ -1,5 +1,5 @@
-#include "account/AccountStore.h"
 #include "account/AnalyticsService.h"
+#include "account/AccountStore.h"
 #include "account/SorvelAPI.h"
 #include "services/ServiceFixture.h"
 
@@ -41,7 +41,8 @@ private slots:
     void firstRunMakesOneLowerCaseDeviceId() {
         TestEnv sandbox;
         const QString id = AnalyticsService::ensureDeviceId(*sandbox.defaults);
-        QVERIFY(QRegularExpression("^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$").match(id).hasMatch());
+        QVERIFY(
+            QRegularExpression("^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$").match(id).hasMatch());
         QCOMPARE(sandbox.defaults->readString("sorvel_device_id").value, id);
         sandbox.reopenDefaults();
         QCOMPARE(AnalyticsService::ensureDeviceId(*sandbox.defaults), id);
@@ -69,17 +70,16 @@ private slots:
                                  {"apps", QStringList{"a", "b"}},
                                  {"gone", QVariant()}},
                                 {{"plan", "free"}});
-        const QJsonObject expected{
-            {"event", "transcription_success"},
-            {"device_id", device},
-            {"event_properties", QJsonObject{{"preset", "Быстрая"},
-                                             {"note", ""},
-                                             {"word_count", 12},
-                                             {"client_latency_ms", qint64(1234567890123)},
-                                             {"cost_usd", 0.0025},
-                                             {"mode_proxy", true},
-                                             {"apps", "[\"a\", \"b\"]"}}},
-            {"user_properties", QJsonObject{{"plan", "free"}}}};
+        const QJsonObject expected{{"event", "transcription_success"},
+                                   {"device_id", device},
+                                   {"event_properties", QJsonObject{{"preset", "Быстрая"},
+                                                                    {"note", ""},
+                                                                    {"word_count", 12},
+                                                                    {"client_latency_ms", qint64(1234567890123)},
+                                                                    {"cost_usd", 0.0025},
+                                                                    {"mode_proxy", true},
+                                                                    {"apps", "[\"a\", \"b\"]"}}},
+                                   {"user_properties", QJsonObject{{"plan", "free"}}}};
         QCOMPARE(env.event(2), expected);
         const auto sent = env.f.server.received("/api/analytics/event").at(2);
         QCOMPARE(sent.header("Content-Type"), QByteArray("application/json"));
@@ -131,7 +131,8 @@ private slots:
 
         // A dead server and an unserializable value are dropped in silence.
         LogCapture log;
-        AnalyticsService::shared().configure(*env.sandbox.defaults, env.f.network, env.f.clock, QUrl("http://127.0.0.1:1"));
+        AnalyticsService::shared().configure(*env.sandbox.defaults, env.f.network, env.f.clock,
+                                             QUrl("http://127.0.0.1:1"));
         AnalyticsService::track("nowhere");
         AnalyticsService::track("nan", {{"x", std::nan("")}});
         QVERIFY(spinUntil([&] { return finishedReplies.size() == 2; }, 5000));

@@ -27,7 +27,9 @@ private slots:
         QCOMPARE(env.f.server.received("/api/me").at(0).header("Authorization"), QByteArray("Bearer tok-1"));
 
         // No token: the header is absent, not empty.
-        env.f.server.script("/api/auth/verify", Script{200, R"({"access_token":"t","user":{"id":1,"phone":"+1","balance_tokens":0,"created_at":5}})"});
+        env.f.server.script(
+            "/api/auth/verify",
+            Script{200, R"({"access_token":"t","user":{"id":1,"phone":"+1","balance_tokens":0,"created_at":5}})"});
         const VerifyResponse verified = syncWait(env.api.verify("+1", "1234"));
         QCOMPARE(verified.access_token, QString("t"));
         const auto sent = env.f.server.received("/api/auth/verify").at(0);
@@ -158,7 +160,8 @@ private slots:
         QCOMPARE(QUrlQuery(sent.query).queryItemValue("phone", QUrl::FullyDecoded), QString("+7 999&x=1"));
 
         // An HTML error page fails as a decoding error of the platform, never as `http`.
-        env.f.server.script("/api/auth/check-activation", Script{500, "<html><body>Bad gateway</body></html>", "text/html"});
+        env.f.server.script("/api/auth/check-activation",
+                            Script{500, "<html><body>Bad gateway</body></html>", "text/html"});
         QVERIFY(failureOf<DecodingError>(env.api.checkActivation("+7")).has_value());
     }
 
@@ -178,8 +181,11 @@ private slots:
         QCOMPARE(QJsonDocument::fromJson(env.f.server.received("/api/auth/request-code").at(1).body).object(),
                  (QJsonObject{{"phone", "+7"}, {"app", "tamv"}, {"device_id", "dev-1"}}));
 
-        env.f.server.script("/api/oauth/yandex/exchange",
-                            Script{200, R"({"access_token":"y","user":{"id":2,"phone":"+7","balance_tokens":3,"created_at":4},"is_new":null})"});
+        env.f.server.script(
+            "/api/oauth/yandex/exchange",
+            Script{
+                200,
+                R"({"access_token":"y","user":{"id":2,"phone":"+7","balance_tokens":3,"created_at":4},"is_new":null})"});
         const auto exchanged = syncWait(env.api.exchangeYandex("abc"));
         QCOMPARE(exchanged.is_new, std::nullopt);
         QCOMPARE(QJsonDocument::fromJson(env.f.server.received("/api/oauth/yandex/exchange").at(0).body).object(),

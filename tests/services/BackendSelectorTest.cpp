@@ -33,7 +33,8 @@ struct Scripted {
         });
     }
     void store(const QString& endpoint, const QDateTime& at) {
-        sandbox.defaults->setData(BackendSelector::cacheKey, BackendSelector::CachedChoice{endpoint, at, 10, 5}.encode());
+        sandbox.defaults->setData(BackendSelector::cacheKey,
+                                  BackendSelector::CachedChoice{endpoint, at, 10, 5}.encode());
         reopen();
     }
     QString pickAfterRefresh(double main, double stt) {
@@ -108,8 +109,9 @@ private slots:
 
     void storedGarbageIsNoPickUntilOverwritten() {
         Scripted s;
-        for (const QByteArray& junk : {QByteArray("not json"), QByteArray(R"({"endpoint":"stt"})"),
-                                       QByteArray(R"({"endpoint":"stt","measuredAt":"x","mainLatencyMs":1,"sttLatencyMs":1})")}) {
+        for (const QByteArray& junk :
+             {QByteArray("not json"), QByteArray(R"({"endpoint":"stt"})"),
+              QByteArray(R"({"endpoint":"stt","measuredAt":"x","mainLatencyMs":1,"sttLatencyMs":1})")}) {
             s.sandbox.defaults->setData(BackendSelector::cacheKey, junk);
             s.reopen();
             QVERIFY(!s.selector->current().has_value());

@@ -26,7 +26,8 @@ QList<QPair<QString, QByteArray>> hostileBodies(const QByteArray& valid) {
             {"not utf-8", QByteArray("{\"user\":\"\xff\xfe\",\"choices\":\"\xc3\x28\"}")},
             {"array root", "[]"},
             {"null", "null"},
-            {"number overflow", R"({"user":{"id":1e400,"phone":"+7","balance_tokens":1e999,"created_at":99999999999999999999999}})"}};
+            {"number overflow",
+             R"({"user":{"id":1e400,"phone":"+7","balance_tokens":1e999,"created_at":99999999999999999999999}})"}};
 }
 
 } // namespace
@@ -46,7 +47,8 @@ private slots:
             // The 402 mapping never fails on its body.
             f.server.script("/api/me", Script{402, body});
             error = failureOf<APIError>(api.me("tok"), 20000);
-            QVERIFY2(error && error->kind() == APIError::Kind::insufficientBalance && error->balance() == 0.0, qPrintable(name));
+            QVERIFY2(error && error->kind() == APIError::Kind::insufficientBalance && error->balance() == 0.0,
+                     qPrintable(name));
             f.server.script("/api/auth/check-activation", Script{200, body});
             QVERIFY2(failureOf<DecodingError>(api.checkActivation("+7"), 20000), qPrintable(name));
         }
@@ -79,12 +81,15 @@ private slots:
         f.server.script("/api/openrouter/v1/chat/completions",
                         Script{200, R"({"choices":[{"message":{"content":")" + big.toLatin1() + R"("}}]})"});
         OpenRouterService service(OpenRouterService::Mode::proxy("tok"), selector);
-        const auto result = syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2), 30000);
+        const auto result =
+            syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2), 30000);
         QCOMPARE(result.text.size(), big.size());
 
         // A stored pick with absurd numbers is no pick.
-        QVERIFY(!BackendSelector::CachedChoice::decode(R"({"endpoint":"stt","measuredAt":1e300,"mainLatencyMs":1,"sttLatencyMs":1})"));
-        QVERIFY(!BackendSelector::CachedChoice::decode(R"({"endpoint":"stt","measuredAt":1,"mainLatencyMs":1.5,"sttLatencyMs":1})"));
+        QVERIFY(!BackendSelector::CachedChoice::decode(
+            R"({"endpoint":"stt","measuredAt":1e300,"mainLatencyMs":1,"sttLatencyMs":1})"));
+        QVERIFY(!BackendSelector::CachedChoice::decode(
+            R"({"endpoint":"stt","measuredAt":1,"mainLatencyMs":1.5,"sttLatencyMs":1})"));
     }
 };
 

@@ -119,7 +119,8 @@ private slots:
               R"({"route":"/api/health","status":503,"body":{"down":true},"times":1})");
         QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"down":true})"));
         QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"status":"ok"})"));
-        const QJsonArray seen = QJsonDocument::fromJson(fetch(QUrl(server.base.toString() + "/__dev/requests"))).array();
+        const QJsonArray seen =
+            QJsonDocument::fromJson(fetch(QUrl(server.base.toString() + "/__dev/requests"))).array();
         QStringList paths;
         for (const QJsonValue& v : seen)
             paths.append(v.toObject().value("path").toString());
@@ -131,14 +132,17 @@ private slots:
         ServiceFixture proxy;
         devserver::DevServer upstream;
         QVERIFY(upstream.start() != 0);
-        upstream.script("/api/v1/chat/completions",
-                        devserver::Script{200, R"({"choices":[{"message":{"content":"С апстрима"}}],"usage":{"prompt_tokens":5,"cost":0.002}})"});
+        upstream.script(
+            "/api/v1/chat/completions",
+            devserver::Script{
+                200, R"({"choices":[{"message":{"content":"С апстрима"}}],"usage":{"prompt_tokens":5,"cost":0.002}})"});
         proxy.server.setUpstream(QUrl(upstream.baseUrl().toString() + "/api/v1/chat/completions"), "sk-upstream");
         proxy.server.setRecommend("fast-audio", "vendor/fast", 60.0);
         const QString token = proxy.server.addUser("+15550001111", 1000.0);
 
         TestEnv sandbox;
-        BackendSelector selector(*sandbox.defaults, proxy.clock, proxy.network, ServiceHosts::allAt(proxy.server.baseUrl()));
+        BackendSelector selector(*sandbox.defaults, proxy.clock, proxy.network,
+                                 ServiceHosts::allAt(proxy.server.baseUrl()));
         OpenRouterService service(OpenRouterService::Mode::proxy(token), selector);
         const auto result = syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2));
         QCOMPARE(result.text, QString("С апстрима"));
@@ -156,8 +160,9 @@ private slots:
         bool done = false;
         auto body = [&]() -> QCoro::Task<void> {
             try {
-                co_await sendRequest(f.network, f.clock, QNetworkRequest(QUrl(f.server.baseUrl().toString() + "/api/health")),
-                                     "GET", {}, {}, cancel);
+                co_await sendRequest(f.network, f.clock,
+                                     QNetworkRequest(QUrl(f.server.baseUrl().toString() + "/api/health")), "GET", {},
+                                     {}, cancel);
             } catch (const NetworkError&) {
             }
             done = true;

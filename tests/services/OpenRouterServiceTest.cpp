@@ -1,5 +1,5 @@
-#include "pipelines/BackendSelector.h"
 #include "pipelines/OpenRouterService.h"
+#include "pipelines/BackendSelector.h"
 #include "services/ServiceFixture.h"
 
 #include <QJsonArray>
@@ -33,9 +33,9 @@ struct Hosts {
             throw std::runtime_error("servers did not start");
         sandbox.defaults->setData(BackendSelector::cacheKey,
                                   BackendSelector::CachedChoice{pick, mainHost.clock.currentDateTime(), 1, 1}.encode());
-        selector = std::make_unique<BackendSelector>(
-            *sandbox.defaults, mainHost.clock, mainHost.network,
-            ServiceHosts{mainHost.server.baseUrl(), stt.localhostUrl(), openRouter.baseUrl(), mainHost.server.baseUrl()});
+        selector = std::make_unique<BackendSelector>(*sandbox.defaults, mainHost.clock, mainHost.network,
+                                                     ServiceHosts{mainHost.server.baseUrl(), stt.localhostUrl(),
+                                                                  openRouter.baseUrl(), mainHost.server.baseUrl()});
         OpenRouterService::clearModelCache();
     }
 };
@@ -67,7 +67,10 @@ private slots:
     void usageAndItsCost() {
         Hosts h;
         LogCapture log;
-        auto r = proxyChat(h, answerWith(R"(,"usage":{"prompt_tokens":10,"completion_tokens":2,"total_tokens":99,"cost":0.001,"cost_usd":0.002,"cost_tokens":500})"));
+        auto r = proxyChat(
+            h,
+            answerWith(
+                R"(,"usage":{"prompt_tokens":10,"completion_tokens":2,"total_tokens":99,"cost":0.001,"cost_usd":0.002,"cost_tokens":500})"));
         QCOMPARE(r.text, QString("Привет"));
         QCOMPARE(r.usage, std::optional<UsageInfo>(UsageInfo{10, 2, 99, 0.002}));
         QVERIFY(log.has("OpenRouter usage: prompt=10, completion=2, cost=0.002$, cost_tokens=500.0"));
@@ -135,7 +138,8 @@ private slots:
         QCOMPARE(e.kind(), Kind::badResponse);
         QCOMPARE(e.status(), 503);
         QCOMPARE(e.detail().size(), 614);
-        QCOMPARE(e.description(), "OpenRouter ответил 503: " + ("invalid model " + QString::fromLatin1(long600)).left(300));
+        QCOMPARE(e.description(),
+                 "OpenRouter ответил 503: " + ("invalid model " + QString::fromLatin1(long600)).left(300));
         QVERIFY(log.has("BackendSelector: STT marked unhealthy for 5 min"));
         QCOMPARE(h.selector->currentEndpoint(), h.selector->mainEndpoint());
 
@@ -163,11 +167,15 @@ private slots:
         const QJsonObject body = QJsonDocument::fromJson(sent.body).object();
         const QJsonObject expected{
             {"model", "google/gemini"},
-            {"messages", QJsonArray{QJsonObject{{"role", "system"},
-                                                {"content", QJsonArray{QJsonObject{{"type", "text"}, {"text", "Промпт \"в кавычках\"\n"}}}}},
-                                    QJsonObject{{"role", "user"},
-                                                {"content", QJsonArray{QJsonObject{{"type", "input_audio"},
-                                                                                   {"input_audio", QJsonObject{{"data", "QUJD"}, {"format", "m4a"}}}}}}}}},
+            {"messages",
+             QJsonArray{
+                 QJsonObject{
+                     {"role", "system"},
+                     {"content", QJsonArray{QJsonObject{{"type", "text"}, {"text", "Промпт \"в кавычках\"\n"}}}}},
+                 QJsonObject{{"role", "user"},
+                             {"content", QJsonArray{QJsonObject{
+                                             {"type", "input_audio"},
+                                             {"input_audio", QJsonObject{{"data", "QUJD"}, {"format", "m4a"}}}}}}}}},
             {"temperature", 0.0},
             {"usage", QJsonObject{{"include", true}}}};
         QCOMPARE(body, expected);
@@ -201,7 +209,8 @@ private slots:
 
         log.clear();
         OpenRouterService proxy(OpenRouterService::Mode::proxy(""), *h.selector);
-        QCOMPARE(failureOf<OpenRouterError>(proxy.chat("preset:fast-audio", textMessages(), 0.2))->kind(), Kind::missingApiKey);
+        QCOMPARE(failureOf<OpenRouterError>(proxy.chat("preset:fast-audio", textMessages(), 0.2))->kind(),
+                 Kind::missingApiKey);
         QVERIFY(log.lines().isEmpty());
         QVERIFY(h.mainHost.server.received().isEmpty());
         QVERIFY(h.openRouter.received().isEmpty());
@@ -223,8 +232,9 @@ private slots:
         const auto ask = h.stt.received("/api/router/recommend").at(0);
         QCOMPARE(ask.query, QString("preset=fast-audio"));
         QVERIFY(!ask.hasHeader("Authorization"));
-        QCOMPARE(QJsonDocument::fromJson(h.openRouter.received(kDirectPath).at(0).body).object().value("model").toString(),
-                 QString("vendor/fast-model"));
+        QCOMPARE(
+            QJsonDocument::fromJson(h.openRouter.received(kDirectPath).at(0).body).object().value("model").toString(),
+            QString("vendor/fast-model"));
         QVERIFY(log.has("OpenRouter direct: resolved preset:fast-audio → vendor/fast-model (ttl=60s)"));
 
         // Another instance shares the cache until the 60 s are over (expiry strictly after now).

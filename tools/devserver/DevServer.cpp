@@ -19,14 +19,22 @@ namespace {
 
 QString methodName(QHttpServerRequest::Method method) {
     switch (method) {
-    case QHttpServerRequest::Method::Get: return QStringLiteral("GET");
-    case QHttpServerRequest::Method::Post: return QStringLiteral("POST");
-    case QHttpServerRequest::Method::Put: return QStringLiteral("PUT");
-    case QHttpServerRequest::Method::Delete: return QStringLiteral("DELETE");
-    case QHttpServerRequest::Method::Head: return QStringLiteral("HEAD");
-    case QHttpServerRequest::Method::Patch: return QStringLiteral("PATCH");
-    case QHttpServerRequest::Method::Options: return QStringLiteral("OPTIONS");
-    default: return QStringLiteral("OTHER");
+    case QHttpServerRequest::Method::Get:
+        return QStringLiteral("GET");
+    case QHttpServerRequest::Method::Post:
+        return QStringLiteral("POST");
+    case QHttpServerRequest::Method::Put:
+        return QStringLiteral("PUT");
+    case QHttpServerRequest::Method::Delete:
+        return QStringLiteral("DELETE");
+    case QHttpServerRequest::Method::Head:
+        return QStringLiteral("HEAD");
+    case QHttpServerRequest::Method::Patch:
+        return QStringLiteral("PATCH");
+    case QHttpServerRequest::Method::Options:
+        return QStringLiteral("OPTIONS");
+    default:
+        return QStringLiteral("OTHER");
     }
 }
 
@@ -55,7 +63,10 @@ QJsonObject Received::toJson() const {
     QJsonObject headerObject;
     for (auto it = headers.begin(); it != headers.end(); ++it)
         headerObject.insert(QString::fromLatin1(it.key()), QString::fromUtf8(it.value()));
-    return {{"method", method}, {"path", path}, {"query", query}, {"headers", headerObject},
+    return {{"method", method},
+            {"path", path},
+            {"query", query},
+            {"headers", headerObject},
             {"body", QString::fromUtf8(body)}};
 }
 
@@ -88,13 +99,21 @@ void DevServer::stop() {
     }
 }
 
-QUrl DevServer::baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_port)); }
+QUrl DevServer::baseUrl() const {
+    return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_port));
+}
 
-QUrl DevServer::localhostUrl() const { return QUrl(QStringLiteral("http://localhost:%1").arg(m_port)); }
+QUrl DevServer::localhostUrl() const {
+    return QUrl(QStringLiteral("http://localhost:%1").arg(m_port));
+}
 
-void DevServer::script(const QString& path, const Script& script) { m_scripts.insert(path, script); }
+void DevServer::script(const QString& path, const Script& script) {
+    m_scripts.insert(path, script);
+}
 
-void DevServer::clearScripts() { m_scripts.clear(); }
+void DevServer::clearScripts() {
+    m_scripts.clear();
+}
 
 QList<Received> DevServer::received(const QString& path) const {
     QList<Received> out;
@@ -157,7 +176,8 @@ bool DevServer::handleRequest(const QHttpServerRequest& request, QTcpSocket* soc
             writeAnswer(guard, *responder, answer);
             return;
         }
-        QTimer::singleShot(delayMs, self.data(), [guard, responder, answer] { writeAnswer(guard, *responder, answer); });
+        QTimer::singleShot(delayMs, self.data(),
+                           [guard, responder, answer] { writeAnswer(guard, *responder, answer); });
     };
     if (scripted)
         deliver(*scripted);
@@ -201,8 +221,8 @@ Answer DevServer::control(const Received& r) {
         Script s;
         s.status = body.value("status").toInt(0);
         const QJsonValue answerBody = body.value("body");
-        s.body = answerBody.isString() ? answerBody.toString().toUtf8()
-                 : answerBody.isArray() ? QJsonDocument(answerBody.toArray()).toJson(QJsonDocument::Compact)
+        s.body = answerBody.isString()   ? answerBody.toString().toUtf8()
+                 : answerBody.isArray()  ? QJsonDocument(answerBody.toArray()).toJson(QJsonDocument::Compact)
                  : answerBody.isObject() ? QJsonDocument(answerBody.toObject()).toJson(QJsonDocument::Compact)
                                          : QByteArray();
         if (body.contains("content_type"))

@@ -25,7 +25,7 @@ namespace tamvex::devserver {
 struct Received {
     QString method;
     QString path;
-    QString query;                     ///< the raw query, as sent
+    QString query;                        ///< the raw query, as sent
     QMap<QByteArray, QByteArray> headers; ///< names in lower case
     QByteArray body;
 
@@ -39,11 +39,11 @@ struct Received {
 
 /// A scripted answer for one path, replacing (or, with status 0, only delaying) the real one.
 struct Script {
-    int status = 0;              ///< 0: answer as usual, after the delay
+    int status = 0; ///< 0: answer as usual, after the delay
     QByteArray body;
     QByteArray contentType = "application/json";
     int delayMs = 0;
-    int times = -1;              ///< how many requests it answers; -1 for ever
+    int times = -1; ///< how many requests it answers; -1 for ever
 };
 
 /// An answer to write.
@@ -150,9 +150,9 @@ private:
     QUrl m_upstream;
     QString m_upstreamKey;
     double m_startingBalance = 100000.0;
-    QMap<QString, DevUser> m_users;    // by phone
-    QHash<QString, QString> m_tokens;  // token -> phone
-    QHash<QString, QString> m_codes;   // phone -> pending code
+    QMap<QString, DevUser> m_users;   // by phone
+    QHash<QString, QString> m_tokens; // token -> phone
+    QHash<QString, QString> m_codes;  // phone -> pending code
     qint64 m_nextUserId = 1;
 };
 

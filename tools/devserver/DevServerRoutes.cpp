@@ -22,7 +22,9 @@ Answer json(const QJsonObject& object, int status = 200) {
     return {status, QJsonDocument(object).toJson(QJsonDocument::Compact), "application/json", {}};
 }
 
-Answer error(int status, const QString& message) { return json({{"error", message}}, status); }
+Answer error(int status, const QString& message) {
+    return json({{"error", message}}, status);
+}
 
 std::optional<QJsonObject> bodyObject(const Received& r) {
     QJsonParseError parseError;
@@ -65,7 +67,9 @@ void DevServer::route(const Received& r, const Respond& respond) {
     respond(error(404, QStringLiteral("not found")));
 }
 
-Answer DevServer::health() const { return json({{"status", "ok"}}); }
+Answer DevServer::health() const {
+    return json({{"status", "ok"}});
+}
 
 Answer DevServer::recommend(const Received& r) const {
     const QString preset = queryValue(r, QStringLiteral("preset"));
@@ -97,8 +101,8 @@ DevUser& DevServer::ensureUser(const QString& phone, bool* created) {
     if (created)
         *created = (it == m_users.end());
     if (it == m_users.end())
-        it = m_users.insert(phone, DevUser{m_nextUserId++, phone, m_startingBalance,
-                                           QDateTime::currentSecsSinceEpoch()});
+        it = m_users.insert(phone,
+                            DevUser{m_nextUserId++, phone, m_startingBalance, QDateTime::currentSecsSinceEpoch()});
     return *it;
 }
 
@@ -215,15 +219,16 @@ void DevServer::chatCompletions(const Received& r, const Respond& respond) {
     if (m_upstream.isEmpty()) {
         const double costUSD = m_chatCostUSD;
         charge(*phone, costUSD);
-        const QJsonObject usage{{"prompt_tokens", 120},        {"completion_tokens", 12},
-                                {"total_tokens", 132},         {"cost", costUSD},
-                                {"cost_usd", costUSD},         {"cost_tokens", costUSD * kTokensPerUSD}};
+        const QJsonObject usage{{"prompt_tokens", 120}, {"completion_tokens", 12},
+                                {"total_tokens", 132},  {"cost", costUSD},
+                                {"cost_usd", costUSD},  {"cost_tokens", costUSD * kTokensPerUSD}};
         const QJsonObject message{{"role", "assistant"}, {"content", m_chatText}};
-        return respond(json({{"id", "dev-" + QUuid::createUuid().toString(QUuid::Id128)},
-                             {"object", "chat.completion"},
-                             {"model", model},
-                             {"choices", QJsonArray{QJsonObject{{"index", 0}, {"message", message}, {"finish_reason", "stop"}}}},
-                             {"usage", usage}}));
+        return respond(
+            json({{"id", "dev-" + QUuid::createUuid().toString(QUuid::Id128)},
+                  {"object", "chat.completion"},
+                  {"model", model},
+                  {"choices", QJsonArray{QJsonObject{{"index", 0}, {"message", message}, {"finish_reason", "stop"}}}},
+                  {"usage", usage}}));
     }
 
     // Forward with the concrete model and the upstream key; price the answer in both units.

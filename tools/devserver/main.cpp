@@ -18,8 +18,9 @@ int main(int argc, char** argv) {
     parser.addOption({"port", "Port to listen on; 0 picks a free one.", "port", "0"});
     parser.addOption({"host", "Address to listen on.", "address", "127.0.0.1"});
     parser.addOption({"data", "Folder for accounts, analytics.jsonl, devserver.json and models/.", "dir"});
-    parser.addOption({"upstream", "Forward the speech proxy to this OpenRouter-compatible chat-completions URL "
-                                  "(key from TAMVEX_DEVSERVER_UPSTREAM_KEY).",
+    parser.addOption({"upstream",
+                      "Forward the speech proxy to this OpenRouter-compatible chat-completions URL "
+                      "(key from TAMVEX_DEVSERVER_UPSTREAM_KEY).",
                       "url"});
     parser.addOption({"balance", "Starting balance of new users, in ø.", "tokens"});
     parser.process(app);
