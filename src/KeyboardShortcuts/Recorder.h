@@ -1,0 +1,92 @@
+#pragma once
+
+#include "KeyboardShortcuts/Shortcut.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <optional>
+
+namespace tamvex::KeyboardShortcuts {
+
+class ShortcutRegistry;
+
+/// The Russian text of a recorder message key ("record_shortcut", "ok", ...); the key
+/// itself when unknown.
+QString recorderText(const QString& key);
+
+/// Well-known shortcuts of the GNOME and KDE desktops that a recorded shortcut would clash with.
+QList<Shortcut> defaultSystemShortcuts();
+
+/// The logic of the shortcut field of the settings pane: what a key press while the field
+/// is editing does to the stored shortcut. The QML field forwards its focus and key
+/// presses here and shows the texts, beeps and alerts this model asks for.
+class Recorder : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QString displayText READ displayText NOTIFY shortcutChanged)
+    Q_PROPERTY(bool hasShortcut READ hasShortcut NOTIFY shortcutChanged)
+    Q_PROPERTY(bool active READ isActive WRITE setActive NOTIFY activeChanged)
+    Q_PROPERTY(QString placeholder READ placeholder NOTIFY activeChanged)
+public:
+    /// What a key press did.
+    enum class Outcome { ignored, cancelled, cleared, beeped, usedByMenuItem, usedBySystem, stored };
+    Q_ENUM(Outcome)
+
+    /// Looks up the title of the application's menu item with this shortcut, if any.
+    using MenuLookup = std::function<std::optional<QString>(const Shortcut&)>;
+
+    /// A recorder of `name`'s shortcut in `registry`.
+    Recorder(ShortcutRegistry& registry, Name name, QObject* parent = nullptr);
+
+    /// Sets where menu-item clashes are looked up (none by default).
+    void setMenuLookup(MenuLookup lookup) { m_menuLookup = std::move(lookup); }
+    /// Replaces the list of the desktop's own shortcuts.
+    void setSystemShortcuts(QList<Shortcut> shortcuts) { m_systemShortcuts = std::move(shortcuts); }
+
+    /// The stored shortcut's display text, or empty.
+    QString displayText() const;
+    /// True when a shortcut is stored.
+    bool hasShortcut() const;
+    /// True while the field has the editing focus.
+    bool isActive() const { return m_active; }
+    /// Gives (true) or takes (false) the editing focus; shortcuts are paused meanwhile.
+    void setActive(bool active);
+    /// "record_shortcut" when idle, "press_shortcut" while editing, in Russian.
+    QString placeholder() const;
+
+    /// A key press while editing: virtual key code and event flags.
+    Outcome handleKeyDown(int keyCode, quint64 eventFlags);
+    /// A key press as QML sees it: the native scan code (X11/Wayland: evdev + 8) and Qt's modifiers.
+    Q_INVOKABLE int handleQtKey(int nativeScanCode, int qtModifiers);
+    /// The answer "force_use_shortcut" to the system-clash alert: takes the shortcut anyway.
+    Q_INVOKABLE void forceUsePending();
+    /// The answer "ok" to the system-clash alert: gives the shortcut up.
+    Q_INVOKABLE void dismissPending();
+    /// Clears the stored shortcut (the field's cancel button).
+    Q_INVOKABLE void clear();
+
+signals:
+    void shortcutChanged();
+    void activeChanged();
+    /// The press was refused without words: the field beeps.
+    void beep();
+    /// An alert to show: its text, the informative text and its buttons, first the default.
+    void alertRequested(const QString& text, const QString& informativeText, const QStringList& buttons);
+    /// A shortcut was stored or cleared by the user (onChange).
+    void changed(const QString& displayText);
+
+private:
+    void take(const Shortcut& shortcut);
+
+    ShortcutRegistry& m_registry;
+    Name m_name;
+    MenuLookup m_menuLookup;
+    QList<Shortcut> m_systemShortcuts;
+    std::optional<Shortcut> m_pending;
+    bool m_active = false;
+};
+
+} // namespace tamvex::KeyboardShortcuts
