@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+namespace tamvex {
+
+/// Where key events of the whole desktop come from (evdev devices, the X server).
+/// A source only observes: it never grabs or swallows a key.
+class KeySource : public QObject {
+    Q_OBJECT
+public:
+    using QObject::QObject;
+
+    /// Starts watching; true when keys can be delivered now.
+    virtual bool start() = 0;
+    /// Stops watching and lets go of every device (deviceRemoved for each).
+    virtual void stop() = 0;
+    /// True when keys can be delivered now.
+    virtual bool isAvailable() const = 0;
+    /// How the source is named in the log and the settings pane ("evdev", "X11").
+    virtual QString name() const = 0;
+    /// True when the source can see the FN key (KEY_FN).
+    virtual bool seesFunctionKey() const = 0;
+    /// A line that says why the source is not available, or empty.
+    virtual QString unavailableReason() const { return {}; }
+
+signals:
+    /// One input event of a device, as in struct input_event.
+    void inputEvent(int device, int type, int code, int value);
+    /// A device went away; its held keys count as released.
+    void deviceRemoved(int device);
+    /// The source became available or stopped being so (a keyboard plugged or pulled).
+    void availabilityChanged(bool available);
+};
+
+} // namespace tamvex
