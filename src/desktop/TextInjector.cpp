@@ -1,0 +1,102 @@
+#include "desktop/TextInjector.h"
+
+#include "desktop/TerminalApps.h"
+#include "desktop/UinputKeySender.h"
+#include "desktop/X11Session.h"
+#include "platform/Clipboard.h"
+#include "platform/InputAccess.h"
+#include "platform/Log.h"
+
+namespace tamvex {
+
+TextInjectorError::TextInjectorError(Kind kind) : TamvexError(describe(kind)), m_kind(kind) {}
+
+QString TextInjectorError::describe(Kind kind) {
+    switch (kind) {
+    case Kind::accessibilityNotGranted:
+        return QStringLiteral("Нет доступа к вводу с клавиатуры. Добавь себя в группу input и установи "
+                              "правило udev для /dev/uinput (см. packaging/), затем войди в систему заново.");
+    case Kind::eventSourceFailed:
+        return QStringLiteral("Не удалось отправить нажатие клавиш: виртуальная клавиатура (uinput/XTest) недоступна.");
+    }
+    return {};
+}
+
+namespace {
+
+/// Picks uinput, else XTest, once at start.
+class SessionKeySender final : public KeySender {
+public:
+    SessionKeySender() {
+        if (!m_uinput.isAvailable() && !qEnvironmentVariableIsEmpty("DISPLAY"))
+            m_x11 = std::make_unique<X11KeySender>();
+    }
+    bool isAvailable() const override { return active() != nullptr; }
+    bool sendPaste(PasteChord chord) override { return active() && active()->sendPaste(chord); }
+    QString name() const override { return active() ? active()->name() : QStringLiteral("none"); }
+    QString uinputError() const { return m_uinput.error(); }
+
+private:
+    KeySender* active() const {
+        if (m_uinput.isAvailable())
+            return const_cast<UinputKeySender*>(&m_uinput);
+        if (m_x11 && m_x11->isAvailable())
+            return m_x11.get();
+        return nullptr;
+    }
+    UinputKeySender m_uinput;
+    std::unique_ptr<X11KeySender> m_x11;
+};
+
+} // namespace
+
+struct TextInjector::Owned {
+    SystemClipboard clipboard;
+    SessionKeySender keys;
+    SystemInputAccess access{keys};
+    std::unique_ptr<X11FrontmostApp> frontmost;
+};
+
+TextInjector::TextInjector(Clock& clock, Clipboard& clipboard, KeySender& keys, InputAccess& access,
+                           const FrontmostApp* frontmost, QObject* parent)
+    : QObject(parent), m_clock(clock), m_clipboard(clipboard), m_keys(keys), m_access(access),
+      m_frontmost(frontmost) {}
+
+TextInjector::TextInjector(std::unique_ptr<Owned> owned, Clock& clock)
+    : m_owned(std::move(owned)), m_clock(clock), m_clipboard(m_owned->clipboard), m_keys(m_owned->keys),
+      m_access(m_owned->access), m_frontmost(m_owned->frontmost.get()) {}
+
+TextInjector::~TextInjector() = default;
+
+std::unique_ptr<TextInjector> TextInjector::createForSession(Clock& clock) {
+    auto owned = std::make_unique<Owned>();
+    if (!qEnvironmentVariableIsEmpty("DISPLAY"))
+        owned->frontmost = std::make_unique<X11FrontmostApp>();
+    const QString sender = owned->keys.name();
+    const QString uinputError = owned->keys.uinputError();
+    auto injector = std::unique_ptr<TextInjector>(new TextInjector(std::move(owned), clock));
+    logInfo("Paste keys: " + sender + (uinputError.isEmpty() ? QString() : " (uinput: " + uinputError + ")"));
+    return injector;
+}
+
+QCoro::Task<void> TextInjector::inject(QString text, Cancellation cancellation) {
+    if (!m_access.isTrusted()) {
+        m_access.prompt();
+        throw TextInjectorError(TextInjectorError::Kind::accessibilityNotGranted);
+    }
+    const ClipboardSnapshot snapshot = m_clipboard.snapshot();
+    m_clipboard.clear();
+    m_clipboard.setText(text);
+    const PasteChord chord = pasteChordFor(m_frontmost ? m_frontmost->focusedWindow() : std::nullopt);
+    if (!m_keys.sendPaste(chord))
+        throw TextInjectorError(TextInjectorError::Kind::eventSourceFailed);
+    if (!co_await m_clock.sleep(restoreDelaySec, cancellation))
+        co_return;
+    // An empty clipboard before keeps the dictated text.
+    if (snapshot.isEmpty())
+        co_return;
+    m_clipboard.clear();
+    m_clipboard.restore(snapshot);
+}
+
+} // namespace tamvex
