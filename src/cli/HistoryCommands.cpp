@@ -11,6 +11,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <functional>
+
 namespace tamvex {
 
 namespace {
@@ -76,57 +78,51 @@ QJsonArray toJsonArray(const QList<HistoryEntry>& entries) {
     return array;
 }
 
-// Opens the application's database for reading; none (with a message on `err`) when it cannot.
-std::optional<HistoryDB> openHistory(const Paths& paths, QTextStream& err, bool& missing) {
+// Runs `read` on the application's database opened read-only. A missing file is an empty
+// history and `read` is not called; false (with a message on `err`) when the file cannot be read.
+bool readHistory(const Paths& paths, QTextStream& err, const std::function<void(HistoryDB&)>& read) {
     const QString path = paths.dataFile("history.db");
-    missing = !QFileInfo::exists(path);
-    if (missing)
-        return std::nullopt;
+    if (!QFileInfo::exists(path))
+        return true;
     try {
-        return HistoryDB::openReadOnly(path);
+        HistoryDB db = HistoryDB::openReadOnly(path);
+        read(db);
+        return true;
     } catch (const HistoryDBError& e) {
-        err << "Не удалось открыть историю (" << path << "): " << e.message() << "\n";
-        return std::nullopt;
+        err << "Не удалось прочитать историю (" << path << "): " << e.message() << "\n";
+        return false;
     }
 }
 
 void printEntry(QTextStream& out, const HistoryEntry& e) {
-    out << "ID:          " << uuidText(e.id) << "\n";
-    out << "Создано:     " << localTime(e.createdAt) << "\n";
+    out << "ID:           " << uuidText(e.id) << "\n";
+    out << "Создано:      " << localTime(e.createdAt) << "\n";
     out << "Длительность: " << QString::asprintf("%.1f с", e.durationSec) << "\n";
     if (e.modelUsed)
-        out << "Модель:      " << *e.modelUsed << "\n";
+        out << "Модель:       " << *e.modelUsed << "\n";
     if (e.appContext)
-        out << "Приложение:  " << *e.appContext << "\n";
+        out << "Приложение:   " << *e.appContext << "\n";
     if (e.category)
-        out << "Категория:   " << categoryTitle(*e.category) << "\n";
+        out << "Категория:    " << categoryTitle(*e.category) << "\n";
     if (e.costUSD)
-        out << "Стоимость:   " << QString::asprintf("$%.6f", *e.costUSD) << "\n";
+        out << "Стоимость:    " << QString::asprintf("$%.6f", *e.costUSD) << "\n";
     if (e.promptTokens || e.completionTokens)
-        out << "Токены:      " << e.promptTokens.value_or(0) << " + " << e.completionTokens.value_or(0) << "\n";
+        out << "Токены:       " << e.promptTokens.value_or(0) << " + " << e.completionTokens.value_or(0) << "\n";
     if (e.errorMessage)
-        out << "Ошибка:      " << *e.errorMessage << "\n";
+        out << "Ошибка:       " << *e.errorMessage << "\n";
     if (e.audioPath)
-        out << "Аудио:       " << *e.audioPath << "\n";
+        out << "Аудио:        " << *e.audioPath << "\n";
     out << "Текст:\n" << (e.text.isEmpty() ? QStringLiteral("(пусто)") : e.text) << "\n";
 }
 
 int listCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStream& err) {
-    bool missing = false;
-    auto db = openHistory(paths, err, missing);
-    if (!db && !missing)
-        return 1;
     QList<HistoryEntry> entries;
     qint64 total = 0;
-    if (db) {
-        try {
-            entries = db->fetch(o.limit.value_or(kDefaultListLimit), 0);
-            total = db->count();
-        } catch (const HistoryDBError& e) {
-            err << "Не удалось прочитать историю: " << e.message() << "\n";
-            return 1;
-        }
-    }
+    if (!readHistory(paths, err, [&](HistoryDB& db) {
+            entries = db.fetch(o.limit.value_or(kDefaultListLimit), 0);
+            total = db.count();
+        }))
+        return 1;
     if (o.json) {
         writeJson(out, QJsonDocument(toJsonArray(entries)));
         return 0;
@@ -139,7 +135,7 @@ int listCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStr
         const QString what = e.text.isEmpty() ? "Ошибка: " + e.errorMessage.value_or("нет текста") : e.text;
         out << uuidText(e.id).left(8) << "  " << localTime(e.createdAt) << "  "
             << QString::asprintf("%5.1f с", e.durationSec) << "  "
-            << (e.category ? categoryTitle(*e.category) : QStringLiteral("—")) << "  " << oneLine(what, 80)
+            << (e.category ? categoryTitle(*e.category) : QStringLiteral("—")).leftJustified(9) << "  " << oneLine(what, 80)
             << "\n";
     }
     out << "Показано " << entries.size() << " из " << total << ".\n";
@@ -152,22 +148,14 @@ int showCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStr
         return 2;
     }
     const QString wanted = o.positional[1].toUpper();
-    bool missing = false;
-    auto db = openHistory(paths, err, missing);
-    if (!db && !missing)
-        return 1;
     QList<HistoryEntry> matches;
-    if (db) {
-        try {
-            // A prefix is enough, as in the list, which shows the first eight characters.
-            for (HistoryEntry& e : db->fetch())
+    // A prefix is enough, as in the list, which shows the first eight characters.
+    if (!readHistory(paths, err, [&](HistoryDB& db) {
+            for (HistoryEntry& e : db.fetch())
                 if (uuidText(e.id).startsWith(wanted))
                     matches.append(std::move(e));
-        } catch (const HistoryDBError& e) {
-            err << "Не удалось прочитать историю: " << e.message() << "\n";
-            return 1;
-        }
-    }
+        }))
+        return 1;
     if (matches.isEmpty()) {
         err << "Запись не найдена: " << o.positional[1] << "\n";
         return 1;
@@ -184,19 +172,9 @@ int showCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStr
 }
 
 int exportCommand(const Paths& paths, QTextStream& out, QTextStream& err) {
-    bool missing = false;
-    auto db = openHistory(paths, err, missing);
-    if (!db && !missing)
-        return 1;
     QList<HistoryEntry> entries;
-    if (db) {
-        try {
-            entries = db->fetch();
-        } catch (const HistoryDBError& e) {
-            err << "Не удалось прочитать историю: " << e.message() << "\n";
-            return 1;
-        }
-    }
+    if (!readHistory(paths, err, [&](HistoryDB& db) { entries = db.fetch(); }))
+        return 1;
     writeJson(out, QJsonDocument(toJsonArray(entries)));
     return 0;
 }
@@ -260,19 +238,10 @@ int runInsightsCommand(const QStringList& args, QTextStream& out, QTextStream& e
     const QDateTime now = clock.currentDateTime();
     std::optional<Insights> snapshot = InsightsStore::load(file);
     if (o.recompute) {
-        bool missing = false;
-        auto db = openHistory(paths, err, missing);
-        if (!db && !missing)
-            return 1;
         QList<HistoryEntry> page;
-        try {
-            // The same set as the application's: the newest page.
-            if (db)
-                page = db->fetch(HistoryStore::pageSize, 0);
-        } catch (const HistoryDBError& e) {
-            err << "Не удалось прочитать историю: " << e.message() << "\n";
+        // The same set as the application's: the newest page.
+        if (!readHistory(paths, err, [&](HistoryDB& db) { page = db.fetch(HistoryStore::pageSize, 0); }))
             return 1;
-        }
         snapshot = computeInsights(page, now, snapshot ? snapshot->llmSummary : std::nullopt);
         if (paths.ensureDataDir().isEmpty() || !InsightsStore::save(*snapshot, file)) {
             err << "Не удалось сохранить " << file << "\n";

@@ -73,10 +73,10 @@ QPair<QString, QString> insightsPlaceholder() {
 
 QString insightsUpdatedCaption(const QDateTime& generatedAt, const QDateTime& now) {
     const qint64 seconds = std::max<qint64>(0, generatedAt.secsTo(now));
-    QString age;
     if (seconds < 60)
-        age = QString::number(seconds) + " " + russianPlural(seconds, "секунду", "секунды", "секунд");
-    else if (seconds < 3600)
+        return QStringLiteral("Обновлено только что");
+    QString age;
+    if (seconds < 3600)
         age = QString::number(seconds / 60) + " " + russianPlural(seconds / 60, "минуту", "минуты", "минут");
     else if (seconds < 86400)
         age = QString::number(seconds / 3600) + " " + russianPlural(seconds / 3600, "час", "часа", "часов");

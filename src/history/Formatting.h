@@ -35,7 +35,7 @@ double savedMinutes(qint64 totalWords);
 bool insightsDashboardVisible(const std::optional<Insights>& insights);
 /// The placeholder's title and text.
 QPair<QString, QString> insightsPlaceholder();
-/// "Обновлено " and the age of the snapshot in Russian words ("5 минут назад").
+/// "Обновлено " and the age of the snapshot in Russian words ("только что", "5 минут назад").
 QString insightsUpdatedCaption(const QDateTime& generatedAt, const QDateTime& now);
 /// The insights pane's four cards, in order.
 QList<InsightTile> insightsCards(const Insights& insights, const QLocale& locale = QLocale());

@@ -119,58 +119,43 @@ std::optional<HistoryEntry> HistoryStore::entry(const QUuid& id) const {
     return std::nullopt;
 }
 
-void HistoryStore::setCategory(const QUuid& id, TextCategory category) {
+void HistoryStore::updateLoaded(const QUuid& id, const std::function<void(HistoryEntry&)>& change) {
     HistoryEntry* e = find(id);
     if (!e)
         return;
-    e->category = category;
+    change(*e);
     const HistoryEntry written = *e;
     emit changed();
-    if (m_db) {
-        try {
-            m_db->upsert(written);
-        } catch (const HistoryDBError&) {
-            // Memory and table differ until the next start.
-        }
+    if (!m_db)
+        return;
+    try {
+        m_db->upsert(written);
+    } catch (const HistoryDBError&) {
+        // Memory and table differ until the next start.
     }
+}
+
+void HistoryStore::setCategory(const QUuid& id, TextCategory category) {
+    updateLoaded(id, [&](HistoryEntry& e) { e.category = category; });
 }
 
 void HistoryStore::applyRetrySuccess(const QUuid& id, const QString& text, std::optional<double> costUSD,
                                      std::optional<qint64> promptTokens, std::optional<qint64> completionTokens) {
-    HistoryEntry* e = find(id);
-    if (!e)
-        return;
-    if (e->audioPath)
-        QFile::remove(*e->audioPath);
-    e->text = text;
-    e->errorMessage.reset();
-    e->costUSD = costUSD;
-    e->promptTokens = promptTokens;
-    e->completionTokens = completionTokens;
-    e->audioPath.reset();
-    const HistoryEntry written = *e;
-    emit changed();
-    if (m_db) {
-        try {
-            m_db->upsert(written);
-        } catch (const HistoryDBError&) {
-        }
-    }
+    updateLoaded(id, [&](HistoryEntry& e) {
+        if (e.audioPath)
+            QFile::remove(*e.audioPath);
+        e.text = text;
+        e.errorMessage.reset();
+        e.costUSD = costUSD;
+        e.promptTokens = promptTokens;
+        e.completionTokens = completionTokens;
+        e.audioPath.reset();
+    });
 }
 
 void HistoryStore::setError(const QUuid& id, const QString& message) {
-    HistoryEntry* e = find(id);
-    if (!e)
-        return;
-    e->errorMessage = message;
-    const HistoryEntry written = *e;
-    emit changed();
-    if (m_db) {
-        try {
-            m_db->upsert(written);
-        } catch (const HistoryDBError&) {
-        }
-    }
+    // The audio stays, so the entry can be retried again.
+    updateLoaded(id, [&](HistoryEntry& e) { e.errorMessage = message; });
 }
 
 void HistoryStore::loadMore() {

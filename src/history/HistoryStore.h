@@ -6,6 +6,7 @@
 #include <QList>
 #include <QObject>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -74,6 +75,8 @@ private:
     void cleanExpiredRetryAudio();
     void reloadFirstPage();
     HistoryEntry* find(const QUuid& id);
+    // Changes a loaded entry and writes it through; an entry outside the loaded pages is left alone.
+    void updateLoaded(const QUuid& id, const std::function<void(HistoryEntry&)>& change);
 
     Paths m_paths;
     Clock& m_clock;

@@ -138,7 +138,8 @@ private slots:
         QVERIFY(insightsDashboardVisible(withWords(1)));
         QCOMPARE(insightsPlaceholder().first, QString("Пока недостаточно данных"));
         const QDateTime t = clockStart();
-        QCOMPARE(insightsUpdatedCaption(t, t.addSecs(5)), QString("Обновлено 5 секунд назад"));
+        QCOMPARE(insightsUpdatedCaption(t, t.addSecs(59)), QString("Обновлено только что"));
+        QCOMPARE(insightsUpdatedCaption(t, t.addSecs(60)), QString("Обновлено 1 минуту назад"));
         QCOMPARE(insightsUpdatedCaption(t, t.addSecs(21 * 60)), QString("Обновлено 21 минуту назад"));
         QCOMPARE(insightsUpdatedCaption(t, t.addSecs(3 * 3600)), QString("Обновлено 3 часа назад"));
         QCOMPARE(insightsUpdatedCaption(t, t.addDays(11)), QString("Обновлено 11 дней назад"));

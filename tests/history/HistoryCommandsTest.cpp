@@ -91,8 +91,8 @@ private slots:
 
         r = run(runHistoryCommand, {"show", uuidText(failed.id).toLower()});
         QCOMPARE(r.code, 0);
-        QVERIFY(r.out.contains("Ошибка:      Сервер не ответил\n"));
-        QVERIFY(r.out.contains("Категория:   Идеи\n"));
+        QVERIFY(r.out.contains("Ошибка:       Сервер не ответил\n"));
+        QVERIFY(r.out.contains("Категория:    Идеи\n"));
         r = run(runHistoryCommand, {"show", uuidText(makeEntry(5, now, 0).id), "--json"});
         QCOMPARE(HistoryEntry::fromJson(QJsonDocument::fromJson(r.out.toUtf8()).object())->text,
                  QString("запись номер 5"));
