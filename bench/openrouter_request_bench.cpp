@@ -93,6 +93,7 @@ struct DevServerProcess {
     QString token;
     DevServerProcess() {
         const QString exe = QCoreApplication::applicationDirPath() + "/../tools/devserver/tamvex-devserver";
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel); // its request log must not fill a pipe
         process.start(exe, {"--port", "0"});
         QDeadlineTimer deadline(5000);
         while (!process.canReadLine() && !deadline.hasExpired())

@@ -24,6 +24,7 @@ struct RunningServer {
     QUrl base;
 
     explicit RunningServer(const QString& dataDir) {
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel); // its request log must not fill a pipe
         process.start(TAMVEX_DEVSERVER_EXE, {"--port", "0", "--data", dataDir});
         if (!process.waitForStarted(5000) || !spinUntil([&] { return process.canReadLine(); }, 10000))
             throw std::runtime_error("tamvex-devserver did not start");
