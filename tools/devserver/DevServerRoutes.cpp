@@ -237,29 +237,36 @@ void DevServer::chatCompletions(const Received& r, const Respond& respond) {
     upstream.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     upstream.setRawHeader("Authorization", "Bearer " + m_upstreamKey.toUtf8());
     upstream.setRawHeader("X-Title", "Tamvex dev server");
-    QNetworkReply* reply = m_network->post(upstream, QJsonDocument(*request).toJson(QJsonDocument::Compact));
+    // Owned from the start; the single-shot connection drops the last owner once it has run,
+    // or when the server goes first.
+    std::shared_ptr<QNetworkReply> reply(
+        m_network->post(upstream, QJsonDocument(*request).toJson(QJsonDocument::Compact)),
+        [](QNetworkReply* r) { r->deleteLater(); });
     const QString payer = *phone;
     QPointer<DevServer> self(this);
-    connect(reply, &QNetworkReply::finished, this, [self, reply, respond, payer] {
-        reply->deleteLater();
-        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (!self)
-            return;
-        if (!status.isValid())
-            return respond(error(502, QStringLiteral("upstream unreachable: ") + reply->errorString()));
-        const QByteArray body = reply->readAll();
-        QJsonDocument document = QJsonDocument::fromJson(body);
-        if (status.toInt() / 100 != 2 || !document.isObject())
-            return respond(Answer{status.toInt(), body, "application/json", {}});
-        QJsonObject answer = document.object();
-        QJsonObject usage = answer.value("usage").toObject();
-        const double costUSD = usage.value("cost").toDouble(0.0);
-        usage.insert("cost_usd", costUSD);
-        usage.insert("cost_tokens", costUSD * kTokensPerUSD);
-        answer.insert("usage", usage);
-        self->charge(payer, costUSD);
-        respond(json(answer));
-    });
+    QNetworkReply* sender = reply.get();
+    connect(
+        sender, &QNetworkReply::finished, this,
+        [self, reply, respond, payer] {
+            const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+            if (!self)
+                return;
+            if (!status.isValid())
+                return respond(error(502, QStringLiteral("upstream unreachable: ") + reply->errorString()));
+            const QByteArray body = reply->readAll();
+            QJsonDocument document = QJsonDocument::fromJson(body);
+            if (status.toInt() / 100 != 2 || !document.isObject())
+                return respond(Answer{status.toInt(), body, "application/json", {}});
+            QJsonObject answer = document.object();
+            QJsonObject usage = answer.value("usage").toObject();
+            const double costUSD = usage.value("cost").toDouble(0.0);
+            usage.insert("cost_usd", costUSD);
+            usage.insert("cost_tokens", costUSD * kTokensPerUSD);
+            answer.insert("usage", usage);
+            self->charge(payer, costUSD);
+            respond(json(answer));
+        },
+        Qt::SingleShotConnection);
 }
 
 } // namespace tamvex::devserver
