@@ -2,6 +2,7 @@
 
 #include "desktop/KeyboardState.h"
 #include "desktop/KeySource.h"
+#include "desktop/PortalShortcuts.h"
 
 #include <QObject>
 #include <QString>
@@ -14,7 +15,6 @@ namespace tamvex {
 namespace KeyboardShortcuts {
 class ShortcutRegistry;
 }
-class PortalShortcuts;
 
 /// The desktop's key input: picks the best source this session offers (evdev keyboards,
 /// else the X server's raw key events, else the desktop's GlobalShortcuts portal), merges

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "core/RecordingCoordinator.h"
+#include "desktop/AudioInputFile.h"
+#include "desktop/AudioTestSupport.h"
+#include "desktop/KeySource.h"
+#include "support/AppFixture.h"
+
+#include <QCoreApplication>
+
+#include <linux/input-event-codes.h>
+
+#include <memory>
+
+namespace tamvex::test {
+
+/// A key source driven by the test: events are emitted as a device would give them.
+class FakeKeySource final : public KeySource {
+    Q_OBJECT
+public:
+    explicit FakeKeySource(QString name = QStringLiteral("evdev"), bool available = true, bool seesFn = true)
+        : m_name(std::move(name)), m_available(available), m_seesFn(seesFn) {}
+    bool start() override { return m_available; }
+    void stop() override {}
+    bool isAvailable() const override { return m_available; }
+    QString name() const override { return m_name; }
+    bool seesFunctionKey() const override { return m_seesFn; }
+    QString unavailableReason() const override { return m_available ? QString() : "No keyboard (test)"; }
+
+    /// One key event of `device`.
+    void key(int device, int code, int value) { emit inputEvent(device, EV_KEY, code, value); }
+    void unplug(int device) { emit deviceRemoved(device); }
+    void setAvailable(bool available) {
+        m_available = available;
+        emit availabilityChanged(available);
+    }
+
+private:
+    QString m_name;
+    bool m_available;
+    bool m_seesFn;
+};
+
+/// A coordinator over a sandboxed AppState whose microphone plays a loud tone.
+struct CoordinatorRig {
+    CoordinatorRig()
+        : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, tonePath, 1.0); }) {
+        tonePath = fixture.env.root.path() + "/tone.wav";
+        writeWav(tonePath, sine(220.0, 0.5, 10.0, 16000), 16000, 1);
+        coordinator = std::make_unique<RecordingCoordinator>(*fixture.state);
+    }
+    bool recording() const { return fixture.state->recordingState().is(RecordingState::Case::recording); }
+    void settle() {
+        for (int i = 0; i < 5; ++i)
+            QCoreApplication::processEvents();
+    }
+
+    QString tonePath;
+    AppFixture fixture;
+    std::unique_ptr<RecordingCoordinator> coordinator;
+};
+
+} // namespace tamvex::test

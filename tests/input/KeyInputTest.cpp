@@ -1,0 +1,241 @@
+#include "InputTestSupport.h"
+#include "KeyboardShortcuts/ShortcutRegistry.h"
+#include "desktop/EvdevKeySource.h"
+#include "desktop/HotkeyManager.h"
+#include "desktop/KeyInput.h"
+#include "desktop/KeyboardState.h"
+#include "shell/SettingsStore.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::KeyboardShortcuts;
+
+namespace {
+
+constexpr quint64 kFn = EventFlag::function;
+
+/// Key input over one fake source, with the FN monitor's edges noted.
+struct InputRig {
+    explicit InputRig(bool available = true) : registry(*env.defaults) {
+        auto fake = std::make_unique<test::FakeKeySource>("evdev", available);
+        source = fake.get();
+        std::vector<std::unique_ptr<KeySource>> sources;
+        sources.push_back(std::move(fake));
+        input = std::make_unique<KeyInput>(registry, std::move(sources));
+        monitor = std::make_unique<FunctionKeyMonitor>(*input);
+        monitor->onKeyDown = [this] { edges << "down"; };
+        monitor->onKeyUp = [this] { edges << "up"; };
+    }
+    test::TestEnv env;
+    ShortcutRegistry registry;
+    test::FakeKeySource* source = nullptr;
+    std::unique_ptr<KeyInput> input;
+    std::unique_ptr<FunctionKeyMonitor> monitor;
+    QStringList edges;
+};
+
+} // namespace
+
+class KeyInputTest : public QObject {
+    Q_OBJECT
+private slots:
+    void mergedStateOfSeveralKeyboards() {
+        KeyboardState state;
+        // Non-key events and repeats of keys that are not down change nothing.
+        QVERIFY(state.apply(1, EV_SYN, SYN_REPORT, 0).empty());
+        QVERIFY(state.apply(1, EV_KEY, KEY_A, 2).empty());
+        QCOMPARE(state.apply(1, EV_KEY, KEY_LEFTCTRL, 1),
+                 (std::vector<KeyChange>{{KEY_LEFTCTRL, 1, 0, EventFlag::control}}));
+        QVERIFY(state.apply(1, EV_KEY, KEY_LEFTCTRL, 1).empty()); // the same edge twice
+        // The right Ctrl on another keyboard: a key edge, no flag change.
+        QCOMPARE(state.apply(2, EV_KEY, KEY_RIGHTCTRL, 1),
+                 (std::vector<KeyChange>{{KEY_RIGHTCTRL, 1, EventFlag::control, EventFlag::control}}));
+        QCOMPARE(state.apply(1, EV_KEY, KEY_LEFTCTRL, 0),
+                 (std::vector<KeyChange>{{KEY_LEFTCTRL, 0, EventFlag::control, EventFlag::control}}));
+        QCOMPARE(state.flags(), EventFlag::control);
+        // FN held on two keyboards comes up only when both let go.
+        QCOMPARE(state.apply(1, EV_KEY, KEY_FN, 1).size(), size_t(1));
+        QVERIFY(state.apply(2, EV_KEY, KEY_FN, 1).empty());
+        QCOMPARE(state.apply(2, EV_KEY, KEY_FN, 2).size(), size_t(1)); // a repeat of a held key
+        QVERIFY(state.apply(1, EV_KEY, KEY_FN, 0).empty());
+        QVERIFY(state.isDown(KEY_FN));
+        // Unplugging keyboard 2 lets go of its FN and right Ctrl.
+        const auto changes = state.removeDevice(2);
+        QCOMPARE(changes.size(), size_t(2));
+        QCOMPARE(state.flags(), quint64(0));
+        QVERIFY(!state.isDown(KEY_FN) && !state.isDown(KEY_RIGHTCTRL));
+        QVERIFY(state.apply(2, EV_KEY, KEY_FN, 0).empty()); // a late release of a gone device
+        QVERIFY(state.removeDevice(7).empty());
+    }
+
+    void fnEdgesAreDeduplicated() {
+        InputRig rig;
+        rig.input->start();
+        rig.monitor->start();
+        rig.monitor->start(); // a second start adds no second monitor
+        // FN with Shift held, then Shift let go and pressed again: one down.
+        rig.source->key(1, KEY_LEFTSHIFT, 1);
+        rig.source->key(1, KEY_FN, 1);
+        rig.source->key(1, KEY_FN, 2);
+        rig.source->key(1, KEY_FN, 2);
+        rig.source->key(1, KEY_LEFTSHIFT, 0);
+        rig.source->key(1, KEY_A, 1);
+        rig.source->key(1, KEY_A, 0);
+        rig.source->key(1, KEY_LEFTSHIFT, 1);
+        QCOMPARE(rig.edges, QStringList{"down"});
+        QVERIFY(rig.monitor->isPressed());
+        rig.source->key(1, KEY_FN, 0);
+        rig.source->key(1, KEY_FN, 0);
+        QCOMPARE(rig.edges, (QStringList{"down", "up"}));
+        // The same flags twice give one edge.
+        rig.monitor->handleFlagsChanged(kFn);
+        rig.monitor->handleFlagsChanged(kFn | EventFlag::control);
+        QCOMPARE(rig.edges, (QStringList{"down", "up", "down"}));
+    }
+
+    void unpluggedKeyboardReleasesFn() {
+        InputRig rig;
+        rig.input->start();
+        rig.monitor->start();
+        rig.source->key(3, KEY_FN, 1);
+        rig.source->unplug(3);
+        QCOMPARE(rig.edges, (QStringList{"down", "up"}));
+        // A source going away releases held keys too, and the choice is logged.
+        test::LogCapture log;
+        rig.source->key(4, KEY_FN, 1);
+        rig.source->setAvailable(false);
+        QCOMPARE(rig.edges, (QStringList{"down", "up", "down", "up"}));
+        QCOMPARE(rig.input->activeSource(), KeyInput::Source::none);
+        QVERIFY(!rig.input->customShortcutAvailable());
+        QVERIFY(log.has("No keyboard (test)"));
+        QVERIFY(log.hasPrefix("Key source: none"));
+        rig.source->setAvailable(true);
+        rig.source->setAvailable(false);
+        QCOMPARE(log.lines().filter("No keyboard (test)").size(), 1); // said once
+    }
+
+    void sourceChoiceIsExposed() {
+        test::TestEnv env;
+        ShortcutRegistry registry(*env.defaults);
+        std::vector<std::unique_ptr<KeySource>> sources;
+        auto evdev = std::make_unique<test::FakeKeySource>("evdev", false);
+        auto x11 = std::make_unique<test::FakeKeySource>("X11", true, false);
+        test::FakeKeySource* evdevRaw = evdev.get();
+        test::FakeKeySource* x11Raw = x11.get();
+        sources.push_back(std::move(evdev));
+        sources.push_back(std::move(x11));
+        KeyInput input(registry, std::move(sources));
+        QSignalSpy changed(&input, &KeyInput::activeSourceChanged);
+        test::LogCapture log;
+        input.start();
+        QCOMPARE(input.activeSource(), KeyInput::Source::x11);
+        QVERIFY(!input.functionKeyAvailable());
+        QVERIFY(input.customShortcutAvailable());
+        QVERIFY(log.hasPrefix("Key source: X11"));
+
+        // The custom shortcut works through X11; events of the idle source are ignored.
+        registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, CarbonModifier::control});
+        QStringList calls;
+        registry.onKeyDown(sorvelRecordAlternative, [&] { calls << "down"; });
+        registry.onKeyUp(sorvelRecordAlternative, [&] { calls << "up"; });
+        evdevRaw->key(1, KEY_LEFTCTRL, 1);
+        evdevRaw->key(1, KEY_F5, 1);
+        x11Raw->key(0, KEY_LEFTCTRL, 1);
+        x11Raw->key(0, KEY_F5, 1);
+        QCOMPARE(calls, QStringList{"down"});
+        // A keyboard becomes readable: evdev takes over, and what X11 held is let go.
+        evdevRaw->setAvailable(true);
+        QCOMPARE(input.activeSource(), KeyInput::Source::evdev);
+        QCOMPARE(input.activeSourceName(), QStringLiteral("evdev"));
+        QVERIFY(input.functionKeyAvailable());
+        QCOMPARE(calls, (QStringList{"down", "up"}));
+        QCOMPARE(changed.count(), 2);
+    }
+
+    void evdevFolderWithoutKeyboards() {
+        // No real keyboards here: a folder of non-devices is read, watched, and reported.
+        QTemporaryDir dir;
+        QFile junk(dir.filePath("event0"));
+        QVERIFY(junk.open(QIODevice::WriteOnly));
+        junk.write("not a device");
+        junk.close();
+        EvdevKeySource source(dir.path());
+        QSignalSpy availability(&source, &KeySource::availabilityChanged);
+        QVERIFY(!source.start());
+        QCOMPARE(source.keyboardCount(), 0);
+        QVERIFY(source.unavailableReason().contains(dir.path()));
+        QFile later(dir.filePath("event1"));
+        QVERIFY(later.open(QIODevice::WriteOnly));
+        later.close();
+        QFile::remove(dir.filePath("event0"));
+        QTest::qWait(50);
+        QVERIFY(!source.isAvailable());
+        QCOMPARE(availability.count(), 0);
+        source.stop();
+    }
+
+    void hotkeyManagerSwitchesModes() {
+        test::CoordinatorRig rig;
+        ShortcutRegistry registry(*rig.fixture.env.defaults);
+        auto fake = std::make_unique<test::FakeKeySource>();
+        test::FakeKeySource* source = fake.get();
+        std::vector<std::unique_ptr<KeySource>> sources;
+        sources.push_back(std::move(fake));
+        KeyInput input(registry, std::move(sources));
+        SettingsStore& settings = rig.fixture.state->settings();
+        HotkeyManager manager(*rig.coordinator, settings, input, registry);
+        test::LogCapture log;
+        manager.start();
+        manager.start(); // the shortcut's handlers are registered once
+        QVERIFY(manager.fnMonitor().isEnabled());
+        QVERIFY(manager.alternativeWired());
+        QCOMPARE(log.lines().filter("Hotkey mode: FN").size(), 2);
+        QCOMPARE(registry.namesWithHandlers(), QStringList{"sorvelRecordAlternative"});
+
+        registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, 0});
+        // FN mode: the custom shortcut is muted, FN drives the coordinator.
+        source->key(1, KEY_F5, 1);
+        QVERIFY(!rig.recording());
+        source->key(1, KEY_F5, 0);
+        source->key(1, KEY_FN, 1);
+        QVERIFY(rig.recording());
+        QCOMPARE(rig.coordinator->currentMode(), std::optional(RecordingCoordinator::Mode::holdPending));
+
+        // Switching to custom mode while FN is held: no key-up, the hold stays pending.
+        settings.setUseFnHotkey(false);
+        QVERIFY(manager.fnMonitor().isEnabled()); // one event-loop turn later
+        rig.settle();
+        QVERIFY(!manager.fnMonitor().isEnabled());
+        QVERIFY(!manager.fnMonitor().isPressed());
+        QVERIFY(log.has("Hotkey mode: custom (KeyboardShortcuts)"));
+        source->key(1, KEY_FN, 0);
+        QCOMPARE(rig.coordinator->currentMode(), std::optional(RecordingCoordinator::Mode::holdPending));
+        QVERIFY(rig.recording());
+        // The custom shortcut's key-up ends the hold.
+        rig.fixture.clock.advance(2.0);
+        source->key(1, KEY_F5, 1);
+        source->key(1, KEY_F5, 0);
+        QVERIFY(!rig.coordinator->currentMode());
+
+        // Assigning the same value again only logs the mode again; back to FN re-arms once.
+        log.clear();
+        settings.setUseFnHotkey(false);
+        rig.settle();
+        QCOMPARE(log.lines().filter("Hotkey mode:").size(), 1);
+        settings.setUseFnHotkey(true);
+        settings.setUseFnHotkey(true);
+        rig.settle();
+        QVERIFY(manager.fnMonitor().isEnabled());
+        QCOMPARE(log.lines().filter("Hotkey mode: FN").size(), 2);
+        int downs = 0;
+        manager.fnMonitor().onKeyDown = [&] { ++downs; };
+        source->key(1, KEY_FN, 1);
+        QCOMPARE(downs, 1); // one monitor, not two
+    }
+};
+
+QTEST_GUILESS_MAIN(KeyInputTest)
+#include "KeyInputTest.moc"

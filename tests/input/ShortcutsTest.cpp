@@ -1,0 +1,223 @@
+#include "KeyboardShortcuts/KeyCodes.h"
+#include "KeyboardShortcuts/Recorder.h"
+#include "KeyboardShortcuts/ShortcutRegistry.h"
+#include "support/TestSupport.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+#include <linux/input-event-codes.h>
+
+using namespace tamvex;
+using namespace tamvex::KeyboardShortcuts;
+using Outcome = Recorder::Outcome;
+
+namespace {
+constexpr quint64 kCtrl = EventFlag::control, kAlt = EventFlag::option, kShift = EventFlag::shift;
+constexpr quint64 kCmd = EventFlag::command, kFn = EventFlag::function;
+const QString kKey = QStringLiteral("KeyboardShortcuts_sorvelRecordAlternative");
+} // namespace
+
+class ShortcutsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void storageRoundTripAndInvalidValues() {
+        test::TestEnv env;
+        ShortcutRegistry registry(*env.defaults);
+        QSignalSpy changed(&registry, &ShortcutRegistry::shortcutByNameDidChange);
+        QVERIFY(!registry.storedShortcut(sorvelRecordAlternative));
+
+        const Shortcut shortcut{0x31, CarbonModifier::control | CarbonModifier::option};
+        registry.storeShortcut(sorvelRecordAlternative, shortcut);
+        QCOMPARE(env.defaults->readString(kKey).value, QStringLiteral(R"({"carbonKeyCode":49,"carbonModifiers":6144})"));
+        env.reopenDefaults();
+        ShortcutRegistry reopened(*env.defaults);
+        QCOMPARE(reopened.storedShortcut(sorvelRecordAlternative), std::optional<Shortcut>(shortcut));
+
+        registry.storeShortcut(sorvelRecordAlternative, std::nullopt);
+        QVERIFY(!env.defaults->contains(kKey));
+        QCOMPARE(changed.count(), 2);
+        QCOMPARE(changed.at(0).at(0).toString(), QStringLiteral("sorvelRecordAlternative"));
+
+        // Anything but an object with two whole numbers counts as no shortcut.
+        for (const QString& bad : {QStringLiteral("not json"), QStringLiteral("[1,2]"), QStringLiteral(R"({"carbonKeyCode":9})"),
+                                   QStringLiteral(R"({"carbonKeyCode":"9","carbonModifiers":256})"),
+                                   QStringLiteral(R"({"carbonKeyCode":9.5,"carbonModifiers":256})"),
+                                   QStringLiteral(R"({"carbonKeyCode":-1,"carbonModifiers":256})")}) {
+            env.defaults->setString(kKey, bad);
+            QVERIFY2(!registry.storedShortcut(sorvelRecordAlternative), qPrintable(bad));
+        }
+        env.defaults->setInt(kKey, 5); // a value of the wrong type
+        QVERIFY(!registry.storedShortcut(sorvelRecordAlternative));
+
+        // A default is stored only where nothing is.
+        const Name withDefault{"other", Shortcut{0x7A, 0}};
+        registry.ensureDefault(withDefault);
+        QCOMPARE(registry.storedShortcut(withDefault), std::optional<Shortcut>(Shortcut{0x7A, 0}));
+        registry.storeShortcut(withDefault, Shortcut{0x78, 0});
+        registry.ensureDefault(withDefault);
+        QCOMPARE(registry.storedShortcut(withDefault), std::optional<Shortcut>(Shortcut{0x78, 0}));
+    }
+
+    void displayTexts() {
+        QCOMPARE((Shortcut{0x09, CarbonModifier::all}.displayText()), QStringLiteral("⌃⌥⇧⌘🌐︎V"));
+        QCOMPARE((Shortcut{0x31, CarbonModifier::command | CarbonModifier::control}.displayText()),
+                 QStringLiteral("⌃⌘Пробел"));
+        QCOMPARE((Shortcut{0x60, 0}.displayText()), QStringLiteral("F5"));
+        QCOMPARE((Shortcut{0x21, CarbonModifier::option}.displayText()), QStringLiteral("⌥["));
+        QCOMPARE((Shortcut{0x12, CarbonModifier::shift}.displayText()), QStringLiteral("⇧1"));
+        QCOMPARE((Shortcut{0x24, CarbonModifier::control}.displayText()), QStringLiteral("⌃↩"));
+        QCOMPARE((Shortcut{0x4C, 0}.displayText()), QStringLiteral("⌤"));
+        // Flags and stored modifiers convert both ways.
+        const Shortcut made = Shortcut::fromEvent(0x09, kCtrl | kShift | EventFlag::capsLock);
+        QCOMPARE(made.carbonModifiers, CarbonModifier::control | CarbonModifier::shift);
+        QCOMPARE(made.eventFlags(), kCtrl | kShift);
+    }
+
+    void keyTablesAgree() {
+        // Every special key has a symbol, sits on its own code and maps to a Linux key.
+        QSet<int> codes;
+        for (SpecialKey key : allSpecialKeys()) {
+            const int code = codeOfSpecialKey(key);
+            QVERIFY(!symbolOfSpecialKey(key).isEmpty());
+            QCOMPARE(specialKeyForCode(code), std::optional<SpecialKey>(key));
+            QVERIFY2(evdevFromKeyCode(code), qPrintable(symbolOfSpecialKey(key)));
+            codes.insert(code);
+        }
+        QCOMPARE(codes.size(), allSpecialKeys().size());
+        QCOMPARE(allSpecialKeys().size(), 53);
+        // Round trips through evdev for every virtual code of the ANSI layout.
+        for (int code = 0; code < 0x80; ++code) {
+            if (const auto evdev = evdevFromKeyCode(code))
+                QCOMPARE(keyCodeFromEvdev(*evdev), std::optional<int>(code));
+        }
+        QCOMPARE(evdevFromKeyCode(KeyCode::v), std::optional<int>(KEY_V));
+        QCOMPARE(keyCodeFromEvdev(KEY_FN), std::optional<int>(KeyCode::function));
+        QCOMPARE(keyCodeFromEvdev(KEY_INSERT), std::optional<int>(0x72)); // Insert sits where Help is
+        QVERIFY(!keyCodeFromEvdev(KEY_PROG1));
+        QVERIFY(isFunctionKey(0x6F) && isFunctionKey(0x5A) && !isFunctionKey(0x24));
+    }
+
+    void registryFiresOnTheShortcutsEdges() {
+        test::TestEnv env;
+        ShortcutRegistry registry(*env.defaults);
+        QStringList calls;
+        registry.onKeyDown(sorvelRecordAlternative, [&] { calls << "down"; });
+        registry.onKeyUp(sorvelRecordAlternative, [&] { calls << "up"; });
+        registry.handleKeyEvent(KEY_SPACE, 1, kCtrl | kAlt);
+        QVERIFY(calls.isEmpty()); // nothing stored yet
+
+        registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x31, CarbonModifier::control | CarbonModifier::option});
+        registry.handleKeyEvent(KEY_SPACE, 1, kCtrl); // too few modifiers
+        registry.handleKeyEvent(KEY_SPACE, 0, kCtrl);
+        registry.handleKeyEvent(KEY_SPACE, 1, kCtrl | kAlt | kShift); // too many
+        registry.handleKeyEvent(KEY_SPACE, 0, kCtrl | kAlt | kShift);
+        QVERIFY(calls.isEmpty());
+
+        registry.handleKeyEvent(KEY_SPACE, 1, kCtrl | kAlt | EventFlag::capsLock);
+        registry.handleKeyEvent(KEY_SPACE, 2, kCtrl | kAlt); // repeats are no edges
+        registry.handleKeyEvent(KEY_SPACE, 1, kCtrl | kAlt);
+        registry.handleKeyEvent(KEY_LEFTALT, 0, kCtrl); // a modifier let go first: still held
+        registry.handleKeyEvent(KEY_SPACE, 0, kCtrl);
+        registry.handleKeyEvent(KEY_SPACE, 0, kCtrl);
+        QCOMPARE(calls, (QStringList{"down", "up"}));
+
+        // Changing the shortcut while it is held ends it; the old key no longer fires.
+        calls.clear();
+        registry.handleKeyEvent(KEY_SPACE, 1, kCtrl | kAlt);
+        registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, 0});
+        registry.handleKeyEvent(KEY_SPACE, 0, kCtrl | kAlt);
+        registry.handleKeyEvent(KEY_F5, 1, 0);
+        registry.releaseAll();
+        QCOMPARE(calls, (QStringList{"down", "up", "down", "up"}));
+
+        // Paused (a recorder editing) and portal edges: one edge per change.
+        calls.clear();
+        registry.setPaused(true);
+        registry.handleKeyEvent(KEY_F5, 1, 0);
+        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyDown);
+        registry.setPaused(false);
+        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyDown);
+        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyDown);
+        registry.handleExternalEdge("unknownName", EventType::keyDown);
+        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyUp);
+        QCOMPARE(calls, (QStringList{"down", "up"}));
+    }
+
+    void recorderRules() {
+        test::TestEnv env;
+        ShortcutRegistry registry(*env.defaults);
+        Recorder recorder(registry, sorvelRecordAlternative);
+        QSignalSpy beeps(&recorder, &Recorder::beep);
+        QSignalSpy alerts(&recorder, &Recorder::alertRequested);
+        QSignalSpy changes(&recorder, &Recorder::changed);
+        QSignalSpy active(&registry, &ShortcutRegistry::recorderActiveStatusDidChange);
+        registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, 0});
+
+        QCOMPARE(recorder.placeholder(), QStringLiteral("Записать сочетание"));
+        QCOMPARE(recorder.handleKeyDown(0x00, kCtrl), Outcome::ignored); // not editing
+        recorder.setActive(true);
+        QVERIFY(registry.isPaused());
+        QCOMPARE(recorder.placeholder(), QStringLiteral("Нажми сочетание"));
+
+        // Escape alone ends editing and keeps the old value; with a modifier it is a shortcut.
+        QCOMPARE(recorder.handleKeyDown(KeyCode::escape, EventFlag::capsLock), Outcome::cancelled);
+        QVERIFY(!recorder.isActive() && !registry.isPaused());
+        QCOMPARE(recorder.displayText(), QStringLiteral("F5"));
+        QCOMPARE(active.count(), 2);
+
+        // A deleting key alone clears; Shift or FN alone is no real modifier.
+        recorder.setActive(true);
+        QCOMPARE(recorder.handleKeyDown(KeyCode::deleteForward, 0), Outcome::cleared);
+        QVERIFY(!recorder.hasShortcut());
+        QCOMPARE(recorder.handleKeyDown(KeyCode::deleteKey, 0), Outcome::cleared);
+        QCOMPARE(recorder.handleKeyDown(0x00, kShift), Outcome::beeped);
+        QCOMPARE(recorder.handleKeyDown(0x00, kFn | kShift), Outcome::beeped);
+        QCOMPARE(recorder.handleKeyDown(0x00, 0), Outcome::beeped);
+        QCOMPARE(recorder.handleKeyDown(0x34, kCtrl), Outcome::beeped); // no such key
+        QCOMPARE(beeps.count(), 4);
+        QVERIFY(!recorder.hasShortcut());
+
+        // A menu item with the same shortcut is named, and nothing is taken.
+        recorder.setMenuLookup([](const Shortcut& s) -> std::optional<QString> {
+            if (s == Shortcut{0x0C, CarbonModifier::control})
+                return QStringLiteral("Выйти");
+            return std::nullopt;
+        });
+        QCOMPARE(recorder.handleKeyDown(0x0C, kCtrl), Outcome::usedByMenuItem);
+        QCOMPARE(alerts.last().at(0).toString(),
+                 QStringLiteral("Это сочетание нельзя использовать: его уже занимает пункт меню «Выйти»."));
+        QVERIFY(!recorder.hasShortcut());
+
+        // A system shortcut asks first; "ok" gives up, "force" takes it anyway.
+        QCOMPARE(recorder.handleKeyDown(0x30, kAlt), Outcome::usedBySystem);
+        QCOMPARE(alerts.last().at(2).toStringList(), (QStringList{"ОК", "Всё равно использовать"}));
+        QVERIFY(!alerts.last().at(1).toString().isEmpty());
+        recorder.dismissPending();
+        recorder.forceUsePending();
+        QVERIFY(!recorder.hasShortcut());
+        QCOMPARE(recorder.handleKeyDown(0x30, kAlt), Outcome::usedBySystem);
+        recorder.forceUsePending();
+        QCOMPARE(recorder.displayText(), QStringLiteral("⌥⇥"));
+        QVERIFY(!recorder.isActive());
+
+        // A plain F12 skips the system test even when the desktop lists it.
+        recorder.setSystemShortcuts({Shortcut{KeyCode::f12, 0}, Shortcut{0x7A, 0}});
+        recorder.setActive(true);
+        QCOMPARE(recorder.handleKeyDown(0x7A, 0), Outcome::usedBySystem);
+        QCOMPARE(recorder.handleKeyDown(KeyCode::f12, 0), Outcome::stored);
+        QCOMPARE(recorder.displayText(), QStringLiteral("F12"));
+        QCOMPARE(changes.last().at(0).toString(), QStringLiteral("F12"));
+
+        // From QML: native scan codes are evdev + 8; Qt's Meta is ⌘.
+        recorder.setActive(true);
+        QCOMPARE(Outcome(recorder.handleQtKey(KEY_D + 8, int(Qt::MetaModifier | Qt::ControlModifier))), Outcome::stored);
+        QCOMPARE(recorder.displayText(), QStringLiteral("⌃⌘D"));
+        QCOMPARE(registry.storedShortcut(sorvelRecordAlternative),
+                 std::optional<Shortcut>(Shortcut{0x02, CarbonModifier::control | CarbonModifier::command}));
+        QCOMPARE(recorderText("unknown_key"), QStringLiteral("unknown_key"));
+    }
+};
+
+QTEST_GUILESS_MAIN(ShortcutsTest)
+#include "ShortcutsTest.moc"

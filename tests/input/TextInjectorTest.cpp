@@ -1,0 +1,182 @@
+#include "desktop/TerminalApps.h"
+#include "desktop/TextInjector.h"
+#include "platform/Clipboard.h"
+#include "platform/FrontmostApp.h"
+#include "platform/InputAccess.h"
+#include "platform/KeySender.h"
+#include "support/TestSupport.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+
+namespace {
+
+/// A clipboard in memory that notes every operation.
+class FakeClipboard final : public Clipboard {
+public:
+    ClipboardSnapshot snapshot() const override { return items; }
+    void clear() override {
+        items.clear();
+        log << "clear";
+    }
+    void setText(const QString& text) override {
+        items = {{{"text/plain", text.toUtf8()}}};
+        log << "text:" + text;
+    }
+    void restore(const ClipboardSnapshot& snapshot) override {
+        items = snapshot;
+        log << "restore";
+    }
+    ClipboardSnapshot items;
+    QStringList log;
+};
+
+class FakeKeys final : public KeySender {
+public:
+    bool isAvailable() const override { return works; }
+    bool sendPaste(PasteChord chord) override {
+        chords.append(chord);
+        return works;
+    }
+    QString name() const override { return "fake"; }
+    bool works = true;
+    QList<PasteChord> chords;
+};
+
+class FakeAccess final : public InputAccess {
+public:
+    bool isTrusted() const override { return trusted; }
+    bool trusted = true;
+};
+
+class FakeFront final : public FrontmostApp {
+public:
+    std::optional<FocusedWindow> focusedWindow() const override { return window; }
+    std::optional<FocusedWindow> window;
+};
+
+// A free function, not a lambda: a coroutine lambda's captures die with the closure.
+QCoro::Task<void> injectThenMark(TextInjector& injector, QString text, bool& done, Cancellation cancel = {}) {
+    co_await injector.inject(text, cancel);
+    done = true;
+}
+
+struct Rig {
+    Rig() : injector(clock, clipboard, keys, access, &front) {}
+    ManualClock clock;
+    FakeClipboard clipboard;
+    FakeKeys keys;
+    FakeAccess access;
+    FakeFront front;
+    TextInjector injector;
+};
+
+const ClipboardSnapshot kRich{{{"text/html", "<b>x</b>"}, {"text/plain", "x"}, {"application/x-custom", QByteArray("\0\1\2", 3)}},
+                              {{"image/png", QByteArray(1000, 'p')}}};
+
+} // namespace
+
+class TextInjectorTest : public QObject {
+    Q_OBJECT
+private slots:
+    void restoresTheClipboardExactlyAtAQuarterSecond() {
+        Rig rig;
+        rig.clipboard.items = kRich;
+        bool done = false;
+        auto task = injectThenMark(rig.injector, "Привет", done);
+        // The text is on the clipboard and the chord was sent before the wait.
+        QCOMPARE(rig.clipboard.log, (QStringList{"clear", "text:Привет"}));
+        QCOMPARE(rig.keys.chords, QList<PasteChord>{PasteChord::ctrlV});
+        rig.clock.advance(0.249);
+        QVERIFY(!done);
+        QCOMPARE(rig.clipboard.items.value(0).value(0).second, QByteArray("Привет"));
+        rig.clock.advance(0.001);
+        QVERIFY(done);
+        QCOMPARE(rig.clipboard.log, (QStringList{"clear", "text:Привет", "clear", "restore"}));
+        QCOMPARE(rig.clipboard.items, kRich);
+    }
+
+    void emptyClipboardKeepsTheText() {
+        Rig rig;
+        test::syncWait([&]() -> QCoro::Task<void> {
+            auto inject = rig.injector.inject("текст");
+            rig.clock.advance(0.25);
+            co_await std::move(inject);
+        }());
+        QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("текст")}}}));
+        QCOMPARE(rig.clipboard.log, (QStringList{"clear", "text:текст"}));
+    }
+
+    void deniedAccessPromptsEachTimeAndTouchesNothing() {
+        Rig rig;
+        rig.access.trusted = false;
+        rig.clipboard.items = kRich;
+        QSignalSpy prompts(&rig.access, &InputAccess::promptRequested);
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            try {
+                test::syncWait(rig.injector.inject("x"));
+                QFAIL("inject should have thrown");
+            } catch (const TextInjectorError& error) {
+                QCOMPARE(error.kind(), TextInjectorError::Kind::accessibilityNotGranted);
+                QVERIFY(error.description().contains("input"));
+                QVERIFY(error.description().contains("/dev/uinput"));
+            }
+        }
+        QCOMPARE(prompts.count(), 2);
+        QVERIFY(prompts.at(0).at(0).toString().contains("usermod -aG input"));
+        QVERIFY(rig.clipboard.log.isEmpty());
+        QCOMPARE(rig.clipboard.items, kRich);
+        QVERIFY(rig.keys.chords.isEmpty());
+    }
+
+    void failedKeysLeaveTheTextAndCancelledWaitsReturn() {
+        Rig rig;
+        rig.clipboard.items = kRich;
+        rig.keys.works = false;
+        try {
+            test::syncWait(rig.injector.inject("x"));
+            QFAIL("inject should have thrown");
+        } catch (const TextInjectorError& error) {
+            QCOMPARE(error.kind(), TextInjectorError::Kind::eventSourceFailed);
+            QCOMPARE(error.description(), TextInjectorError::describe(TextInjectorError::Kind::eventSourceFailed));
+        }
+        QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("x")}}}));
+
+        rig.keys.works = true;
+        rig.clipboard.items = kRich;
+        Cancellation cancel;
+        bool done = false;
+        auto task = injectThenMark(rig.injector, "y", done, cancel);
+        rig.clock.advance(0.1);
+        cancel.cancel();
+        QVERIFY(done);
+        rig.clock.advance(1.0);
+        QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("y")}}}));
+    }
+
+    void terminalsGetCtrlShiftV() {
+        Rig rig;
+        const QList<std::pair<FocusedWindow, PasteChord>> cases{
+            {{"gnome-terminal-server", "Gnome-terminal"}, PasteChord::ctrlShiftV},
+            {{"konsole", "konsole"}, PasteChord::ctrlShiftV},
+            {{"Alacritty", "Alacritty"}, PasteChord::ctrlShiftV},
+            {{"kitty", "kitty"}, PasteChord::ctrlShiftV},
+            {{"xterm", "XTerm"}, PasteChord::ctrlShiftV},
+            {{"navigator", "firefox"}, PasteChord::ctrlV},
+            {{"terminal-notes", "Notes"}, PasteChord::ctrlV},
+        };
+        for (const auto& [window, chord] : cases) {
+            rig.front.window = window;
+            rig.keys.chords.clear();
+            auto task = rig.injector.inject("ls");
+            rig.clock.advance(0.25);
+            QCOMPARE(rig.keys.chords, QList<PasteChord>{chord});
+        }
+        QCOMPARE(pasteChordFor(std::nullopt), PasteChord::ctrlV);
+    }
+};
+
+QTEST_GUILESS_MAIN(TextInjectorTest)
+#include "TextInjectorTest.moc"
