@@ -1,0 +1,218 @@
+#include "pipelines/ModelDownloader.h"
+
+#include "platform/Log.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QNetworkAccessManager>
+#include <QPointer>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <qcoro/qcorofuture.h>
+
+#include <algorithm>
+
+namespace tamvex {
+
+namespace {
+
+constexpr qint64 digestBlockBytes = 0x100000;
+
+// A byte count in megabytes as a file manager shows it: decimal units.
+QString megabytes(qint64 bytes) {
+    const double mb = double(bytes) / 1e6;
+    return QString::number(mb, 'f', mb < 10.0 ? 1 : 0) + QStringLiteral(" MB");
+}
+
+} // namespace
+
+ModelDownloader::ModelDownloader(Paths paths, Clock& clock, QNetworkAccessManager* network, DescriptorProvider describe,
+                                 TransferLimits limits, QObject* parent)
+    : QObject(parent), m_paths(std::move(paths)), m_clock(clock), m_network(network), m_describe(std::move(describe)),
+      m_limits(limits) {
+    if (!m_network) {
+        m_ownNetwork = std::make_unique<QNetworkAccessManager>();
+        m_network = m_ownNetwork.get();
+    }
+}
+
+ModelDownloader::~ModelDownloader() = default;
+
+ModelDownloader& ModelDownloader::shared() {
+    // Never destroyed: it may be busy when the process ends, and nothing needs flushing.
+    static ModelDownloader* instance = new ModelDownloader(Paths::standard(), *new WallClock);
+    return *instance;
+}
+
+ModelDescriptor ModelDownloader::descriptor(WhisperModel model) const {
+    return m_describe ? m_describe(model) : whisperModels::descriptor(model);
+}
+
+QString ModelDownloader::corruptedText() {
+    return QStringLiteral("Файл повреждён при загрузке. Попробуй ещё раз.");
+}
+
+void ModelDownloader::setState(const ModelDownloadState& state) {
+    if (m_state == state)
+        return;
+    m_state = state;
+    emit stateChanged(m_state);
+}
+
+void ModelDownloader::download(WhisperModel model) {
+    m_model = model;
+    m_snapshot.setValue(model);
+    if (!QFileInfo::exists(localURL(model))) {
+        startDownload(model);
+        return;
+    }
+    setState(ModelDownloadState::verifying());
+    verifyExisting(model);
+}
+
+void ModelDownloader::startDownload(WhisperModel model) {
+    // Called directly, it still has to know at the end which model the file belongs to.
+    m_model = model;
+    m_snapshot.setValue(model);
+    setState(ModelDownloadState::downloading(0.0));
+    const ModelDescriptor d = descriptor(model);
+    // A transfer still running is replaced: two would write the same partial file.
+    m_transfer.reset();
+    m_transfer = std::make_unique<ModelTransfer>(*m_network, m_clock, d.downloadURL,
+                                                 modelsDirectory() + "/" + d.fileName + ".part", m_limits);
+    connect(m_transfer.get(), &ModelTransfer::progressed, this, [this](qint64 received, qint64 total) {
+        // A compressed body can outgrow its announced length; the bar stops at full.
+        setState(ModelDownloadState::downloading(total >= 1 ? std::min(1.0, double(received) / double(total)) : 0.0));
+    });
+    connect(m_transfer.get(), &ModelTransfer::downloaded, this, &ModelDownloader::onDownloaded);
+    connect(m_transfer.get(), &ModelTransfer::failed, this, [this](const QString& reason) {
+        logError("Whisper model download failed: " + reason);
+        setState(ModelDownloadState::failed(reason));
+    });
+    m_transfer->start();
+    logInfo("Whisper model download started: " + d.fileName + " (~" + megabytes(d.expectedBytes) + ")");
+}
+
+void ModelDownloader::onDownloaded(const QString& partPath) {
+    const std::optional<WhisperModel> model = m_snapshot.value();
+    if (!model)
+        return;
+    const QString target = localURL(*model);
+    QFile existing(target);
+    QString error;
+    if (existing.exists() && !existing.remove())
+        error = existing.errorString();
+    QFile part(partPath);
+    if (error.isEmpty() && !part.rename(target))
+        error = part.errorString();
+    if (!error.isEmpty()) {
+        logError("Failed to move whisper model to destination: " + error);
+        QFile::remove(partPath);
+        setState(ModelDownloadState::failed(ModelTransfer::saveFailedText(error)));
+        return;
+    }
+    logInfo("Whisper model written: " + target);
+    verifyDownloaded(*model);
+}
+
+QCoro::Task<bool> ModelDownloader::fileIsGood(WhisperModel model) const {
+    const QString path = localURL(model);
+    const QString expected = descriptor(model).expectedSHA256.toLower();
+    // Named, not a temporary inside co_await: g++ 12 destroys such temporaries twice.
+    QFuture<std::optional<QString>> future = QtConcurrent::run([path] { return sha256HexOfFile(path); });
+    const std::optional<QString> digest = co_await future;
+    co_return digest && digest->toLower() == expected;
+}
+
+// Detached tasks: they catch nothing because nothing in them throws, and they hold the
+// downloader weakly since a dictation-length digest can outlive it.
+QCoro::Task<void> ModelDownloader::verifyDownloaded(WhisperModel model) {
+    QPointer<ModelDownloader> self(this);
+    setState(ModelDownloadState::verifying());
+    const bool good = co_await fileIsGood(model);
+    if (!self)
+        co_return;
+    const QString name = descriptor(model).fileName;
+    if (good) {
+        setState(ModelDownloadState::completed());
+        logInfo("Whisper model verified: " + name);
+        co_return;
+    }
+    logError(QStringLiteral("Whisper model SHA-256 mismatch — file deleted"));
+    deleteModel(model);
+    setState(ModelDownloadState::failed(corruptedText()));
+}
+
+QCoro::Task<void> ModelDownloader::verifyExisting(WhisperModel model) {
+    QPointer<ModelDownloader> self(this);
+    const bool good = co_await fileIsGood(model);
+    if (!self)
+        co_return;
+    if (good) {
+        setState(ModelDownloadState::completed());
+        co_return;
+    }
+    logError("Whisper model present but SHA mismatch: " + descriptor(model).fileName + " — re-downloading");
+    deleteModel(model);
+    startDownload(model);
+}
+
+void ModelDownloader::cancel() {
+    m_transfer.reset();
+    setState(ModelDownloadState::idle());
+}
+
+bool ModelDownloader::deleteModel(WhisperModel model) {
+    QFile file(localURL(model));
+    if (!file.exists())
+        return false;
+    const QString name = descriptor(model).fileName;
+    if (!file.remove()) {
+        logError("Failed to delete " + name + ": " + file.errorString());
+        return false;
+    }
+    logInfo("Whisper model deleted: " + name);
+    return true;
+}
+
+std::optional<qint64> ModelDownloader::fileSize(WhisperModel model) const {
+    const QFileInfo info(localURL(model));
+    if (!info.exists() || !info.isFile())
+        return std::nullopt;
+    return info.size();
+}
+
+QString ModelDownloader::modelsDirectory() const {
+    const QString dir = m_paths.dataFile(QStringLiteral("models"));
+    QDir().mkpath(dir);
+    return dir;
+}
+
+QString ModelDownloader::localURL(WhisperModel model) const {
+    return modelsDirectory() + "/" + descriptor(model).fileName;
+}
+
+std::optional<QString> ModelDownloader::sha256Hex(WhisperModel model) const {
+    return sha256HexOfFile(localURL(model));
+}
+
+std::optional<QString> ModelDownloader::sha256HexOfFile(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QByteArray block(digestBlockBytes, Qt::Uninitialized);
+    for (;;) {
+        const qint64 n = file.read(block.data(), digestBlockBytes);
+        if (n < 0)
+            return std::nullopt;
+        if (n == 0)
+            break;
+        hash.addData(QByteArrayView(block.constData(), n));
+    }
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+} // namespace tamvex

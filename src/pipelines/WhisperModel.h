@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QUrl>
+
+#include <optional>
+
+namespace tamvex {
+
+/// The whisper.cpp model files the local engine can use; rawValue() is the printed form.
+enum class WhisperModel { largeV3TurboQ5, mediumQ5 };
+
+/// What to fetch for one model and how to recognise the right file.
+struct ModelDescriptor {
+    QString fileName;
+    qint64 expectedBytes = 0; ///< nominal size, for display and the log only
+    QString expectedSHA256;   ///< lowercase hexadecimal
+    QUrl downloadURL;
+};
+
+namespace whisperModels {
+
+/// Every model in declared order.
+QList<WhisperModel> all();
+/// "ggml-large-v3-turbo-q5_0", "ggml-medium-q5_0".
+QString rawValue(WhisperModel model);
+/// The model of a raw text, or none for an unknown text.
+std::optional<WhisperModel> fromRawValue(const QString& raw);
+/// The raw value + ".bin".
+QString fileName(WhisperModel model);
+/// Nominal size in bytes.
+qint64 expectedBytes(WhisperModel model);
+/// SHA-256 of the good file, lowercase hexadecimal.
+QString expectedSHA256(WhisperModel model);
+/// The main service host + "/models/" + file name.
+QUrl downloadURL(WhisperModel model);
+/// All of the above in one record.
+ModelDescriptor descriptor(WhisperModel model);
+
+} // namespace whisperModels
+
+} // namespace tamvex

@@ -1,0 +1,350 @@
+#include "ModelTestServers.h"
+#include "support/TestSupport.h"
+
+#include "pipelines/ModelDownloader.h"
+
+#include <QDir>
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+
+using Kind = ModelDownloadState::Kind;
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// One downloader under a sandbox, serving its "model" from `base`.
+struct Rig {
+    explicit Rig(const QString& base, const QString& digest = kPatternSha256, Clock* clock = nullptr)
+        : clock(clock ? clock : &wall) {
+        network.setProxy(QNetworkProxy::NoProxy);
+        downloader = std::make_unique<ModelDownloader>(env.paths, *this->clock, &network, [base, digest](WhisperModel) {
+            return ModelDescriptor{"small.bin", kPatternSize, digest, QUrl(base + "/models/small.bin")};
+        });
+        QObject::connect(downloader.get(), &ModelDownloader::stateChanged,
+                         [this](const ModelDownloadState& s) { states.append(s); });
+    }
+    bool waitForEnd(int ms = 15000) {
+        return spinUntil(
+            [this] {
+                const Kind k = downloader->state().kind();
+                return k == Kind::completed || k == Kind::failed;
+            },
+            ms);
+    }
+    QString target() const { return downloader->localURL(WhisperModel::largeV3TurboQ5); }
+    QStringList printed() const {
+        QStringList out;
+        for (const auto& s : states)
+            out.append(s.kind() == Kind::downloading ? "downloading" : s.toString());
+        out.removeDuplicates();
+        return out;
+    }
+
+    TestEnv env;
+    WallClock wall;
+    Clock* clock;
+    QNetworkAccessManager network;
+    std::unique_ptr<ModelDownloader> downloader;
+    QList<ModelDownloadState> states;
+};
+
+/// A QHttpServer serving the good file, a 404 page, and counting requests.
+struct ModelServer {
+    ModelServer() {
+        server.route("/models/<arg>", [this](const QString& name) {
+            ++requests;
+            if (name == "small.bin")
+                return QHttpServerResponse("application/octet-stream", body);
+            return QHttpServerResponse("text/html", "<html><body>404 Not Found</body></html>",
+                                       QHttpServerResponse::StatusCode::NotFound);
+        });
+        port = server.listen(QHostAddress::LocalHost, 0);
+    }
+    QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(port); }
+    QHttpServer server;
+    QByteArray body = patternBytes(kPatternSize);
+    int requests = 0;
+    quint16 port = 0;
+};
+
+} // namespace
+
+class ModelDownloaderTest : public QObject {
+    Q_OBJECT
+private slots:
+    void digestIsStreamedAndMatchesAnOutsideAnswer() {
+        TestEnv env;
+        const QString path = env.root.filePath("pattern.bin");
+        writeFile(path, patternBytes(kPatternSize));
+        QCOMPARE(ModelDownloader::sha256HexOfFile(path), std::optional<QString>(kPatternSha256));
+        writeFile(env.root.filePath("empty.bin"), {});
+        QCOMPARE(ModelDownloader::sha256HexOfFile(env.root.filePath("empty.bin")),
+                 std::optional<QString>("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
+        QCOMPARE(ModelDownloader::sha256HexOfFile(env.root.filePath("missing.bin")), std::nullopt);
+        // A folder opens on Linux but cannot be read: no digest rather than a wrong one.
+        QCOMPARE(ModelDownloader::sha256HexOfFile(env.root.path()), std::nullopt);
+    }
+
+    void goodFileCompletesThroughVerifying() {
+        ModelServer server;
+        Rig rig(server.base());
+        LogCapture log;
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.printed(), (QStringList{"downloading", "verifying", "completed"}));
+        QCOMPARE(rig.states.first(), ModelDownloadState::downloading(0.0));
+        double last = 0.0;
+        for (const auto& s : rig.states) {
+            if (s.kind() != Kind::downloading)
+                break;
+            QVERIFY(s.progress() >= last);
+            last = s.progress();
+        }
+        QCOMPARE(last, 1.0);
+        QCOMPARE(readFile(rig.target()), server.body);
+        QVERIFY(!QFile::exists(rig.target() + ".part"));
+        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::optional<qint64>(kPatternSize));
+        QVERIFY(log.has("Whisper model download started: small.bin (~2.1 MB)"));
+        QVERIFY(log.has("Whisper model written: " + rig.target()));
+        QVERIFY(log.has("Whisper model verified: small.bin"));
+        QCOMPARE(server.requests, 1);
+    }
+
+    void errorPageIsSavedThenRefusedByItsDigest() {
+        ModelServer server;
+        Rig rig(server.base());
+        rig.downloader = std::make_unique<ModelDownloader>(rig.env.paths, rig.wall, &rig.network, [&](WhisperModel) {
+            return ModelDescriptor{"small.bin", kPatternSize, kPatternSha256, QUrl(server.base() + "/models/gone.bin")};
+        });
+        LogCapture log;
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::failed("Файл повреждён при загрузке. Попробуй ещё раз."));
+        QVERIFY(log.has("Whisper model SHA-256 mismatch — file deleted"));
+        QVERIFY(log.has("Whisper model deleted: small.bin"));
+        QVERIFY(!QFile::exists(rig.target()));
+        QVERIFY(!QFile::exists(rig.target() + ".part"));
+    }
+
+    void presentFileIsProvedWithoutTheNetworkOrHealedByRefetching() {
+        ModelServer server;
+        Rig rig(server.base());
+        writeFile(rig.target(), server.body);
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.printed(), (QStringList{"verifying", "completed"}));
+        QCOMPARE(server.requests, 0);
+
+        // A damaged file: deleted and fetched again without being asked.
+        LogCapture log;
+        rig.states.clear();
+        writeFile(rig.target(), QByteArray("truncated") + server.body.left(1000));
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.printed(), (QStringList{"verifying", "downloading", "completed"}));
+        QVERIFY(log.has("Whisper model present but SHA mismatch: small.bin — re-downloading"));
+        QCOMPARE(server.requests, 1);
+        QCOMPARE(readFile(rig.target()), server.body);
+    }
+
+    void upperCaseDigestComparesEqual() {
+        ModelServer server;
+        Rig rig(server.base(), QString(kPatternSha256).toUpper());
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::completed());
+    }
+
+    void cancelMidTransferGivesIdleAndLeavesNothing() {
+        RawHttpPeer peer;
+        peer.onRequest = [](QTcpSocket* s) {
+            s->write(okHeaders(kPatternSize));
+            s->write(patternBytes(kPatternSize).left(100000));
+        };
+        Rig rig(peer.base());
+        LogCapture log;
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(spinUntil([&] { return rig.downloader->state().progress() > 0.0; }));
+        QVERIFY(QFile::exists(rig.target() + ".part"));
+        rig.downloader->cancel();
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
+        QTest::qWait(200);
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
+        for (const auto& s : rig.states)
+            QVERIFY(s.kind() != Kind::failed);
+        QVERIFY(!log.hasPrefix("Whisper model download failed"));
+        QVERIFY(!QFile::exists(rig.target() + ".part"));
+        QVERIFY(!QFile::exists(rig.target()));
+        QCOMPARE(rig.downloader->model(), std::optional(WhisperModel::largeV3TurboQ5));
+
+        // With nothing running it only says idle.
+        rig.downloader->cancel();
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
+    }
+
+    void droppedConnectionShowsTheNetworksOwnWords() {
+        RawHttpPeer peer;
+        peer.onRequest = [](QTcpSocket* s) {
+            s->write(okHeaders(kPatternSize));
+            s->write(patternBytes(1000));
+            s->flush();
+            s->disconnectFromHost();
+        };
+        Rig rig(peer.base());
+        LogCapture log;
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(rig.waitForEnd());
+        const QString reason = rig.downloader->state().reason();
+        QCOMPARE(rig.downloader->state().kind(), Kind::failed);
+        QVERIFY2(!reason.isEmpty() && reason[0].unicode() < 128, qPrintable(reason));
+        QVERIFY(log.has("Whisper model download failed: " + reason));
+        QVERIFY(!QFile::exists(rig.target() + ".part"));
+        QVERIFY(!QFile::exists(rig.target()));
+
+        // Nobody listening at all: the platform's words again, never a Russian prefix.
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
+        const quint16 port = closed.serverPort();
+        closed.close();
+        Rig nobody(QStringLiteral("http://127.0.0.1:%1").arg(port));
+        nobody.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(nobody.waitForEnd());
+        QCOMPARE(nobody.downloader->state().kind(), Kind::failed);
+        QVERIFY2(nobody.downloader->state().reason().contains("refused", Qt::CaseInsensitive),
+                 qPrintable(nobody.downloader->state().reason()));
+    }
+
+    void unknownTotalKeepsProgressAtZeroUntilTheEnd() {
+        RawHttpPeer peer;
+        const QByteArray body = patternBytes(kPatternSize);
+        peer.onRequest = [&](QTcpSocket* s) {
+            s->write(okHeaders(-1));
+            s->write(body.left(1000000));
+        };
+        Rig rig(peer.base());
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(spinUntil([&] { return QFileInfo(rig.target() + ".part").size() >= 1000000; }));
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::downloading(0.0));
+        peer.last->write(body.mid(1000000));
+        peer.last->disconnectFromHost();
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::completed());
+        QCOMPARE(readFile(rig.target()), body);
+    }
+
+    void silenceOfSixtySecondsEndsTheTransferInVirtualTime() {
+        RawHttpPeer peer;
+        peer.onRequest = [](QTcpSocket* s) {
+            s->write(okHeaders(kPatternSize));
+            s->write(patternBytes(5000));
+        };
+        ManualClock clock;
+        Rig rig(peer.base(), kPatternSha256, &clock);
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(spinUntil([&] { return rig.downloader->state().progress() > 0.0; }));
+        QTest::qWait(50);
+        clock.advance(59.99);
+        QCOMPARE(rig.downloader->state().kind(), Kind::downloading);
+        clock.advance(0.01);
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::failed("Превышен лимит времени на запрос."));
+        QVERIFY(!QFile::exists(rig.target() + ".part"));
+    }
+
+    void wholeTransferStopsAtAnHourEvenWhileDataFlows() {
+        RawHttpPeer peer;
+        peer.onRequest = [](QTcpSocket* s) { s->write(okHeaders(kPatternSize)); };
+        ManualClock clock;
+        Rig rig(peer.base(), kPatternSha256, &clock);
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(spinUntil([&] { return peer.last != nullptr; }));
+        qint64 sent = 0;
+        // A byte every 50 virtual seconds keeps the 60 s silence limit from firing.
+        for (int i = 0; i < 71; ++i) {
+            clock.advance(50.0);
+            peer.last->write("x");
+            ++sent;
+            QVERIFY(spinUntil([&] {
+                const auto& s = rig.downloader->state();
+                return s.kind() == Kind::downloading && qRound64(s.progress() * kPatternSize) == sent;
+            }));
+        }
+        clock.advance(3599.99 - clock.now());
+        QCOMPARE(rig.downloader->state().kind(), Kind::downloading);
+        clock.advance(0.01);
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::failed("Превышен лимит времени на запрос."));
+    }
+
+    void moveFailureSaysTheFileCouldNotBeSaved() {
+        ModelServer server;
+        Rig rig(server.base());
+        // A non-empty folder where the file belongs can't be removed or replaced.
+        QVERIFY(QDir().mkpath(rig.target() + "/blocker"));
+        LogCapture log;
+        // Found present, it fails its digest, can't be deleted, is fetched, can't be replaced.
+        rig.downloader->download(WhisperModel::largeV3TurboQ5);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.printed(), (QStringList{"verifying", "downloading", rig.downloader->state().toString()}));
+        QVERIFY(log.hasPrefix("Failed to delete small.bin: "));
+        QCOMPARE(rig.downloader->state().kind(), Kind::failed);
+        QVERIFY2(rig.downloader->state().reason().startsWith("Не удалось сохранить файл: "),
+                 qPrintable(rig.downloader->state().reason()));
+        QVERIFY(log.hasPrefix("Failed to move whisper model to destination: "));
+        QVERIFY(!QFile::exists(rig.target() + ".part"));
+    }
+
+    void deleteAndSizeReportWhatIsOnDisk() {
+        Rig rig("http://127.0.0.1:1");
+        LogCapture log;
+        QCOMPARE(rig.downloader->deleteModel(WhisperModel::largeV3TurboQ5), false);
+        QVERIFY(log.lines().isEmpty());
+        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::nullopt);
+        QCOMPARE(rig.downloader->sha256Hex(WhisperModel::largeV3TurboQ5), std::nullopt);
+        writeFile(rig.target(), "12345");
+        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::optional<qint64>(5));
+        QCOMPARE(rig.downloader->deleteModel(WhisperModel::largeV3TurboQ5), true);
+        QVERIFY(log.has("Whisper model deleted: small.bin"));
+        QVERIFY(!QFile::exists(rig.target()));
+        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
+    }
+
+    void realModelsLiveWhereTheEngineLooksAndComeFromTheMainHost() {
+        TestEnv env;
+        WallClock clock;
+        ModelDownloader downloader(env.paths, clock);
+        QCOMPARE(downloader.localURL(WhisperModel::largeV3TurboQ5),
+                 env.paths.dataDir + "/models/ggml-large-v3-turbo-q5_0.bin");
+        QVERIFY(QFileInfo(env.paths.dataDir + "/models").isDir());
+        const ModelDescriptor d = downloader.descriptor(WhisperModel::mediumQ5);
+        QCOMPARE(d.fileName, QString("ggml-medium-q5_0.bin"));
+        QCOMPARE(d.expectedBytes, 539212467);
+        QCOMPARE(d.downloadURL.toString(), QString("http://127.0.0.1:9/models/ggml-medium-q5_0.bin"));
+        QCOMPARE(whisperModels::fromRawValue("ggml-large-v3-turbo-q5_0"), std::optional(WhisperModel::largeV3TurboQ5));
+        QCOMPARE(whisperModels::fromRawValue("ggml-large-v3-turbo-q5_0.bin"), std::nullopt);
+    }
+};
+
+int main(int argc, char** argv) {
+    // Read once per process by the host table, so it is set before anything asks.
+    qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:9");
+    QCoreApplication app(argc, argv);
+    ModelDownloaderTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "ModelDownloaderTest.moc"
