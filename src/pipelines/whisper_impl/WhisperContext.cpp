@@ -1,0 +1,117 @@
+#include "pipelines/WhisperEngine.h"
+#include "pipelines/WhisperEngineError.h"
+#include "pipelines/whisper_impl/WhisperParams.h"
+#include "platform/Log.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QThread>
+
+#include <limits>
+#include <mutex>
+
+namespace tamvex {
+
+namespace {
+
+// whisper.cpp's own chatter (tensor sizes, backends) goes to a category of its own, off by
+// default; its warnings and errors stay visible.
+Q_LOGGING_CATEGORY(lcWhisperLib, "com.dovra.tamv.whisper", QtWarningMsg)
+
+void forwardLibraryLog(ggml_log_level level, const char* text, void*) {
+    const QString line = QString::fromUtf8(text).trimmed();
+    if (line.isEmpty())
+        return;
+    if (level == GGML_LOG_LEVEL_ERROR || level == GGML_LOG_LEVEL_WARN)
+        qCWarning(lcWhisperLib).noquote() << line;
+    else
+        qCDebug(lcWhisperLib).noquote() << line;
+}
+
+// The language text handed to whisper_full must outlive every call: a static literal does.
+constexpr const char* recognitionLanguage = "ru";
+
+} // namespace
+
+whisper_context_params whisperContextParams() {
+    whisper_context_params params = whisper_context_default_params();
+    params.use_gpu = true;
+    params.flash_attn = true;
+    return params;
+}
+
+whisper_full_params whisperFullParams(int threads, const char* language) {
+    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
+    params.n_threads = threads;
+    params.offset_ms = 0;
+    params.translate = false;
+    params.no_context = true;
+    params.single_segment = false;
+    params.print_special = false;
+    params.print_progress = false;
+    params.print_realtime = false;
+    params.print_timestamps = false;
+    params.language = language;
+    params.detect_language = false;
+    params.suppress_blank = false;
+    params.no_speech_thold = 0.0f;
+    return params;
+}
+
+bool WhisperEngine::isAvailable() {
+    return true;
+}
+
+WhisperEngine::WhisperEngine(const QString& modelPath) : m_modelPath(modelPath) {
+    static std::once_flag logOnce;
+    std::call_once(logOnce, [] { whisper_log_set(forwardLibraryLog, nullptr); });
+    QString why;
+    if (!looksLikeWhisperModel(modelPath, &why))
+        throw WhisperEngineError::modelLoadFailed(why);
+    const QByteArray path = QFile::encodeName(modelPath);
+    m_context = whisper_init_from_file_with_params(path.constData(), whisperContextParams());
+    if (!m_context)
+        throw WhisperEngineError::modelLoadFailed(QStringLiteral("init_from_file вернул nil"));
+    logInfo("Whisper context loaded from " + modelPath);
+}
+
+WhisperEngine::~WhisperEngine() {
+    m_actor.waitForIdle();
+    if (m_context)
+        whisper_free(m_context);
+}
+
+QString WhisperEngine::transcribe(const std::vector<float>& samples) {
+    if (samples.empty()) {
+        logError(QStringLiteral("Whisper: empty samples buffer — returning empty text"));
+        return {};
+    }
+    if (samples.size() > size_t(std::numeric_limits<int>::max()))
+        throw WhisperEngineError::audioReadFailed(QStringLiteral("запись слишком длинная"));
+    const whisper_full_params params =
+        whisperFullParams(whisperThreadCount(QThread::idealThreadCount()), recognitionLanguage);
+    whisper_reset_timings(m_context);
+    QElapsedTimer timer;
+    timer.start();
+    const int result = whisper_full(m_context, params, samples.data(), int(samples.size()));
+    const double seconds = double(timer.nsecsElapsed()) / 1e9;
+    if (result != 0) {
+        logError("Whisper: whisper_full returned " + QString::number(result) + " (failure)");
+        throw WhisperEngineError::transcriptionFailed();
+    }
+    const int n = whisper_full_n_segments(m_context);
+    logInfo("Whisper: whisper_full ok in " + QString::asprintf("%.2f", seconds) + "s, segments=" + QString::number(n));
+    QString text;
+    for (int i = 0; i < n; ++i) {
+        const char* segment = whisper_full_get_segment_text(m_context, i);
+        if (!segment)
+            continue;
+        const QString part = QString::fromUtf8(segment);
+        logInfo("Whisper: segment[" + QString::number(i) + "]=\"" + part.left(60) + "\"");
+        text += part;
+    }
+    return text.trimmed();
+}
+
+} // namespace tamvex
