@@ -6,6 +6,7 @@
 #include "platform/Defaults.h"
 #include "platform/Log.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QJsonDocument>
 #include <QThread>
@@ -68,7 +69,13 @@ bool isInteger(int type) {
 } // namespace
 
 AnalyticsService& AnalyticsService::shared() {
-    static AnalyticsService* instance = new AnalyticsService;
+    static AnalyticsService* instance = [] {
+        auto* created = new AnalyticsService;
+        // Whoever reports first, the service belongs to the main thread with the network.
+        if (QCoreApplication::instance())
+            created->moveToThread(QCoreApplication::instance()->thread());
+        return created;
+    }();
     return *instance;
 }
 
