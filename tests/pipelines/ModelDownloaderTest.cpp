@@ -64,25 +64,6 @@ struct Rig {
     QList<ModelDownloadState> states;
 };
 
-/// A QHttpServer serving the good file, a 404 page, and counting requests.
-struct ModelServer {
-    ModelServer() {
-        server.route("/models/<arg>", [this](const QString& name) {
-            ++requests;
-            if (name == "small.bin")
-                return QHttpServerResponse("application/octet-stream", body);
-            return QHttpServerResponse("text/html", "<html><body>404 Not Found</body></html>",
-                                       QHttpServerResponse::StatusCode::NotFound);
-        });
-        port = server.listen(QHostAddress::LocalHost, 0);
-    }
-    QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(port); }
-    QHttpServer server;
-    QByteArray body = patternBytes(kPatternSize);
-    int requests = 0;
-    quint16 port = 0;
-};
-
 } // namespace
 
 class ModelDownloaderTest : public QObject {

@@ -1,0 +1,280 @@
+#include "cli/ModelCommands.h"
+
+#include "pipelines/LocalWhisperPipeline.h"
+#include "pipelines/ModelDownloader.h"
+#include "pipelines/WhisperEngine.h"
+#include "platform/Error.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTimer>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <csignal>
+#include <exception>
+#include <optional>
+
+namespace tamvex {
+
+namespace {
+
+const char* kModelUsage = "Использование: tamvex model status|download|verify|delete [МОДЕЛЬ] [--json]\n"
+                          "Модели: ggml-large-v3-turbo-q5_0 (по умолчанию), ggml-medium-q5_0\n";
+const char* kTranscribeUsage = "Использование: tamvex transcribe-local ФАЙЛ [--model ПУТЬ_К_МОДЕЛИ]\n";
+
+QString megabytes(qint64 bytes) {
+    return QString::number(std::round(double(bytes) / 1e6), 'f', 0) + " МБ";
+}
+
+void printJson(QTextStream& out, const QJsonObject& object) {
+    out << QJsonDocument(object).toJson(QJsonDocument::Compact) << "\n";
+}
+
+std::atomic<bool> gInterrupted{false};
+
+extern "C" void onInterrupt(int) {
+    gInterrupted = true;
+}
+
+int status(ModelDownloader& downloader, WhisperModel model, bool json, QTextStream& out) {
+    const ModelDescriptor d = downloader.descriptor(model);
+    const QString path = downloader.localURL(model);
+    const std::optional<qint64> size = downloader.fileSize(model);
+    if (json) {
+        printJson(out, {{"model", whisperModels::rawValue(model)},
+                        {"file", path},
+                        {"present", size.has_value()},
+                        {"size_bytes", size ? QJsonValue(double(*size)) : QJsonValue()},
+                        {"expected_bytes", double(d.expectedBytes)},
+                        {"expected_sha256", d.expectedSHA256},
+                        {"url", d.downloadURL.toString()},
+                        {"engine_available", WhisperEngine::isAvailable()}});
+        return 0;
+    }
+    out << "Модель: " << whisperModels::rawValue(model) << "\n"
+        << "Файл: " << path << "\n"
+        << "Состояние: " << (size ? "загружена, " + megabytes(*size) : QString("не загружена")) << "\n"
+        << "Ожидаемый размер: ~" << megabytes(d.expectedBytes) << "\n"
+        << "Источник: " << d.downloadURL.toString() << "\n"
+        << "Локальный движок: "
+        << (WhisperEngine::isAvailable() ? "есть в этой сборке" : "нет в этой сборке (собрано без whisper.cpp)")
+        << "\n";
+    return 0;
+}
+
+int download(ModelDownloader& downloader, WhisperModel model, bool json, QTextStream& out, QTextStream& err) {
+    const qint64 expected = downloader.descriptor(model).expectedBytes;
+    QEventLoop loop;
+    int lastPermille = -1;
+    bool barShown = false;
+    auto show = [&](const ModelDownloadState& s) {
+        if (json)
+            return;
+        if (s.kind() == ModelDownloadState::Kind::downloading) {
+            const int permille = int(s.progress() * 1000);
+            if (permille == lastPermille)
+                return;
+            lastPermille = permille;
+            err << "\r" << modelProgressLine(s.progress(), expected) << Qt::flush;
+            barShown = true;
+        } else if (s.kind() == ModelDownloadState::Kind::verifying) {
+            err << (barShown ? "\n" : "") << "Проверяю контрольную сумму…\n" << Qt::flush;
+            barShown = false;
+        }
+    };
+    auto finished = [](const ModelDownloadState& s) {
+        return s.kind() == ModelDownloadState::Kind::completed || s.kind() == ModelDownloadState::Kind::failed ||
+               s.kind() == ModelDownloadState::Kind::idle;
+    };
+    const QMetaObject::Connection watch =
+        QObject::connect(&downloader, &ModelDownloader::stateChanged, &loop, [&](const ModelDownloadState& s) {
+            show(s);
+            if (finished(s))
+                loop.quit();
+        });
+    // Ctrl+C cancels cleanly, so no partial file is left behind.
+    gInterrupted = false;
+    const auto previous = std::signal(SIGINT, onInterrupt);
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (gInterrupted)
+            downloader.cancel();
+    });
+    poll.start(100);
+    downloader.download(model);
+    show(downloader.state());
+    if (!finished(downloader.state()))
+        loop.exec();
+    poll.stop();
+    std::signal(SIGINT, previous);
+    QObject::disconnect(watch);
+    if (barShown)
+        err << "\n";
+
+    const ModelDownloadState s = downloader.state();
+    const QString path = downloader.localURL(model);
+    if (json) {
+        QJsonObject o{{"model", whisperModels::rawValue(model)}, {"file", path}};
+        o["state"] = s.kind() == ModelDownloadState::Kind::completed ? "completed"
+                     : s.kind() == ModelDownloadState::Kind::failed  ? "failed"
+                                                                     : "cancelled";
+        if (s.kind() == ModelDownloadState::Kind::failed)
+            o["reason"] = s.reason();
+        printJson(out, o);
+    }
+    switch (s.kind()) {
+    case ModelDownloadState::Kind::completed:
+        if (!json)
+            out << "Модель загружена и проверена: " << path << "\n";
+        return 0;
+    case ModelDownloadState::Kind::failed:
+        err << "Не удалось загрузить модель: " << s.reason() << "\n";
+        return 1;
+    default:
+        err << "Загрузка отменена.\n";
+        return 1;
+    }
+}
+
+int verify(ModelDownloader& downloader, WhisperModel model, bool json, QTextStream& out, QTextStream& err) {
+    const QString path = downloader.localURL(model);
+    const bool present = downloader.fileSize(model).has_value();
+    const std::optional<QString> digest = present ? downloader.sha256Hex(model) : std::nullopt;
+    const bool valid = digest && digest->toLower() == downloader.descriptor(model).expectedSHA256.toLower();
+    if (json) {
+        printJson(out, {{"model", whisperModels::rawValue(model)},
+                        {"file", path},
+                        {"present", present},
+                        {"valid", valid},
+                        {"sha256", digest ? QJsonValue(*digest) : QJsonValue()}});
+        return valid ? 0 : 1;
+    }
+    if (valid) {
+        out << "Модель в порядке: " << path << "\n";
+        return 0;
+    }
+    if (!present)
+        err << "Модель не загружена: " << path << "\n";
+    else if (!digest)
+        err << "Не удалось прочитать файл модели: " << path << "\n";
+    else
+        err << "Файл модели повреждён (SHA-256 не совпадает): " << path
+            << "\nУдали его (tamvex model delete) и загрузи заново (tamvex model download).\n";
+    return 1;
+}
+
+int remove(ModelDownloader& downloader, WhisperModel model, bool json, QTextStream& out, QTextStream& err) {
+    const QString path = downloader.localURL(model);
+    const bool present = downloader.fileSize(model).has_value();
+    const bool deleted = downloader.deleteModel(model);
+    if (json)
+        printJson(out, {{"model", whisperModels::rawValue(model)}, {"file", path}, {"deleted", deleted}});
+    else if (deleted)
+        out << "Модель удалена: " << path << "\n";
+    else if (!present)
+        out << "Модели нет, удалять нечего: " << path << "\n";
+    else
+        err << "Не удалось удалить модель: " << path << "\n";
+    return deleted || !present ? 0 : 1;
+}
+
+/// Runs the event loop until `task` ends; gives its value or rethrows its error.
+template <class T> T runToEnd(QCoro::Task<T>& task) {
+    std::optional<T> value;
+    std::exception_ptr error;
+    QEventLoop loop;
+    auto wrapper = [&]() -> QCoro::Task<void> {
+        try {
+            T result = co_await task;
+            value.emplace(std::move(result));
+        } catch (...) {
+            error = std::current_exception();
+        }
+        loop.quit();
+    };
+    QCoro::Task<void> running = wrapper();
+    if (!value && !error)
+        loop.exec();
+    if (error)
+        std::rethrow_exception(error);
+    return std::move(*value);
+}
+
+} // namespace
+
+QString modelProgressLine(double progress, qint64 expectedBytes, int width) {
+    const double p = std::clamp(progress, 0.0, 1.0);
+    const int filled = int(std::floor(p * width));
+    return "[" + QString(filled, '#') + QString(width - filled, '-') + "] " +
+           QString::number(int(std::floor(p * 100))).rightJustified(3) + " %  " +
+           QString::number(std::floor(p * double(expectedBytes) / 1e6), 'f', 0) + " из ~" + megabytes(expectedBytes);
+}
+
+int runModelCommand(const QStringList& args, QTextStream& out, QTextStream& err) {
+    return runModelCommand(args, out, err, ModelDownloader::shared());
+}
+
+int runModelCommand(const QStringList& args, QTextStream& out, QTextStream& err, ModelDownloader& downloader) {
+    QStringList rest = args;
+    const bool json = rest.removeAll("--json") > 0;
+    const QString verb = rest.value(0);
+    if (rest.size() > 2 || !QStringList{"status", "download", "verify", "delete"}.contains(verb)) {
+        err << kModelUsage;
+        return 2;
+    }
+    WhisperModel model = WhisperModel::largeV3TurboQ5;
+    if (rest.size() == 2) {
+        const std::optional<WhisperModel> named = whisperModels::fromRawValue(rest[1]);
+        if (!named) {
+            err << "Неизвестная модель «" << rest[1] << "».\n" << kModelUsage;
+            return 2;
+        }
+        model = *named;
+    }
+    if (verb == "status")
+        return status(downloader, model, json, out);
+    if (verb == "download")
+        return download(downloader, model, json, out, err);
+    if (verb == "verify")
+        return verify(downloader, model, json, out, err);
+    return remove(downloader, model, json, out, err);
+}
+
+int runTranscribeLocal(const QStringList& args, QTextStream& out, QTextStream& err) {
+    QString file;
+    QString modelPath;
+    for (int i = 0; i < args.size(); ++i) {
+        if (args[i] == "--model" && i + 1 < args.size()) {
+            modelPath = args[++i];
+        } else if (file.isEmpty() && !args[i].startsWith("--")) {
+            file = args[i];
+        } else {
+            err << kTranscribeUsage;
+            return 2;
+        }
+    }
+    if (file.isEmpty()) {
+        err << kTranscribeUsage;
+        return 2;
+    }
+    std::optional<LocalWhisperEngineCache> ownCache;
+    if (!modelPath.isEmpty())
+        ownCache.emplace([modelPath](WhisperModel) { return modelPath; });
+    LocalWhisperPipeline pipeline(WhisperModel::largeV3TurboQ5,
+                                  ownCache ? *ownCache : LocalWhisperEngineCache::shared());
+    try {
+        QCoro::Task<SpeechResult> task = pipeline.process(file);
+        const SpeechResult result = runToEnd(task);
+        out << result.text << "\n";
+        return 0;
+    } catch (const std::exception& e) {
+        err << describeError(e) << "\n";
+        return 1;
+    }
+}
+
+} // namespace tamvex

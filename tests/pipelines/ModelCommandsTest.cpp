@@ -1,0 +1,156 @@
+#include "ModelTestServers.h"
+#include "support/TestSupport.h"
+
+#include "cli/ModelCommands.h"
+#include "pipelines/ModelDownloader.h"
+#include "pipelines/WhisperEngine.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+
+struct Output {
+    int code = -1;
+    QString out;
+    QString err;
+    QJsonObject json() const { return QJsonDocument::fromJson(out.toUtf8()).object(); }
+};
+
+/// A sandboxed downloader whose "model" is served as `file` by a local server.
+struct Cli {
+    explicit Cli(const QString& file = "small.bin") {
+        network.setProxy(QNetworkProxy::NoProxy);
+        const QString base = server.base();
+        downloader = std::make_unique<ModelDownloader>(env.paths, clock, &network, [base, file](WhisperModel m) {
+            return ModelDescriptor{whisperModels::fileName(m), kPatternSize, kPatternSha256,
+                                   QUrl(base + "/models/" + file)};
+        });
+    }
+    Output model(const QStringList& args) {
+        Output o;
+        QTextStream out(&o.out), err(&o.err);
+        o.code = runModelCommand(args, out, err, *downloader);
+        return o;
+    }
+    QString path() const { return downloader->localURL(WhisperModel::largeV3TurboQ5); }
+
+    TestEnv env;
+    WallClock clock;
+    ModelServer server;
+    QNetworkAccessManager network;
+    std::unique_ptr<ModelDownloader> downloader;
+};
+
+Output transcribe(const QStringList& args) {
+    Output o;
+    QTextStream out(&o.out), err(&o.err);
+    o.code = runTranscribeLocal(args, out, err);
+    return o;
+}
+
+} // namespace
+
+class ModelCommandsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void progressLineShowsShareAndMegabytes() {
+        QCOMPARE(modelProgressLine(0.0, 574041195, 10), QString("[----------]   0 %  0 из ~574 МБ"));
+        QCOMPARE(modelProgressLine(0.5, 574041195, 10), QString("[#####-----]  50 %  287 из ~574 МБ"));
+        QCOMPARE(modelProgressLine(1.0, 574041195, 10), QString("[##########] 100 %  574 из ~574 МБ"));
+    }
+
+    void misuseIsRefusedWithTheUsage() {
+        Cli cli;
+        for (const QStringList& args : {QStringList{}, QStringList{"fetch"}, QStringList{"status", "ggml-tiny"},
+                                        QStringList{"status", "a", "b"}}) {
+            const Output o = cli.model(args);
+            QCOMPARE(o.code, 2);
+            QVERIFY2(o.err.contains("Использование: tamvex model"), qPrintable(o.err));
+        }
+        QCOMPARE(transcribe({}).code, 2);
+        QCOMPARE(transcribe({"a.m4a", "--model"}).code, 2);
+    }
+
+    void fetchCheckAndDeleteFromTheTerminal() {
+        Cli cli;
+        Output o = cli.model({"status", "--json"});
+        QCOMPARE(o.code, 0);
+        QCOMPARE(o.json()["present"].toBool(), false);
+        QCOMPARE(o.json()["file"].toString(), cli.path());
+        QCOMPARE(o.json()["engine_available"].toBool(), WhisperEngine::isAvailable());
+
+        o = cli.model({"verify"});
+        QCOMPARE(o.code, 1);
+        QVERIFY(o.err.startsWith("Модель не загружена: "));
+
+        o = cli.model({"download"});
+        QCOMPARE(o.code, 0);
+        QVERIFY2(o.err.contains("\r[") && o.err.contains("] 100 %") && o.err.contains("Проверяю контрольную сумму"),
+                 qPrintable(o.err));
+        QCOMPARE(o.out, "Модель загружена и проверена: " + cli.path() + "\n");
+
+        o = cli.model({"status"});
+        QVERIFY2(o.out.contains("Состояние: загружена, 2 МБ"), qPrintable(o.out));
+
+        o = cli.model({"verify", "--json"});
+        QCOMPARE(o.code, 0);
+        QCOMPARE(o.json()["sha256"].toString(), QString(kPatternSha256));
+
+        QFile file(cli.path());
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        file.seek(1000);
+        file.write("x");
+        file.close();
+        o = cli.model({"verify"});
+        QCOMPARE(o.code, 1);
+        QVERIFY(o.err.contains("повреждён"));
+
+        o = cli.model({"delete"});
+        QCOMPARE(o.code, 0);
+        QCOMPARE(o.out, "Модель удалена: " + cli.path() + "\n");
+        o = cli.model({"delete", "--json"});
+        QCOMPARE(o.code, 0);
+        QCOMPARE(o.json()["deleted"].toBool(), false);
+        QVERIFY(!QFile::exists(cli.path()));
+    }
+
+    void aFailedDownloadExitsWithTheReason() {
+        Cli cli("not-there.bin");
+        Output o = cli.model({"download", "--json"});
+        QCOMPARE(o.code, 1);
+        QCOMPARE(o.json()["state"].toString(), QString("failed"));
+        QCOMPARE(o.json()["reason"].toString(), QString("Файл повреждён при загрузке. Попробуй ещё раз."));
+        QVERIFY(o.err.contains("Не удалось загрузить модель: Файл повреждён при загрузке."));
+        QVERIFY(!QFile::exists(cli.path()));
+    }
+
+    void transcribeLocalRunsTheLocalPipelineOnAFile() {
+        const QString model = testData("for-tests-ggml-tiny.bin");
+        const QString speech = testData("speech-ru-16k.wav");
+        if (model.isEmpty() || speech.isEmpty())
+            QSKIP("needs ../shared/testdata/for-tests-ggml-tiny.bin and speech-ru-16k.wav");
+        if (!WhisperEngine::isAvailable()) {
+            const Output o = transcribe({speech, "--model", model});
+            QCOMPARE(o.code, 1);
+            QVERIFY2(o.err.contains("нет локального распознавания"), qPrintable(o.err));
+            return;
+        }
+        Output o = transcribe({speech, "--model", model});
+        QCOMPARE(o.code, 0);
+        QCOMPARE(o.out, QString("\n")); // the test model has no weights: no words
+        o = transcribe({speech, "--model", speech});
+        QCOMPARE(o.code, 1);
+        QVERIFY2(o.err.startsWith("Не получилось загрузить модель: "), qPrintable(o.err));
+    }
+};
+
+QTEST_GUILESS_MAIN(ModelCommandsTest)
+#include "ModelCommandsTest.moc"
