@@ -89,10 +89,13 @@ void PortalShortcuts::start() {
         fail("GlobalShortcuts portal: no session bus");
         return;
     }
-    m_bus.connect(kService, kPath, kInterface, "Activated", this,
-                  SLOT(onActivated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
-    m_bus.connect(kService, kPath, kInterface, "Deactivated", this,
-                  SLOT(onDeactivated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
+    const bool edges =
+        m_bus.connect(kService, kPath, kInterface, "Activated", this, SLOT(onShortcutSignal(QDBusMessage))) &&
+        m_bus.connect(kService, kPath, kInterface, "Deactivated", this, SLOT(onShortcutSignal(QDBusMessage)));
+    if (!edges) {
+        fail("GlobalShortcuts portal: cannot listen to Activated / Deactivated");
+        return;
+    }
     const QString token = QStringLiteral("tamvex%1").arg(++m_tokenCounter);
     const QVariantMap options{{"handle_token", token}, {"session_handle_token", QStringLiteral("tamvex_session")}};
     call("CreateSession", {options}, SLOT(onCreateSessionResponse(uint, QVariantMap)), token);
@@ -144,15 +147,14 @@ void PortalShortcuts::onBindResponse(uint response, const QVariantMap& /*results
     emit boundChanged();
 }
 
-void PortalShortcuts::onActivated(const QDBusObjectPath& session, const QString& id, qulonglong, const QVariantMap&) {
-    if (session.path() == m_session)
-        m_shortcuts.handleExternalEdge(id, KeyboardShortcuts::EventType::keyDown);
-}
-
-void PortalShortcuts::onDeactivated(const QDBusObjectPath& session, const QString& id, qulonglong,
-                                    const QVariantMap&) {
-    if (session.path() == m_session)
-        m_shortcuts.handleExternalEdge(id, KeyboardShortcuts::EventType::keyUp);
+void PortalShortcuts::onShortcutSignal(const QDBusMessage& message) {
+    // Activated / Deactivated (o session_handle, s shortcut_id, t timestamp, a{sv} options).
+    const QList<QVariant> args = message.arguments();
+    if (args.size() < 2 || args.at(0).value<QDBusObjectPath>().path() != m_session)
+        return;
+    const auto type = message.member() == QLatin1String("Activated") ? KeyboardShortcuts::EventType::keyDown
+                                                                       : KeyboardShortcuts::EventType::keyUp;
+    m_shortcuts.handleExternalEdge(args.at(1).toString(), type);
 }
 
 void PortalShortcuts::fail(const QString& reason) {

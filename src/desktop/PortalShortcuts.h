@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QObject>
 #include <QString>
@@ -38,9 +39,7 @@ signals:
 private slots:
     void onCreateSessionResponse(uint response, const QVariantMap& results);
     void onBindResponse(uint response, const QVariantMap& results);
-    void onActivated(const QDBusObjectPath& session, const QString& id, qulonglong timestamp, const QVariantMap& options);
-    void onDeactivated(const QDBusObjectPath& session, const QString& id, qulonglong timestamp,
-                       const QVariantMap& options);
+    void onShortcutSignal(const QDBusMessage& message);
 
 private:
     QString requestPath(const QString& token) const;

@@ -6,6 +6,16 @@
 
 namespace tamvex {
 
+namespace {
+// Targets of the X selection protocol itself, which Qt lists beside the data's types: they
+// describe the selection, not its contents, and the new owner answers them on its own.
+bool isSelectionProtocolTarget(const QString& format) {
+    static const QStringList targets{"TARGETS", "MULTIPLE", "TIMESTAMP", "SAVE_TARGETS", "DELETE",
+                                     "INSERT_SELECTION", "INSERT_PROPERTY"};
+    return targets.contains(format);
+}
+} // namespace
+
 ClipboardSnapshot SystemClipboard::snapshot() const {
     const QMimeData* data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
     if (!data)
@@ -13,6 +23,8 @@ ClipboardSnapshot SystemClipboard::snapshot() const {
     ClipboardItem item;
     const QStringList formats = data->formats();
     for (const QString& format : formats) {
+        if (isSelectionProtocolTarget(format))
+            continue;
         const QByteArray bytes = data->data(format);
         if (!bytes.isEmpty())
             item.append({format, bytes});

@@ -1,0 +1,199 @@
+// D-Bus control on a private session bus (the test runs under dbus-run-session).
+#include "InputTestSupport.h"
+#include "KeyboardShortcuts/ShortcutRegistry.h"
+#include "cli/CtlCommand.h"
+#include "desktop/ControlService.h"
+#include "desktop/PortalShortcuts.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusObjectPath>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusVirtualObject>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+
+namespace {
+
+struct Result {
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+/// Runs the client process while our event loop serves the bus.
+Result runClient(const QStringList& args) {
+    QProcess process;
+    process.start(QCoreApplication::applicationDirPath() + "/input_control_client", args);
+    test::spinUntil([&] { return process.state() == QProcess::NotRunning; }, 15000);
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2,
+            QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+}
+
+/// A stand-in for the desktop's GlobalShortcuts portal, on its own bus connection. It reads
+/// the raw messages, so the test does not share the client's marshalling code.
+class FakePortal : public QDBusVirtualObject {
+public:
+    explicit FakePortal(QDBusConnection bus) : m_bus(bus) {}
+    QStringList boundIds;
+
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection&) override {
+        if (message.interface() != "org.freedesktop.portal.GlobalShortcuts")
+            return false;
+        const QList<QVariant> args = message.arguments();
+        QVariantMap options;
+        QVariantMap results;
+        if (message.member() == "CreateSession") {
+            options = qdbus_cast<QVariantMap>(args.value(0));
+            results.insert("session_handle",
+                           QVariant::fromValue(QDBusObjectPath("/org/freedesktop/portal/desktop/session/t/s")));
+        } else if (message.member() == "BindShortcuts") {
+            const QDBusArgument shortcuts = args.value(1).value<QDBusArgument>();
+            shortcuts.beginArray();
+            while (!shortcuts.atEnd()) {
+                QString id;
+                QVariantMap properties;
+                shortcuts.beginStructure();
+                shortcuts >> id >> properties;
+                shortcuts.endStructure();
+                boundIds << id;
+            }
+            shortcuts.endArray();
+            options = qdbus_cast<QVariantMap>(args.value(3));
+        } else {
+            return false;
+        }
+        QString sender = message.service().mid(1);
+        sender.replace('.', '_');
+        const QString path = "/org/freedesktop/portal/desktop/request/" + sender + "/" +
+                             options.value("handle_token").toString();
+        m_bus.send(message.createReply(QVariant::fromValue(QDBusObjectPath(path))));
+        QDBusMessage response = QDBusMessage::createSignal(path, "org.freedesktop.portal.Request", "Response");
+        response << uint(0) << results;
+        m_bus.send(response);
+        return true;
+    }
+    void emitEdge(const QString& member, const QString& session, const QString& id) {
+        QDBusMessage signal = QDBusMessage::createSignal("/org/freedesktop/portal/desktop",
+                                                         "org.freedesktop.portal.GlobalShortcuts", member);
+        signal << QVariant::fromValue(QDBusObjectPath(session)) << id << qulonglong(1) << QVariantMap();
+        m_bus.send(signal);
+    }
+
+private:
+    QDBusConnection m_bus;
+};
+
+} // namespace
+
+class ControlTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase() {
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("no session bus: run under dbus-run-session");
+    }
+
+    void ctlWithoutInstanceSaysSo() {
+        const Result result = runClient({"ctl", "toggle"});
+        QCOMPARE(result.code, 1);
+        QVERIFY2(result.err.contains("Tamvex не запущен"), qPrintable(result.err));
+        QCOMPARE(runClient({"ctl", "jump"}).code, 2);
+        QCOMPARE(runClient({"ctl"}).code, 2);
+        QCOMPARE(runClient({"forward", "tamvex://oauth/yandex?code=1"}).code, 3); // first instance
+    }
+
+    void ctlDrivesTheRunningInstance() {
+        test::CoordinatorRig rig;
+        ControlService service(*rig.coordinator);
+        QVERIFY(service.registerOn());
+        // A second owner is refused: this is the single-instance guard.
+        ControlService second(*rig.coordinator);
+        QVERIFY(!second.registerOn(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "second")));
+
+        Result result = runClient({"ctl", "toggle"});
+        QCOMPARE(result.code, 0);
+        QVERIFY(rig.recording());
+        rig.fixture.clock.advance(2.0);
+        result = runClient({"ctl", "toggle"});
+        QCOMPARE(result.code, 0);
+        rig.settle();
+        QVERIFY(!rig.recording());
+
+        // Press and release are the hotkey's edges.
+        rig.fixture.state->setRecordingState(RecordingState::idle());
+        QCOMPARE(runClient({"ctl", "press"}).code, 0);
+        QVERIFY(rig.recording());
+        QCOMPARE(rig.coordinator->currentMode(), std::optional(RecordingCoordinator::Mode::holdPending));
+        rig.fixture.clock.advance(1.0);
+        QCOMPARE(runClient({"ctl", "release"}).code, 0);
+        QVERIFY(!rig.coordinator->currentMode());
+    }
+
+    void secondStartHandsOverItsArguments() {
+        test::CoordinatorRig rig;
+        ControlService service(*rig.coordinator);
+        QVERIFY(service.registerOn());
+        QSignalSpy activated(&service, &ControlService::activated);
+        const Result result = runClient({"forward", "--flag", "tamvex://oauth/yandex?code=42"});
+        QCOMPARE(result.code, 0);
+        QCOMPARE(activated.count(), 1);
+        QCOMPARE(activated.at(0).at(0).toStringList(), (QStringList{"--flag", "tamvex://oauth/yandex?code=42"}));
+        QCOMPARE(activated.at(0).at(1).toStringList(), QStringList{"tamvex://oauth/yandex?code=42"});
+    }
+
+    void portalShortcutsDriveTheCustomShortcut() {
+        QDBusConnection portalBus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "portal");
+        FakePortal portal(portalBus);
+        QVERIFY(portalBus.registerVirtualObject("/org/freedesktop/portal/desktop", &portal));
+        QVERIFY(portalBus.registerService("org.freedesktop.portal.Desktop"));
+
+        test::TestEnv env;
+        KeyboardShortcuts::ShortcutRegistry registry(*env.defaults);
+        registry.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative,
+                               KeyboardShortcuts::Shortcut{0x60, KeyboardShortcuts::CarbonModifier::control});
+        QStringList calls;
+        registry.onKeyDown(KeyboardShortcuts::sorvelRecordAlternative, [&] { calls << "down"; });
+        registry.onKeyUp(KeyboardShortcuts::sorvelRecordAlternative, [&] { calls << "up"; });
+        registry.onKeyDown({"marker", std::nullopt}, [&] { calls << "marker"; });
+        PortalShortcuts shortcuts(registry);
+        shortcuts.start();
+        QVERIFY(test::spinUntil([&] { return shortcuts.isBound(); }, 5000));
+        portal.boundIds.sort();
+        QCOMPARE(portal.boundIds, (QStringList{"marker", "sorvelRecordAlternative"}));
+
+        // Another session's edge is ignored; the marker, sent after it, shows it has arrived.
+        portal.emitEdge("Activated", "/some/other/session", "sorvelRecordAlternative");
+        portal.emitEdge("Activated", shortcuts.sessionHandle(), "marker");
+        QVERIFY(test::spinUntil([&] { return !calls.isEmpty(); }, 5000));
+        QCOMPARE(calls, QStringList{"marker"});
+        portal.emitEdge("Activated", shortcuts.sessionHandle(), "sorvelRecordAlternative");
+        portal.emitEdge("Activated", shortcuts.sessionHandle(), "sorvelRecordAlternative");
+        portal.emitEdge("Deactivated", shortcuts.sessionHandle(), "sorvelRecordAlternative");
+        QVERIFY(test::spinUntil([&] { return calls.size() >= 3; }, 5000));
+        QTest::qWait(50);
+        QCOMPARE(calls, (QStringList{"marker", "down", "up"}));
+    }
+
+    void portalMissingIsReported() {
+        test::TestEnv env;
+        KeyboardShortcuts::ShortcutRegistry registry(*env.defaults);
+        registry.onKeyDown(KeyboardShortcuts::sorvelRecordAlternative, [] {});
+        QDBusConnection::sessionBus().unregisterService("org.freedesktop.portal.Desktop");
+        QDBusConnection::disconnectFromBus("portal");
+        PortalShortcuts shortcuts(registry);
+        QSignalSpy failed(&shortcuts, &PortalShortcuts::failed);
+        shortcuts.start();
+        QVERIFY(failed.wait(10000));
+        QVERIFY(failed.at(0).at(0).toString().startsWith("GlobalShortcuts portal:"));
+        QVERIFY(!shortcuts.isBound());
+    }
+};
+
+QTEST_GUILESS_MAIN(ControlTest)
+#include "ControlTest.moc"

@@ -1,0 +1,186 @@
+// The real paste under a private X server: XTest keys, the X11 clipboard between two
+// processes, and the focused window's WM_CLASS.
+#include "XvfbSession.h"
+#include "desktop/TextInjector.h"
+#include "desktop/X11Session.h"
+#include "platform/Clipboard.h"
+#include "platform/InputAccess.h"
+#include "support/TestSupport.h"
+
+#include <QApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTest>
+
+#include <memory>
+#include <optional>
+
+using namespace tamvex;
+
+namespace {
+
+test::XvfbSession* gXvfb = nullptr;
+
+using Types = QMap<QString, QByteArray>;
+
+/// The other application: a focused line edit in its own process.
+class Target {
+public:
+    explicit Target(const QString& resourceName = {}) {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("QT_QPA_PLATFORM", "xcb");
+        if (!resourceName.isEmpty())
+            env.insert("RESOURCE_NAME", resourceName); // the WM_CLASS instance name
+        m_process.setProcessEnvironment(env);
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_process.start(QCoreApplication::applicationDirPath() + "/input_paste_target", {});
+        ready = wait("ready").has_value();
+    }
+    ~Target() {
+        m_process.write("quit\n");
+        if (!m_process.waitForFinished(3000))
+            m_process.kill();
+    }
+    /// Sends a command and waits for the answer starting with `prefix`, serving our own
+    /// clipboard meanwhile (the target may be reading it from us).
+    QByteArray ask(const QByteArray& command, const QByteArray& prefix) {
+        m_process.write(command + "\n");
+        return wait(prefix).value_or(QByteArray());
+    }
+    void setClipboard(const Types& types) {
+        QJsonObject object;
+        for (auto it = types.begin(); it != types.end(); ++it)
+            object.insert(it.key(), QString::fromLatin1(it.value().toBase64()));
+        ask("set-clipboard " + QJsonDocument(object).toJson(QJsonDocument::Compact).toBase64(), "ok");
+    }
+    Types clipboard() {
+        const QByteArray json = QByteArray::fromBase64(ask("dump-clipboard", "clipboard"));
+        Types types;
+        const QJsonObject object = QJsonDocument::fromJson(json).object();
+        const QStringList protocol{"TARGETS", "MULTIPLE", "TIMESTAMP", "SAVE_TARGETS"};
+        for (auto it = object.begin(); it != object.end(); ++it)
+            if (!protocol.contains(it.key())) // answered by whichever process owns the clipboard
+                types.insert(it.key(), QByteArray::fromBase64(it.value().toString().toLatin1()));
+        return types;
+    }
+    QString text() { return QString::fromUtf8(QByteArray::fromBase64(ask("text", "text"))); }
+    QString keys() { return QString::fromUtf8(ask("keys", "keys")); }
+    bool ready = false;
+
+private:
+    std::optional<QByteArray> wait(const QByteArray& prefix) {
+        std::optional<QByteArray> found;
+        test::spinUntil(
+            [&] {
+                while (m_process.canReadLine()) {
+                    const QByteArray line = m_process.readLine().trimmed();
+                    if (line.startsWith(prefix)) {
+                        found = line.mid(prefix.size()).trimmed();
+                        return true;
+                    }
+                }
+                return false;
+            },
+            10000);
+        return found;
+    }
+    QProcess m_process;
+};
+
+class DeniedAccess final : public InputAccess {
+public:
+    bool isTrusted() const override { return false; }
+};
+
+const Types kOriginal{
+    {"text/plain", "оригинал"},
+    {"text/html", "<b>оригинал</b>"},
+    {"application/x-tamvex-test", [] {
+         QByteArray bytes;
+         for (int i = 0; i < 256; ++i)
+             bytes.append(char(i));
+         return bytes;
+     }()},
+};
+
+} // namespace
+
+class PasteX11Test : public QObject {
+    Q_OBJECT
+private slots:
+    void init() {
+        if (!gXvfb->ok())
+            QSKIP(qPrintable("no X server for the real paste: " + gXvfb->reason));
+    }
+
+    void pastesIntoAnotherProcessAndRestoresTheClipboard() {
+        Target target;
+        QVERIFY(target.ready);
+        target.setClipboard(kOriginal);
+        const Types before = target.clipboard();
+        for (auto it = kOriginal.begin(); it != kOriginal.end(); ++it)
+            QCOMPARE(before.value(it.key()), it.value());
+
+        WallClock clock;
+        SystemClipboard clipboard;
+        X11KeySender keys;
+        QVERIFY(keys.isAvailable());
+        SystemInputAccess access(keys);
+        X11FrontmostApp front;
+        QCOMPARE(front.focusedWindow()->instanceName, QStringLiteral("input_paste_target"));
+        TextInjector injector(clock, clipboard, keys, access, &front);
+        test::syncWait(injector.inject("Привет, мир"));
+
+        QVERIFY(test::spinUntil([&] { return target.text() == "Привет, мир"; }, 5000));
+        QCOMPARE(target.keys(), QStringLiteral("ctrl+V"));
+        // What another process now reads is the original, type by type, byte for byte.
+        const Types after = target.clipboard();
+        QCOMPARE(after, before);
+    }
+
+    void emptyClipboardKeepsTheTextAndTerminalsGetCtrlShiftV() {
+        Target target("xterm");
+        QVERIFY(target.ready);
+        target.ask("clear-clipboard", "ok");
+        QVERIFY(target.clipboard().isEmpty());
+
+        WallClock clock;
+        SystemClipboard clipboard;
+        X11KeySender keys;
+        SystemInputAccess access(keys);
+        X11FrontmostApp front;
+        TextInjector injector(clock, clipboard, keys, access, &front);
+        test::syncWait(injector.inject("echo диктовка"));
+        QVERIFY(test::spinUntil([&] { return target.keys() == "ctrl+shift+V"; }, 5000));
+        QCOMPARE(target.clipboard().value("text/plain"), QByteArray("echo диктовка"));
+    }
+
+    void deniedAccessLeavesTheClipboardAlone() {
+        Target target;
+        QVERIFY(target.ready);
+        target.setClipboard(kOriginal);
+        const Types before = target.clipboard();
+        WallClock clock;
+        SystemClipboard clipboard;
+        X11KeySender keys;
+        DeniedAccess access;
+        TextInjector injector(clock, clipboard, keys, access);
+        QVERIFY_THROWS_EXCEPTION(TextInjectorError, test::syncWait(injector.inject("не вставится")));
+        QCOMPARE(access.promptCount(), 1);
+        QCOMPARE(target.clipboard(), before);
+        QCOMPARE(target.text(), QString());
+        QCOMPARE(target.keys(), QString());
+    }
+};
+
+int main(int argc, char** argv) {
+    test::XvfbSession xvfb;
+    gXvfb = &xvfb;
+    qputenv("QT_QPA_PLATFORM", xvfb.ok() ? "xcb" : "offscreen");
+    QApplication app(argc, argv);
+    PasteX11Test test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "PasteX11Test.moc"
