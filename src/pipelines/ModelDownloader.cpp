@@ -12,6 +12,10 @@
 
 #include <qcoro/qcorofuture.h>
 
+#ifdef TAMVEX_HAVE_OPENSSL
+#include <openssl/evp.h>
+#endif
+
 #include <algorithm>
 
 namespace tamvex {
@@ -25,6 +29,44 @@ QString megabytes(qint64 bytes) {
     const double mb = double(bytes) / 1e6;
     return QString::number(mb, 'f', mb < 10.0 ? 1 : 0) + QStringLiteral(" MB");
 }
+
+/// Streaming SHA-256. OpenSSL's uses the processor's SHA instructions and is about ten
+/// times faster than Qt's portable code, which a half-gigabyte model makes worth having.
+class Sha256Stream {
+public:
+#ifdef TAMVEX_HAVE_OPENSSL
+    Sha256Stream() : m_ctx(EVP_MD_CTX_new()) {
+        m_ok = m_ctx && EVP_DigestInit_ex(m_ctx, EVP_sha256(), nullptr) == 1;
+    }
+    ~Sha256Stream() {
+        EVP_MD_CTX_free(m_ctx);
+    }
+    void add(const char* data, qint64 size) {
+        m_ok = m_ok && EVP_DigestUpdate(m_ctx, data, size_t(size)) == 1;
+    }
+    std::optional<QByteArray> result() {
+        unsigned char digest[EVP_MAX_MD_SIZE];
+        unsigned int length = 0;
+        if (!m_ok || EVP_DigestFinal_ex(m_ctx, digest, &length) != 1)
+            return std::nullopt;
+        return QByteArray(reinterpret_cast<const char*>(digest), int(length));
+    }
+
+private:
+    EVP_MD_CTX* m_ctx;
+    bool m_ok = false;
+#else
+    void add(const char* data, qint64 size) {
+        m_hash.addData(QByteArrayView(data, size));
+    }
+    std::optional<QByteArray> result() {
+        return m_hash.result();
+    }
+
+private:
+    QCryptographicHash m_hash{QCryptographicHash::Sha256};
+#endif
+};
 
 } // namespace
 
@@ -202,7 +244,7 @@ std::optional<QString> ModelDownloader::sha256HexOfFile(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256Stream hash;
     QByteArray block(digestBlockBytes, Qt::Uninitialized);
     for (;;) {
         const qint64 n = file.read(block.data(), digestBlockBytes);
@@ -210,9 +252,12 @@ std::optional<QString> ModelDownloader::sha256HexOfFile(const QString& path) {
             return std::nullopt;
         if (n == 0)
             break;
-        hash.addData(QByteArrayView(block.constData(), n));
+        hash.add(block.constData(), n);
     }
-    return QString::fromLatin1(hash.result().toHex());
+    const std::optional<QByteArray> digest = hash.result();
+    if (!digest)
+        return std::nullopt;
+    return QString::fromLatin1(digest->toHex());
 }
 
 } // namespace tamvex
