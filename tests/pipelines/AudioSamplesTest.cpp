@@ -2,6 +2,8 @@
 
 #include "pipelines/AudioSamples.h"
 #include "pipelines/WhisperEngineError.h"
+#include "platform/AudioDecoder.h"
+#include "platform/AudioEncoder.h"
 
 #include <QDataStream>
 #include <QFile>
@@ -117,6 +119,23 @@ private slots:
         // Two equal channels are averaged, not summed: the level stays.
         const double ratio = rms(samples, 0, samples.size()) / rms(original, 0, original.size());
         QVERIFY2(ratio > 0.8 && ratio < 1.25, qPrintable(QString::number(ratio)));
+    }
+
+    void recordingsInTheRecordersOwnFormatAreRead() {
+        const QString wav = testData("jfk.wav");
+        if (wav.isEmpty())
+            QSKIP("jfk.wav is missing from ../shared/testdata");
+        // 44.1 kHz mono AAC in .m4a, written by the encoder the recorder uses.
+        QTemporaryDir dir;
+        const QString m4a = dir.filePath("recording.m4a");
+        const std::vector<float> at44k = AudioFileDecoder(wav, AudioFileEncoder::sampleRate).readAll();
+        AudioFileEncoder encoder(m4a);
+        encoder.write(at44k.data(), qsizetype(at44k.size()));
+        encoder.finish();
+        const std::vector<float> original = readAudioSamples(wav);
+        const std::vector<float> samples = readAudioSamples(m4a);
+        QVERIFY2(std::abs(qint64(samples.size()) - 176000) <= 1100, qPrintable(QString::number(samples.size())));
+        QVERIFY(bestCorrelation(original, samples, 1100) > 0.9);
     }
 
     void sixteenKilohertzMonoFloatIsReadBitForBit() {

@@ -41,12 +41,14 @@ private:
     QString speech;
     QString shortSpeech;
 
-    void needEngine() {
+    /// Why the engine can't be tested here, or empty when it can.
+    QString engineMissing() const {
 #ifndef TAMVEX_HAVE_WHISPER
-        QSKIP(kNoEngine);
+        return kNoEngine;
 #endif
         if (model.isEmpty() || speech.isEmpty())
-            QSKIP("needs ../shared/testdata/for-tests-ggml-tiny.bin and jfk.wav");
+            return "needs ../shared/testdata/for-tests-ggml-tiny.bin and jfk.wav";
+        return {};
     }
 
 private slots:
@@ -56,45 +58,6 @@ private slots:
         shortSpeech = testData("speech-ru-16k.wav");
         if (shortSpeech.isEmpty())
             shortSpeech = speech;
-    }
-
-    void threadsLeaveTwoProcessorsAndStopAtEight() {
-        QCOMPARE(whisperThreadCount(1), 1);
-        QCOMPARE(whisperThreadCount(2), 1);
-        QCOMPARE(whisperThreadCount(3), 1);
-        QCOMPARE(whisperThreadCount(5), 3);
-        QCOMPARE(whisperThreadCount(10), 8);
-        QCOMPARE(whisperThreadCount(32), 8);
-    }
-
-    void onlyFilesWithTheGgmlMagicPassAsModels() {
-        QTemporaryDir dir;
-        QString why;
-        QVERIFY(!looksLikeWhisperModel(dir.filePath("missing.bin"), &why));
-        QVERIFY2(why.contains("No such file"), qPrintable(why));
-        QFile bigEndian(dir.filePath("be.bin"));
-        QVERIFY(bigEndian.open(QIODevice::WriteOnly));
-        bigEndian.write("ggml-but-big-endian");
-        bigEndian.close();
-        QVERIFY(!looksLikeWhisperModel(bigEndian.fileName(), &why));
-        QVERIFY2(why.contains("не является моделью whisper.cpp"), qPrintable(why));
-        if (!model.isEmpty())
-            QVERIFY(looksLikeWhisperModel(model));
-    }
-
-    void withoutTheLibraryTheLocalPipelineSaysSoInRussian() {
-#ifdef TAMVEX_HAVE_WHISPER
-        QSKIP("this build has whisper.cpp; the refusal belongs to builds without it");
-#else
-        QVERIFY(!WhisperEngine::isAvailable());
-        QTemporaryDir dir;
-        LocalWhisperEngineCache cache([&](WhisperModel) { return dir.filePath("absent.bin"); });
-        LocalWhisperPipeline pipeline(WhisperModel::largeV3TurboQ5, cache);
-        const auto e = failure(pipeline.process(dir.filePath("audio.m4a")));
-        QVERIFY(e.has_value());
-        QCOMPARE(e->kind(), WhisperEngineError::Kind::engineUnavailable);
-        QVERIFY(e->description().contains("нет локального распознавания"));
-#endif
     }
 
     void parametersAreSetExactlyAndTheRestLeftAlone() {
@@ -132,7 +95,8 @@ private slots:
     }
 
     void testModelLoadsAndRunsOnRealAudioToEmptyText() {
-        needEngine();
+        if (const QString why = engineMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
         LogCapture log;
         auto engine = std::make_shared<WhisperEngine>(model);
         QVERIFY(log.has("Whisper context loaded from " + model));
@@ -152,7 +116,8 @@ private slots:
     }
 
     void callsQueueOnTheEnginesOwnThread() {
-        needEngine();
+        if (const QString why = engineMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
         auto engine = std::make_shared<WhisperEngine>(model);
         // A bad audio file fails, and the engine stays usable for the calls after it.
         QTemporaryDir dir;
@@ -174,7 +139,8 @@ private slots:
     }
 
     void wrongFilesAreRefusedWithoutCrashing() {
-        needEngine();
+        if (const QString why = engineMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
         QTemporaryDir dir;
         auto expectLoadFailure = [](const QString& path, const QString& words) {
             try {
@@ -198,7 +164,8 @@ private slots:
     }
 
     void cacheLoadsOnceAndThePipelineGivesNoUsage() {
-        needEngine();
+        if (const QString why = engineMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
         QTemporaryDir dir;
         QString where = dir.filePath("absent.bin");
         LocalWhisperEngineCache cache([&](WhisperModel m) { return m == WhisperModel::mediumQ5 ? speech : where; });

@@ -1,0 +1,77 @@
+// What holds with or without whisper.cpp: the thread rule, the model file check, and the
+// refusal of a build that has no engine.
+#include "support/TestSupport.h"
+
+#include "pipelines/LocalWhisperEngineCache.h"
+#include "pipelines/LocalWhisperPipeline.h"
+#include "pipelines/WhisperEngine.h"
+#include "pipelines/WhisperEngineError.h"
+
+#include <QFile>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+
+/// The error of a task that should fail, or none when it did not.
+template <class T> std::optional<WhisperEngineError> failure(QCoro::Task<T>&& task) {
+    try {
+        syncWait(std::move(task), 60000);
+    } catch (const WhisperEngineError& e) {
+        return e;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+class WhisperRulesTest : public QObject {
+    Q_OBJECT
+private:
+    QString model = testData("for-tests-ggml-tiny.bin");
+
+private slots:
+    void threadsLeaveTwoProcessorsAndStopAtEight() {
+        QCOMPARE(whisperThreadCount(1), 1);
+        QCOMPARE(whisperThreadCount(2), 1);
+        QCOMPARE(whisperThreadCount(3), 1);
+        QCOMPARE(whisperThreadCount(5), 3);
+        QCOMPARE(whisperThreadCount(10), 8);
+        QCOMPARE(whisperThreadCount(32), 8);
+    }
+
+    void onlyFilesWithTheGgmlMagicPassAsModels() {
+        QTemporaryDir dir;
+        QString why;
+        QVERIFY(!looksLikeWhisperModel(dir.filePath("missing.bin"), &why));
+        QVERIFY2(why.contains("No such file"), qPrintable(why));
+        QFile bigEndian(dir.filePath("be.bin"));
+        QVERIFY(bigEndian.open(QIODevice::WriteOnly));
+        bigEndian.write("ggml-but-big-endian");
+        bigEndian.close();
+        QVERIFY(!looksLikeWhisperModel(bigEndian.fileName(), &why));
+        QVERIFY2(why.contains("не является моделью whisper.cpp"), qPrintable(why));
+        if (!model.isEmpty())
+            QVERIFY(looksLikeWhisperModel(model));
+    }
+
+    void withoutTheLibraryTheLocalPipelineSaysSoInRussian() {
+#ifdef TAMVEX_HAVE_WHISPER
+        QSKIP("this build has whisper.cpp; the refusal belongs to builds without it");
+#else
+        QVERIFY(!WhisperEngine::isAvailable());
+        QTemporaryDir dir;
+        LocalWhisperEngineCache cache([&](WhisperModel) { return dir.filePath("absent.bin"); });
+        LocalWhisperPipeline pipeline(WhisperModel::largeV3TurboQ5, cache);
+        const auto e = failure(pipeline.process(dir.filePath("audio.m4a")));
+        QVERIFY(e.has_value());
+        QCOMPARE(e->kind(), WhisperEngineError::Kind::engineUnavailable);
+        QVERIFY(e->description().contains("нет локального распознавания"));
+#endif
+    }
+};
+
+QTEST_GUILESS_MAIN(WhisperRulesTest)
+#include "WhisperRulesTest.moc"
