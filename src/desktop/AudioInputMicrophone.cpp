@@ -5,12 +5,15 @@
 #include <QAudioSource>
 #include <QIODevice>
 #include <QMediaDevices>
+#include <QTimer>
 
 #include <cstring>
 
 namespace tamvex {
 
 namespace {
+constexpr int pollIntervalMs = 20;
+
 template <class T> T load(const char* at) {
     T value;
     std::memcpy(&value, at, sizeof value); // the sound server's bytes carry no alignment promise
@@ -80,6 +83,12 @@ void MicrophoneInput::start(Sink sink) {
         throw AudioInputError(text);
     }
     QObject::connect(m_io, &QIODevice::readyRead, m_source.get(), [this] { poll(); });
+    // Qt's PulseAudio backend signals readyRead only once per server fragment, which some
+    // sources make seconds long; reading on our own beat keeps the level and the file current.
+    // A real device runs in real time only, so this beat is a Qt timer rather than the Clock.
+    auto* beat = new QTimer(m_source.get());
+    QObject::connect(beat, &QTimer::timeout, m_source.get(), [this] { poll(); });
+    beat->start(pollIntervalMs);
     QObject::connect(m_source.get(), &QAudioSource::stateChanged, m_source.get(), [this](QAudio::State state) {
         // A microphone unplugged mid-sentence: the recording keeps what it has.
         if (state == QAudio::StoppedState && m_source && m_source->error() != QAudio::NoError && !m_reportedFailure) {
@@ -90,7 +99,11 @@ void MicrophoneInput::start(Sink sink) {
 }
 
 void MicrophoneInput::poll() {
-    if (!m_io || !m_sink)
+    if (!m_io || !m_sink || !m_source)
+        return;
+    // Reading a stream that the server has dropped aborts inside libpulse.
+    const QAudio::State state = m_source->state();
+    if ((state != QAudio::ActiveState && state != QAudio::IdleState) || m_source->error() == QAudio::FatalError)
         return;
     const QByteArray data = m_io->readAll();
     if (data.isEmpty())

@@ -6,6 +6,7 @@
 #include <QAudioFormat>
 #include <QByteArray>
 #include <QList>
+#include <QPointer>
 
 #include <memory>
 #include <vector>
@@ -46,7 +47,7 @@ private:
     QAudioDevice m_device;
     QAudioFormat m_format;
     std::unique_ptr<QAudioSource> m_source;
-    QIODevice* m_io = nullptr;
+    QPointer<QIODevice> m_io; // Qt deletes it when the sound server goes away
     Sink m_sink;
     QByteArray m_carry; // a partial frame left from the last read
     std::vector<float> m_samples;
