@@ -1,0 +1,87 @@
+#include "desktop/AudioTestSupport.h"
+#include "support/TestSupport.h"
+
+#include "cli/MicTest.h"
+#include "platform/AudioDecoder.h"
+
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+/// `tamvex mic-test` end to end on the wall clock, with files standing in for the microphone.
+class MicTestCliTest : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_dir;
+
+    struct Run {
+        int code;
+        QString out;
+        QString err;
+    };
+    Run run(const QStringList& args) {
+        QString out, err;
+        QTextStream outStream(&out), errStream(&err);
+        const int code = runMicTest(args, outStream, errStream);
+        return {code, out, err};
+    }
+
+private slots:
+    void initTestCase() {
+        // The recorder writes into the system's temporary folder: make it ours.
+        qputenv("TMPDIR", m_dir.path().toLocal8Bit());
+        QVERIFY(writeWav(m_dir.filePath("loud.wav"), sine(300, 0.42, 5.0, 16000), 16000, 1));
+        QVERIFY(writeWav(m_dir.filePath("quiet.wav"), sine(300, 0.0045, 5.0, 48000), 48000, 1));
+    }
+
+    void aLoudRecordingIsKeptAndReportedAsJson() {
+        const Run r = run({"--seconds", "1.5", "--audio-input", m_dir.filePath("loud.wav"), "--json"});
+        QCOMPARE(r.code, 0);
+        QJsonParseError parseError;
+        const QJsonObject report = QJsonDocument::fromJson(r.out.toUtf8(), &parseError).object();
+        QVERIFY2(parseError.error == QJsonParseError::NoError, qPrintable(r.out));
+        const double duration = report["duration_sec"].toDouble();
+        QVERIFY2(duration >= 1.5 && duration < 2.5, qPrintable(r.out));
+        QVERIFY2(std::abs(report["peak_db"].toDouble() - toDb(0.42 / std::sqrt(2.0))) < 1.0, qPrintable(r.out));
+        QCOMPARE(report["dropped"].toBool(), false);
+        QCOMPARE(report["message"].toString(), QString());
+        const QString file = report["file"].toString();
+        QVERIFY2(QFileInfo(file).fileName().startsWith("sorvel-") && QFileInfo(file).dir() == QDir(m_dir.path()),
+                 qPrintable(file));
+        QCOMPARE(report["size_bytes"].toInteger(), QFileInfo(file).size());
+        const double fileSeconds = AudioFileDecoder(file, 0).durationSeconds();
+        QVERIFY2(std::abs(fileSeconds - duration) < 0.1, qPrintable(QString::number(fileSeconds)));
+    }
+
+    void aQuietRecordingShowsTheRuleAndTheMessage() {
+        const Run r = run({"--audio-input", m_dir.filePath("quiet.wav"), "--seconds", "1.3"});
+        QCOMPARE(r.code, 0);
+        const auto peak = QRegularExpression("Пик: (-[0-9]+\\.[0-9]) дБ").match(r.out);
+        QVERIFY2(peak.hasMatch() && std::abs(peak.captured(1).toDouble() - toDb(0.0045 / std::sqrt(2.0))) < 1.0,
+                 qPrintable(r.out));
+        QVERIFY2(r.out.contains("Итог: запись была бы отброшена (quiet, suspicious): «Слишком тихо — говори ближе к микрофону»"),
+                 qPrintable(r.out));
+        QVERIFY(r.out.startsWith("Файл: " + m_dir.path()));
+    }
+
+    void wrongCommandLinesAndMissingFilesFailClearly() {
+        for (const QStringList& args : {QStringList{"--seconds", "abc"}, QStringList{"--seconds", "0"},
+                                        QStringList{"--seconds"}, QStringList{"--loud"}}) {
+            const Run r = run(args);
+            QCOMPARE(r.code, 2);
+            QVERIFY2(r.err.startsWith("mic-test: ") && r.err.contains("Использование: tamvex mic-test"), qPrintable(r.err));
+            QVERIFY(r.out.isEmpty());
+        }
+        const Run missing = run({"--audio-input", m_dir.filePath("absent.wav"), "--seconds", "0.2"});
+        QCOMPARE(missing.code, 1);
+        QVERIFY2(missing.err.startsWith("Не удалось начать запись: Не удалось начать запись: не удалось прочитать звуковой файл"),
+                 qPrintable(missing.err));
+    }
+};
+
+QTEST_GUILESS_MAIN(MicTestCliTest)
+#include "MicTestCliTest.moc"
