@@ -3,10 +3,12 @@
 #include "pipelines/LocalWhisperPipeline.h"
 #include "pipelines/ModelDownloader.h"
 #include "pipelines/WhisperEngine.h"
+#include "pipelines/WhisperEngineError.h"
 #include "platform/Error.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
@@ -17,6 +19,8 @@
 #include <csignal>
 #include <exception>
 #include <optional>
+
+#include <unistd.h>
 
 namespace tamvex {
 
@@ -66,24 +70,45 @@ int status(ModelDownloader& downloader, WhisperModel model, bool json, QTextStre
     return 0;
 }
 
+/// True when `stream` writes to a terminal, where a bar can redraw itself in place.
+bool isTerminal(QTextStream& stream) {
+    const auto* file = qobject_cast<QFile*>(stream.device());
+    return file && file->handle() >= 0 && ::isatty(file->handle());
+}
+
 int download(ModelDownloader& downloader, WhisperModel model, bool json, QTextStream& out, QTextStream& err) {
     const qint64 expected = downloader.descriptor(model).expectedBytes;
+    const bool terminal = isTerminal(err);
     QEventLoop loop;
-    int lastPermille = -1;
-    bool barShown = false;
+    int lastStep = -1;
+    bool lineOpen = false;
+    bool started = false; // the first bar waits for the "started" log line
+    auto closeLine = [&] {
+        if (lineOpen)
+            err << "\n";
+        lineOpen = false;
+    };
     auto show = [&](const ModelDownloadState& s) {
-        if (json)
+        if (json || !started)
             return;
         if (s.kind() == ModelDownloadState::Kind::downloading) {
-            const int permille = int(s.progress() * 1000);
-            if (permille == lastPermille)
+            // A terminal redraws one line per 0.1 %; a log file gets a line per 10 %.
+            const int step = int(s.progress() * (terminal ? 1000 : 10));
+            if (step == lastStep)
                 return;
-            lastPermille = permille;
-            err << "\r" << modelProgressLine(s.progress(), expected) << Qt::flush;
-            barShown = true;
+            lastStep = step;
+            if (terminal) {
+                err << "\r" << modelProgressLine(s.progress(), expected);
+                lineOpen = true;
+            } else {
+                err << modelProgressLine(s.progress(), expected) << "\n";
+            }
+            if (s.progress() >= 1.0)
+                closeLine();
+            err << Qt::flush;
         } else if (s.kind() == ModelDownloadState::Kind::verifying) {
-            err << (barShown ? "\n" : "") << "Проверяю контрольную сумму…\n" << Qt::flush;
-            barShown = false;
+            closeLine();
+            err << "Проверяю контрольную сумму…\n" << Qt::flush;
         }
     };
     auto finished = [](const ModelDownloadState& s) {
@@ -106,14 +131,14 @@ int download(ModelDownloader& downloader, WhisperModel model, bool json, QTextSt
     });
     poll.start(100);
     downloader.download(model);
+    started = true;
     show(downloader.state());
     if (!finished(downloader.state()))
         loop.exec();
     poll.stop();
     std::signal(SIGINT, previous);
     QObject::disconnect(watch);
-    if (barShown)
-        err << "\n";
+    closeLine();
 
     const ModelDownloadState s = downloader.state();
     const QString path = downloader.localURL(model);
@@ -271,6 +296,11 @@ int runTranscribeLocal(const QStringList& args, QTextStream& out, QTextStream& e
         const SpeechResult result = runToEnd(task);
         out << result.text << "\n";
         return 0;
+    } catch (const WhisperEngineError& e) {
+        err << e.description() << "\n";
+        if (e.kind() == WhisperEngineError::Kind::modelNotLoaded)
+            err << "Загрузи её: tamvex model download (или укажи файл: --model ПУТЬ)\n";
+        return 1;
     } catch (const std::exception& e) {
         err << describeError(e) << "\n";
         return 1;
