@@ -6,6 +6,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/dict.h>
 }
 
 #include <algorithm>
@@ -64,7 +65,12 @@ struct AudioFileEncoder::Impl {
         av_channel_layout_default(&codec->ch_layout, 1);
         if (format->oformat->flags & AVFMT_GLOBALHEADER)
             codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        rc = avcodec_open2(codec, aac, nullptr);
+        // The default "twoloop" coder searches far harder than speech at 64 kbit/s repays:
+        // "fast" encodes a minute in about a quarter of the time.
+        AVDictionary* options = nullptr;
+        av_dict_set(&options, "aac_coder", "fast", 0);
+        rc = avcodec_open2(codec, aac, &options);
+        av_dict_free(&options);
         if (rc < 0)
             throw error(QStringLiteral("AAC settings rejected for"), rc);
         rc = avcodec_parameters_from_context(stream->codecpar, codec);
