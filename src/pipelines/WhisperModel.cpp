@@ -2,26 +2,51 @@
 
 #include "pipelines/ServiceHosts.h"
 
+#include <array>
+
 namespace tamvex::whisperModels {
 
+namespace {
+
+struct Row {
+    WhisperModel model;
+    const char* rawValue;
+    qint64 expectedBytes;
+    const char* expectedSHA256;
+};
+
+// One row per model, in declared order.
+constexpr std::array<Row, 2> kRows{{
+    {WhisperModel::largeV3TurboQ5, "ggml-large-v3-turbo-q5_0", 574041195,
+     "394221709cd5ad1f40c46e6031ca61bce88931e6e088c188294c6d5a55ffa7e2"},
+    {WhisperModel::mediumQ5, "ggml-medium-q5_0", 539212467,
+     "19fea4b380c3a618ec4723c3eef2eb785ffba0d0538cf43f8f235e7b3b34220f"},
+}};
+
+const Row& row(WhisperModel model) {
+    for (const Row& r : kRows)
+        if (r.model == model)
+            return r;
+    return kRows[0];
+}
+
+} // namespace
+
 QList<WhisperModel> all() {
-    return {WhisperModel::largeV3TurboQ5, WhisperModel::mediumQ5};
+    QList<WhisperModel> models;
+    for (const Row& r : kRows)
+        models.append(r.model);
+    return models;
 }
 
 QString rawValue(WhisperModel model) {
-    switch (model) {
-    case WhisperModel::largeV3TurboQ5:
-        return QStringLiteral("ggml-large-v3-turbo-q5_0");
-    case WhisperModel::mediumQ5:
-        return QStringLiteral("ggml-medium-q5_0");
-    }
-    return {};
+    return QString::fromLatin1(row(model).rawValue);
 }
 
 std::optional<WhisperModel> fromRawValue(const QString& raw) {
-    for (WhisperModel m : all())
-        if (rawValue(m) == raw)
-            return m;
+    for (const Row& r : kRows)
+        if (raw == QLatin1String(r.rawValue))
+            return r.model;
     return std::nullopt;
 }
 
@@ -30,23 +55,11 @@ QString fileName(WhisperModel model) {
 }
 
 qint64 expectedBytes(WhisperModel model) {
-    switch (model) {
-    case WhisperModel::largeV3TurboQ5:
-        return 574041195;
-    case WhisperModel::mediumQ5:
-        return 539212467;
-    }
-    return 0;
+    return row(model).expectedBytes;
 }
 
 QString expectedSHA256(WhisperModel model) {
-    switch (model) {
-    case WhisperModel::largeV3TurboQ5:
-        return QStringLiteral("394221709cd5ad1f40c46e6031ca61bce88931e6e088c188294c6d5a55ffa7e2");
-    case WhisperModel::mediumQ5:
-        return QStringLiteral("19fea4b380c3a618ec4723c3eef2eb785ffba0d0538cf43f8f235e7b3b34220f");
-    }
-    return {};
+    return QString::fromLatin1(row(model).expectedSHA256);
 }
 
 QUrl downloadURL(WhisperModel model) {

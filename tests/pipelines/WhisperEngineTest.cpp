@@ -1,3 +1,4 @@
+#include "WhisperTestSupport.h"
 #include "support/TestSupport.h"
 
 #include "pipelines/LocalWhisperEngineCache.h"
@@ -21,16 +22,6 @@ using namespace tamvex::test;
 namespace {
 
 constexpr const char* kNoEngine = "this build has no whisper.cpp (configure with -DCMAKE_PREFIX_PATH=<its prefix>)";
-
-/// The error of a task that should fail, or none when it did not.
-template <class T> std::optional<WhisperEngineError> failure(QCoro::Task<T>&& task) {
-    try {
-        syncWait(std::move(task), 60000);
-    } catch (const WhisperEngineError& e) {
-        return e;
-    }
-    return std::nullopt;
-}
 
 } // namespace
 
@@ -121,7 +112,7 @@ private slots:
         auto engine = std::make_shared<WhisperEngine>(model);
         // A bad audio file fails, and the engine stays usable for the calls after it.
         QTemporaryDir dir;
-        const auto e = failure(engine->transcribe(dir.filePath("missing.m4a")));
+        const auto e = engineFailure(engine->transcribe(dir.filePath("missing.m4a")));
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::audioReadFailed);
         QStringList order;
         auto run = [&](QString name) -> QCoro::Task<void> {
@@ -170,7 +161,7 @@ private slots:
         QString where = dir.filePath("absent.bin");
         LocalWhisperEngineCache cache([&](WhisperModel m) { return m == WhisperModel::mediumQ5 ? speech : where; });
 
-        auto e = failure(cache.engine(WhisperModel::largeV3TurboQ5));
+        auto e = engineFailure(cache.engine(WhisperModel::largeV3TurboQ5));
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::modelNotLoaded);
         QCOMPARE(e->description(), QString("Локальная модель не загружена"));
 
@@ -182,7 +173,7 @@ private slots:
         QCOMPARE(log.lines().filter("Whisper context loaded from").size(), 1);
 
         // A model that fails to load leaves the loaded one in place.
-        e = failure(cache.engine(WhisperModel::mediumQ5));
+        e = engineFailure(cache.engine(WhisperModel::mediumQ5));
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::modelLoadFailed);
         QCOMPARE(syncWait(cache.engine(WhisperModel::largeV3TurboQ5)), first);
         QCOMPARE(log.lines().filter("Whisper context loaded from").size(), 1);

@@ -1,5 +1,6 @@
 // What holds with or without whisper.cpp: the thread rule, the model file check, and the
 // refusal of a build that has no engine.
+#include "WhisperTestSupport.h"
 #include "support/TestSupport.h"
 
 #include "pipelines/LocalWhisperEngineCache.h"
@@ -12,20 +13,6 @@
 
 using namespace tamvex;
 using namespace tamvex::test;
-
-namespace {
-
-/// The error of a task that should fail, or none when it did not.
-template <class T> std::optional<WhisperEngineError> failure(QCoro::Task<T>&& task) {
-    try {
-        syncWait(std::move(task), 60000);
-    } catch (const WhisperEngineError& e) {
-        return e;
-    }
-    return std::nullopt;
-}
-
-} // namespace
 
 class WhisperRulesTest : public QObject {
     Q_OBJECT
@@ -65,7 +52,7 @@ private slots:
         QTemporaryDir dir;
         LocalWhisperEngineCache cache([&](WhisperModel) { return dir.filePath("absent.bin"); });
         LocalWhisperPipeline pipeline(WhisperModel::largeV3TurboQ5, cache);
-        const auto e = failure(pipeline.process(dir.filePath("audio.m4a")));
+        const auto e = engineFailure(pipeline.process(dir.filePath("audio.m4a")));
         QVERIFY(e.has_value());
         QCOMPARE(e->kind(), WhisperEngineError::Kind::engineUnavailable);
         QVERIFY(e->description().contains("нет локального распознавания"));
