@@ -29,7 +29,11 @@ KeyInput::KeyInput(KeyboardShortcuts::ShortcutRegistry& shortcuts, std::vector<s
     connect(this, &KeyInput::keyEvent, &m_shortcuts, &KeyboardShortcuts::ShortcutRegistry::handleKeyEvent);
 }
 
-KeyInput::~KeyInput() = default;
+KeyInput::~KeyInput() {
+    // Sources announce their devices going away as they stop; not to a half-destroyed hub.
+    for (const auto& source : m_sources)
+        source->disconnect(this);
+}
 
 std::unique_ptr<KeyInput> KeyInput::createForSession(KeyboardShortcuts::ShortcutRegistry& shortcuts) {
     std::vector<std::unique_ptr<KeySource>> sources;

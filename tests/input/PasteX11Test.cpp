@@ -1,6 +1,13 @@
 // The real paste under a private X server: XTest keys, the X11 clipboard between two
 // processes, and the focused window's WM_CLASS.
+#include "InputTestSupport.h"
+#include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "XvfbSession.h"
+#include "desktop/EvdevKeySource.h"
+#include "desktop/HotkeyManager.h"
+#include "desktop/KeyInput.h"
+#include "desktop/X11KeySource.h"
+#include "shell/SettingsStore.h"
 #include "desktop/TextInjector.h"
 #include "desktop/X11Session.h"
 #include "platform/Clipboard.h"
@@ -171,6 +178,34 @@ private slots:
         QCOMPARE(target.clipboard(), before);
         QCOMPARE(target.text(), QString());
         QCOMPARE(target.keys(), QString());
+    }
+
+    void withoutKeyboardAccessTheX11SourceDrivesTheCoordinator() {
+        test::CoordinatorRig rig;
+        KeyboardShortcuts::ShortcutRegistry registry(*rig.fixture.env.defaults);
+        QTemporaryDir noKeyboards;
+        std::vector<std::unique_ptr<KeySource>> sources;
+        sources.push_back(std::make_unique<EvdevKeySource>(noKeyboards.path()));
+        sources.push_back(std::make_unique<X11KeySource>());
+        KeyInput input(registry, std::move(sources));
+        HotkeyManager manager(*rig.coordinator, rig.fixture.state->settings(), input, registry);
+        rig.fixture.state->settings().setUseFnHotkey(false);
+        registry.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative,
+                               KeyboardShortcuts::Shortcut{0x09, KeyboardShortcuts::CarbonModifier::control});
+        test::LogCapture log;
+        manager.start();
+        QCOMPARE(input.activeSource(), KeyInput::Source::x11);
+        QVERIFY(!input.functionKeyAvailable());
+        QVERIFY(log.hasPrefix("No keyboard found under"));
+        QVERIFY(log.hasPrefix("Key source: X11"));
+
+        // Real key events through the X server: Ctrl+V pressed and released by XTest.
+        X11KeySender keys;
+        QVERIFY(keys.sendPaste(PasteChord::ctrlV));
+        QVERIFY(test::spinUntil([&] { return rig.recording(); }, 5000));
+        QVERIFY(test::spinUntil([&] { return rig.coordinator->currentMode() ==
+                                                 std::optional(RecordingCoordinator::Mode::awaitingDoubleTap); },
+                                5000));
     }
 };
 
