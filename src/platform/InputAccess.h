@@ -12,11 +12,14 @@ class KeySender;
 class InputAccess : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool trusted READ isTrusted NOTIFY changed)
+    Q_PROPERTY(bool keyboardsReadable READ keyboardsReadable NOTIFY changed)
 public:
     using QObject::QObject;
 
     /// True when synthetic keys reach other applications.
     virtual bool isTrusted() const = 0;
+    /// True when the keyboards can be read, so FN hold-to-talk works (the `input` group).
+    virtual bool keyboardsReadable() const { return true; }
     /// Shows the explanation of how to grant access (promptRequested); counts the prompts.
     void prompt();
     /// How many times the prompt was shown.
@@ -40,6 +43,7 @@ public:
     /// Asks `keys` whether it can send.
     explicit SystemInputAccess(const KeySender& keys, QObject* parent = nullptr);
     bool isTrusted() const override;
+    bool keyboardsReadable() const override { return canReadKeyboards(); }
     /// True when some keyboard under /dev/input can be read (for FN hold-to-talk).
     static bool canReadKeyboards(const QString& directory = QStringLiteral("/dev/input"));
 
