@@ -20,9 +20,10 @@ QString InputAccess::explanation() {
     return QStringLiteral(
         "Tamvex нужен доступ к клавиатуре, чтобы слышать клавишу диктовки и вставлять текст.\n\n"
         "1. Добавь себя в группу input:  sudo usermod -aG input $USER\n"
-        "2. Установи правило udev для /dev/uinput:\n"
-        "   sudo cp /usr/share/tamvex/60-tamvex-uinput.rules /etc/udev/rules.d/\n"
-        "   sudo udevadm control --reload && sudo udevadm trigger /dev/uinput\n"
+        "2. Установи правило udev для /dev/uinput (файл 60-tamvex-uinput.rules лежит в share/tamvex "
+        "установки или в packaging/ исходников):\n"
+        "   sudo cp 60-tamvex-uinput.rules /etc/udev/rules.d/ && sudo modprobe uinput\n"
+        "   sudo udevadm control --reload && sudo udevadm trigger --sysname-match=uinput\n"
         "3. Выйди из системы и войди снова.\n\n"
         "На X11 вставка работает и без этого; на Wayland без доступа можно назначить "
         "команду «tamvex ctl toggle» на сочетание клавиш в настройках рабочего стола.");

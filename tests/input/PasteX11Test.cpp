@@ -129,7 +129,7 @@ private slots:
         for (auto it = kOriginal.begin(); it != kOriginal.end(); ++it)
             QCOMPARE(before.value(it.key()), it.value());
 
-        WallClock clock;
+        ManualClock clock;
         SystemClipboard clipboard;
         X11KeySender keys;
         QVERIFY(keys.isAvailable());
@@ -137,10 +137,12 @@ private slots:
         X11FrontmostApp front;
         QCOMPARE(front.focusedWindow()->instanceName, QStringLiteral("input_paste_target"));
         TextInjector injector(clock, clipboard, keys, access, &front);
-        test::syncWait(injector.inject("Привет, мир"));
-
+        // Virtual time: the restore waits until the target has pasted, however slow the machine.
+        auto inject = injector.inject("Привет, мир");
         QVERIFY(test::spinUntil([&] { return target.text() == "Привет, мир"; }, 5000));
         QCOMPARE(target.keys(), QStringLiteral("ctrl+V"));
+        clock.advance(TextInjector::restoreDelaySec);
+        test::syncWait(std::move(inject));
         // What another process now reads is the original, type by type, byte for byte.
         const Types after = target.clipboard();
         QCOMPARE(after, before);
@@ -152,14 +154,16 @@ private slots:
         target.ask("clear-clipboard", "ok");
         QVERIFY(target.clipboard().isEmpty());
 
-        WallClock clock;
+        ManualClock clock;
         SystemClipboard clipboard;
         X11KeySender keys;
         SystemInputAccess access(keys);
         X11FrontmostApp front;
         TextInjector injector(clock, clipboard, keys, access, &front);
-        test::syncWait(injector.inject("echo диктовка"));
+        auto inject = injector.inject("echo диктовка");
         QVERIFY(test::spinUntil([&] { return target.keys() == "ctrl+shift+V"; }, 5000));
+        clock.advance(TextInjector::restoreDelaySec);
+        test::syncWait(std::move(inject));
         QCOMPARE(target.clipboard().value("text/plain"), QByteArray("echo диктовка"));
     }
 
