@@ -29,6 +29,8 @@ public:
 
     /// One key event of `device`.
     void key(int device, int code, int value) { emit inputEvent(device, EV_KEY, code, value); }
+    /// Any input event of `device`, as read from its node.
+    void event(int device, int type, int code, int value) { emit inputEvent(device, type, code, value); }
     void unplug(int device) { emit deviceRemoved(device); }
     void setAvailable(bool available) {
         m_available = available;

@@ -7,6 +7,8 @@
 #include "shell/SettingsStore.h"
 
 #include <QFile>
+
+#include <linux/input.h>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -94,6 +96,42 @@ private slots:
         rig.monitor->handleFlagsChanged(kFn);
         rig.monitor->handleFlagsChanged(kFn | EventFlag::control);
         QCOMPARE(rig.edges, (QStringList{"down", "up", "down"}));
+    }
+
+    void kernelEventSequences() {
+        // What a keyboard's node gives: scan code, key, report; FN pressed amid Ctrl and
+        // with autorepeat, as the kernel writes struct input_event.
+        InputRig rig;
+        rig.input->start();
+        rig.monitor->start();
+        QList<std::pair<int, quint64>> keys;
+        connect(rig.input.get(), &KeyInput::keyEvent, this,
+                [&](int code, int value, quint64 flags) { keys.append({code * 10 + value, flags}); });
+        auto frame = [](int code, int value) {
+            return std::vector<input_event>{{{}, EV_MSC, MSC_SCAN, 0x70000 + code},
+                                            {{}, EV_KEY, quint16(code), value},
+                                            {{}, EV_SYN, SYN_REPORT, 0}};
+        };
+        std::vector<input_event> events;
+        for (auto [code, value] : {std::pair{KEY_LEFTCTRL, 1}, {KEY_FN, 1}, {KEY_FN, 2}, {KEY_FN, 2},
+                                   {KEY_LEFTCTRL, 0}, {KEY_FN, 0}}) {
+            const auto part = frame(code, value);
+            events.insert(events.end(), part.begin(), part.end());
+        }
+        events.push_back({{}, EV_SYN, SYN_DROPPED, 0});
+        for (const input_event& event : events)
+            rig.source->event(1, event.type, event.code, event.value);
+        QCOMPARE(rig.edges, (QStringList{"down", "up"}));
+        // Ctrl down, FN down with Ctrl held, two repeats, Ctrl up with FN held, FN up.
+        const QList<std::pair<int, quint64>> expected{
+            {KEY_LEFTCTRL * 10 + 1, 0},
+            {KEY_FN * 10 + 1, EventFlag::control},
+            {KEY_FN * 10 + 2, EventFlag::control | kFn},
+            {KEY_FN * 10 + 2, EventFlag::control | kFn},
+            {KEY_LEFTCTRL * 10 + 0, kFn},
+            {KEY_FN * 10 + 0, 0},
+        };
+        QCOMPARE(keys, expected);
     }
 
     void unpluggedKeyboardReleasesFn() {
