@@ -86,22 +86,23 @@ void ShortcutRegistry::handleKeyEvent(int evdevCode, int value, quint64 modifier
     const auto keyCode = keyCodeFromEvdev(evdevCode);
     if (!keyCode)
         return;
+    // Decide first, fire after: a handler may store a new shortcut and change the table.
+    QList<std::pair<QString, EventType>> edges;
     for (auto it = m_registered.cbegin(); it != m_registered.cend(); ++it) {
         if (it->carbonKeyCode != *keyCode)
             continue;
         if (value == 1 && !m_down.contains(it.key()) && (modifierFlags & kMatchedFlags) == it->eventFlags())
-            fire(it.key(), EventType::keyDown);
+            edges.append({it.key(), EventType::keyDown});
         else if (value == 0 && m_down.contains(it.key()))
-            fire(it.key(), EventType::keyUp);
+            edges.append({it.key(), EventType::keyUp});
     }
+    for (const auto& [rawName, type] : edges)
+        fire(rawName, type);
 }
 
 void ShortcutRegistry::handleExternalEdge(const QString& rawName, EventType type) {
-    if (m_paused || !m_handlers.contains(rawName))
-        return;
-    if ((type == EventType::keyDown) == m_down.contains(rawName))
-        return; // one edge per real change
-    fire(rawName, type);
+    if (!m_paused && m_handlers.contains(rawName))
+        fire(rawName, type);
 }
 
 void ShortcutRegistry::releaseAll() {
@@ -111,6 +112,8 @@ void ShortcutRegistry::releaseAll() {
 }
 
 void ShortcutRegistry::fire(const QString& rawName, EventType type) {
+    if ((type == EventType::keyDown) == m_down.contains(rawName))
+        return; // one edge per real change
     if (type == EventType::keyDown)
         m_down.insert(rawName);
     else
