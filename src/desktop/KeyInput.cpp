@@ -88,8 +88,9 @@ void KeyInput::choose() {
         kind = next->name() == QLatin1String("evdev") ? Source::evdev : Source::x11;
     else if (m_portal)
         kind = Source::portal;
-    if (next == m_current && kind == m_active)
+    if (m_chosen && next == m_current && kind == m_active)
         return;
+    m_chosen = true;
     // Keys held on the old source are let go, so no shortcut or FN stays down.
     m_current = nullptr;
     deliver(m_state.clear());

@@ -69,6 +69,7 @@ private:
     Source m_active = Source::none;
     KeyboardState m_state;
     bool m_started = false;
+    bool m_chosen = false; // the first choice is logged even when it is "none"
     bool m_noKeysLogged = false;
 };
 

@@ -3,6 +3,9 @@
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "cli/CtlCommand.h"
 #include "desktop/ControlService.h"
+#include "desktop/DesktopIntegration.h"
+#include "desktop/HotkeyManager.h"
+#include "desktop/KeyInput.h"
 #include "desktop/PortalShortcuts.h"
 
 #include <QDBusArgument>
@@ -133,6 +136,25 @@ private slots:
         rig.fixture.clock.advance(1.0);
         QCOMPARE(runClient({"ctl", "release"}).code, 0);
         QVERIFY(!rig.coordinator->currentMode());
+    }
+
+    void theApplicationsDesktopSideStarts() {
+        // As the application builds it: the name on the bus, the hotkeys in FN mode, and a
+        // key source (or "none") chosen and logged, whatever this machine offers.
+        test::CoordinatorRig rig;
+        test::LogCapture log;
+        {
+            DesktopIntegration desktop(*rig.coordinator, rig.fixture.state->settings(), *rig.fixture.env.defaults);
+            desktop.start();
+            QVERIFY(desktop.hotkeys().alternativeWired());
+            QVERIFY(desktop.hotkeys().fnMonitor().isEnabled());
+            QVERIFY(log.has("Hotkey mode: FN"));
+            QVERIFY(log.hasPrefix("Key source: "));
+            QCOMPARE(runClient({"ctl", "toggle"}).code, 0);
+            QVERIFY(rig.recording());
+        }
+        // Gone with its owner: the name is free again.
+        QCOMPARE(runClient({"ctl", "toggle"}).code, 1);
     }
 
     void secondStartHandsOverItsArguments() {
