@@ -1,6 +1,8 @@
 #include "cli/CommandLine.h"
 
 #include "cli/HistoryCommands.h"
+#include "cli/MicTest.h"
+#include "cli/ModelCommands.h"
 #include "cli/SettingsCommands.h"
 
 #include <QFileInfo>
@@ -21,7 +23,11 @@ const char* kHelp =
     "  tamvex mic-test [--seconds N] [--audio-input ФАЙЛ] [--json]\n"
     "                                       проверить запись: длительность, пик, отбросится ли\n"
     "  tamvex history list [--limit N] [--json] | show ID [--json] | export --json\n"
-    "  tamvex insights [--json] [--recompute]\n";
+    "  tamvex insights [--json] [--recompute]\n"
+    "  tamvex model status|download|verify|delete [--json]\n"
+    "                                       локальная модель whisper\n"
+    "  tamvex transcribe-local ФАЙЛ [--model ПУТЬ]\n"
+    "                                       распознать файл локально\n";
 } // namespace
 
 int runCommandLine(const QStringList& args, CommandLineRequest& request) {
@@ -44,6 +50,12 @@ int runCommandLine(const QStringList& args, CommandLineRequest& request) {
         return runHistoryCommand(rest, out, err);
     if (command == "insights")
         return runInsightsCommand(rest, out, err);
+    if (command == "mic-test")
+        return runMicTest(rest, out, err);
+    if (command == "model")
+        return runModelCommand(rest, out, err);
+    if (command == "transcribe-local")
+        return runTranscribeLocal(rest, out, err);
 
     // No subcommand: the application, with its own options.
     for (int i = 0; i < args.size(); ++i) {

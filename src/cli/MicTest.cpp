@@ -135,7 +135,7 @@ int runMicTest(const QStringList& args, QTextStream& out, QTextStream& err) {
             {"file", result.url},
             {"size_bytes", size},
             {"duration_sec", std::round(result.duration * 100.0) / 100.0},
-            {"peak_db", double(std::round(result.peakPower * 10.0f) / 10.0f)},
+            {"peak_db", std::round(double(result.peakPower) * 10.0) / 10.0},
             {"dropped", verdict.dropped()},
             {"reason_short", verdict.isShort},
             {"reason_quiet", verdict.isQuiet},

@@ -1,5 +1,7 @@
 #include "core/AppDelegate.h"
 
+#include "account/AnalyticsService.h"
+#include "account/Network.h"
 #include "core/AppState.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
@@ -9,6 +11,8 @@
 #include "platform/Log.h"
 #include "platform/LoginItem.h"
 #include "platform/Paths.h"
+#include "pipelines/BackendSelector.h"
+#include "pipelines/ServiceHosts.h"
 #include "platform/Sounds.h"
 #include "shell/SettingsStore.h"
 
@@ -34,17 +38,28 @@ AppDelegate::AppDelegate(QString audioInputFile, QObject* parent)
         input = [&clock, file = m_audioInputFile] { return std::make_unique<FileAudioInput>(clock, file, 1.0); };
     m_appState = std::make_unique<AppState>(
         AppEnvironment{*m_clock, *m_defaults, paths, *m_sounds, *m_loginItem, std::move(input)});
+    m_backendSelector = std::make_unique<BackendSelector>(*m_defaults, *m_clock, sharedNetworkManager(),
+                                                          ServiceHosts::configured());
+    BackendSelector::setShared(m_backendSelector.get());
 }
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate() {
+    // The process-wide services must not outlive what they point at.
+    AnalyticsService::shared().unconfigure();
+    BackendSelector::setShared(nullptr);
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
     logInfo("App launched");
+    AnalyticsService::shared().configure(*m_defaults, sharedNetworkManager(), *m_clock,
+                                         ServiceHosts::configured().main);
+    AnalyticsService::shared().setAccount(&m_appState->account());
     if (!m_audioInputFile.isEmpty())
         logInfo("Audio input: " + m_audioInputFile + " instead of the microphone");
     m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState);
     buildTray();
     m_appState->settings().syncLaunchAtLogin();
+    m_backendSelector->startRefresh();
 }
 
 void AppDelegate::buildTray() {

@@ -11,6 +11,7 @@ class QSystemTrayIcon;
 namespace tamvex {
 
 class AppState;
+class BackendSelector;
 class Clock;
 class Defaults;
 class LoginItem;
@@ -41,6 +42,7 @@ private:
     std::unique_ptr<ResourceSounds> m_sounds;
     std::unique_ptr<LoginItem> m_loginItem;
     std::unique_ptr<AppState> m_appState;
+    std::unique_ptr<BackendSelector> m_backendSelector;
     std::unique_ptr<RecordingCoordinator> m_coordinator;
     std::unique_ptr<QMenu> m_trayMenu;
     std::unique_ptr<QSystemTrayIcon> m_tray;

@@ -1,7 +1,11 @@
 #include "core/AppState.h"
 
+#include "account/AccountStore.h"
+#include "account/Network.h"
+#include "account/SorvelAPI.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
+#include "pipelines/ServiceHosts.h"
 #include "shell/SettingsStore.h"
 
 #include <QPointer>
@@ -59,12 +63,18 @@ AppState::AppState(AppEnvironment environment, QObject* parent) : QObject(parent
     m_settings = std::make_unique<SettingsStore>(m_env.defaults, m_env.clock, m_env.loginItem);
     m_history = std::make_unique<HistoryStore>(m_env.paths, m_env.clock);
     m_history->init();
+    m_api = std::make_unique<SorvelAPI>(sharedNetworkManager(), m_env.clock, m_env.defaults,
+                                        ServiceHosts::configured().main);
+    m_account = std::make_unique<AccountStore>(m_env.defaults, *m_api);
     m_insights = std::make_unique<InsightsStore>(*m_history, m_env.paths, m_env.clock);
     // A change in any store counts as a change of the state; `this` owns the stores, so
     // the connections cannot outlive it.
     connect(m_settings.get(), &SettingsStore::changed, this, &AppState::changed);
     connect(m_history.get(), &HistoryStore::changed, this, &AppState::changed);
+    connect(m_account.get(), &AccountStore::changed, this, &AppState::changed);
     connect(m_insights.get(), &InsightsStore::changed, this, &AppState::changed);
+    if (m_account->accessToken())
+        m_account->startRefresh();
 }
 
 AppState::~AppState() = default;

@@ -16,7 +16,9 @@
 
 namespace tamvex {
 
+class AccountStore;
 class HistoryStore;
+class SorvelAPI;
 class InsightsStore;
 class SettingsStore;
 
@@ -93,6 +95,9 @@ public:
 
     SettingsStore& settings() const { return *m_settings; }
     HistoryStore& history() const { return *m_history; }
+    AccountStore& account() const { return *m_account; }
+    /// The main service's client that the account store speaks through.
+    SorvelAPI& api() const { return *m_api; }
     InsightsStore& insights() const { return *m_insights; }
 
 signals:
@@ -115,9 +120,11 @@ private:
     std::optional<Cancellation> m_nudgeDismissTask;
     MainSection m_mainSection = MainSection::home;
     RetryHook m_retryHook;
-    // The stores, in creation order; the account store joins between history and insights.
+    // The stores, in creation order.
     std::unique_ptr<SettingsStore> m_settings;
     std::unique_ptr<HistoryStore> m_history;
+    std::unique_ptr<SorvelAPI> m_api;
+    std::unique_ptr<AccountStore> m_account;
     std::unique_ptr<InsightsStore> m_insights;
 };
 
