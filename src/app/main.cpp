@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 #include "core/AppDelegate.h"
+#include "desktop/ControlService.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -14,13 +15,16 @@ int main(int argc, char** argv) {
     {
         // Subcommands need no windows: a core application keeps them headless.
         std::unique_ptr<QCoreApplication> cli;
-        if (!args.isEmpty() && !args[0].startsWith("--audio-input"))
+        if (!args.isEmpty() && !args[0].startsWith("--") && !args[0].startsWith("tamvex://"))
             cli = std::make_unique<QCoreApplication>(argc, argv);
         const int code = tamvex::runCommandLine(args, request);
         if (!request.startApplication)
             return code;
     }
     QApplication app(argc, argv);
+    // A second start (a sign-in link, say) hands its arguments to the running one.
+    if (tamvex::forwardToRunningInstance(args))
+        return 0;
     QApplication::setApplicationName("Tamvex");
     QApplication::setQuitOnLastWindowClosed(false);
     tamvex::AppDelegate delegate(request.audioInputFile);

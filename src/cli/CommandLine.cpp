@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 
+#include "cli/CtlCommand.h"
 #include "cli/HistoryCommands.h"
 #include "cli/MicTest.h"
 #include "cli/ModelCommands.h"
@@ -18,6 +19,7 @@ const char* kHelp =
     "\n"
     "  tamvex [--audio-input ФАЙЛ]          запустить приложение (ФАЙЛ вместо микрофона)\n"
     "  tamvex --version                     версия\n"
+    "  tamvex ctl press|release|toggle      управлять запущенным приложением (для сочетаний рабочего стола)\n"
     "  tamvex settings get [КЛЮЧ]           значение настройки (или все)\n"
     "  tamvex settings set КЛЮЧ ЗНАЧЕНИЕ    изменить настройку\n"
     "  tamvex mic-test [--seconds N] [--audio-input ФАЙЛ] [--json]\n"
@@ -50,6 +52,8 @@ int runCommandLine(const QStringList& args, CommandLineRequest& request) {
         return runHistoryCommand(rest, out, err);
     if (command == "insights")
         return runInsightsCommand(rest, out, err);
+    if (command == "ctl")
+        return runCtlCommand(rest, out, err);
     if (command == "mic-test")
         return runMicTest(rest, out, err);
     if (command == "model")
@@ -65,6 +69,8 @@ int runCommandLine(const QStringList& args, CommandLineRequest& request) {
                 err << "Файл не найден: " << request.audioInputFile << "\n";
                 return 2;
             }
+        } else if (args[i].startsWith("tamvex://")) {
+            request.forwardedArguments.append(args[i]); // a sign-in link for the running instance
         } else {
             err << "Неизвестная команда «" << args[i] << "»\n\n" << kHelp;
             return 2;

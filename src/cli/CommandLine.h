@@ -10,6 +10,8 @@ struct CommandLineRequest {
     bool startApplication = false;
     /// A file that replaces the microphone for the application (--audio-input).
     QString audioInputFile;
+    /// Links (tamvex://...) handed to the application.
+    QStringList forwardedArguments;
 };
 
 /// Parses the arguments (without the program name). Runs a subcommand at once and

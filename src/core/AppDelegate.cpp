@@ -5,6 +5,7 @@
 #include "core/AppState.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
+#include "desktop/DesktopIntegration.h"
 #include "desktop/AudioInputMicrophone.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
@@ -58,6 +59,8 @@ void AppDelegate::applicationDidFinishLaunching() {
         logInfo("Audio input: " + m_audioInputFile + " instead of the microphone");
     m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState);
     buildTray();
+    m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
+    m_desktop->start();
     m_appState->settings().syncLaunchAtLogin();
     m_backendSelector->startRefresh();
 }

@@ -12,6 +12,7 @@ namespace tamvex {
 
 class AppState;
 class BackendSelector;
+class DesktopIntegration;
 class Clock;
 class Defaults;
 class LoginItem;
@@ -44,6 +45,7 @@ private:
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<BackendSelector> m_backendSelector;
     std::unique_ptr<RecordingCoordinator> m_coordinator;
+    std::unique_ptr<DesktopIntegration> m_desktop;
     std::unique_ptr<QMenu> m_trayMenu;
     std::unique_ptr<QSystemTrayIcon> m_tray;
 };
