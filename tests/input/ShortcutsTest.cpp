@@ -30,8 +30,9 @@ private slots:
         const Shortcut shortcut{0x31, CarbonModifier::control | CarbonModifier::option};
         registry.storeShortcut(sorvelRecordAlternative, shortcut);
         QCOMPARE(env.defaults->readString(kKey).value, QStringLiteral(R"({"carbonKeyCode":49,"carbonModifiers":6144})"));
-        env.reopenDefaults();
-        ShortcutRegistry reopened(*env.defaults);
+        // A second reader of the same file, as the next start would be; `registry` keeps its own.
+        Defaults restarted(env.paths.settingsFile());
+        ShortcutRegistry reopened(restarted);
         QCOMPARE(reopened.storedShortcut(sorvelRecordAlternative), std::optional<Shortcut>(shortcut));
 
         registry.storeShortcut(sorvelRecordAlternative, std::nullopt);
