@@ -5,15 +5,15 @@
 #include "core/AppState.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
-#include "desktop/DesktopIntegration.h"
 #include "desktop/AudioInputMicrophone.h"
+#include "desktop/DesktopIntegration.h"
+#include "pipelines/BackendSelector.h"
+#include "pipelines/ServiceHosts.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "platform/LoginItem.h"
 #include "platform/Paths.h"
-#include "pipelines/BackendSelector.h"
-#include "pipelines/ServiceHosts.h"
 #include "platform/Sounds.h"
 #include "shell/SettingsStore.h"
 
@@ -39,8 +39,8 @@ AppDelegate::AppDelegate(QString audioInputFile, QObject* parent)
         input = [&clock, file = m_audioInputFile] { return std::make_unique<FileAudioInput>(clock, file, 1.0); };
     m_appState = std::make_unique<AppState>(
         AppEnvironment{*m_clock, *m_defaults, paths, *m_sounds, *m_loginItem, std::move(input)});
-    m_backendSelector = std::make_unique<BackendSelector>(*m_defaults, *m_clock, sharedNetworkManager(),
-                                                          ServiceHosts::configured());
+    m_backendSelector =
+        std::make_unique<BackendSelector>(*m_defaults, *m_clock, sharedNetworkManager(), ServiceHosts::configured());
     BackendSelector::setShared(m_backendSelector.get());
 }
 
@@ -89,7 +89,7 @@ void AppDelegate::updateTray() {
     const RecordingState state = m_appState->recordingState();
     QAction* record = m_trayMenu->actions().value(0);
     record->setText(state.is(RecordingState::Case::recording) ? QStringLiteral("Остановить запись")
-                                                             : QStringLiteral("Начать запись"));
+                                                              : QStringLiteral("Начать запись"));
     record->setEnabled(state.is(RecordingState::Case::idle) || state.is(RecordingState::Case::recording));
     m_tray->setToolTip(state.isError() ? state.message() : QStringLiteral("Tamvex"));
 }

@@ -10,8 +10,8 @@ DropVerdict judgeRecording(double duration, float peakDb) {
     DropVerdict v;
     v.isShort = duration < RecordingConstants::minDurationSec;
     v.isQuiet = peakDb < RecordingConstants::minPeakDbThreshold;
-    v.isSuspicious = peakDb < RecordingConstants::suspiciousPeakDbThreshold &&
-                     duration < RecordingConstants::suspiciousDurationSec;
+    v.isSuspicious =
+        peakDb < RecordingConstants::suspiciousPeakDbThreshold && duration < RecordingConstants::suspiciousDurationSec;
     return v;
 }
 

@@ -92,8 +92,7 @@ void RecordingCoordinator::stopSticky() {
 void RecordingCoordinator::handleKeyUp() {
     if (m_currentMode != Mode::holdPending)
         return;
-    const double held =
-        m_keyDownAt ? m_clock.now() - *m_keyDownAt : std::numeric_limits<double>::infinity();
+    const double held = m_keyDownAt ? m_clock.now() - *m_keyDownAt : std::numeric_limits<double>::infinity();
     if (held < C::shortClickThresholdSec) {
         m_currentMode = Mode::awaitingDoubleTap;
         m_lastKeyUpAt = m_clock.now();
@@ -169,7 +168,9 @@ void RecordingCoordinator::startFinishTask() {
     QTimer::singleShot(0, this, [this] { finishRecording(); });
 }
 
-void RecordingCoordinator::scheduleErrorClear() { errorClearAfterDelay(); }
+void RecordingCoordinator::scheduleErrorClear() {
+    errorClearAfterDelay();
+}
 
 QCoro::Task<void> RecordingCoordinator::errorClearAfterDelay() {
     QPointer<RecordingCoordinator> self(this);

@@ -1,9 +1,9 @@
 // The judgement of a stopped recording: size, log line, drop rules.
+#include "account/AnalyticsService.h"
 #include "core/AppState.h"
 #include "core/DropRules.h"
 #include "core/RecordingConstants.h"
 #include "core/RecordingCoordinator.h"
-#include "account/AnalyticsService.h"
 #include "history/HistoryStore.h"
 #include "pipelines/PipelinePreset.h"
 #include "platform/Log.h"

@@ -22,7 +22,9 @@ void Cancellation::cancel() const {
         callback();
 }
 
-bool Cancellation::isCancelled() const { return m_state->cancelled; }
+bool Cancellation::isCancelled() const {
+    return m_state->cancelled;
+}
 
 quint64 Cancellation::onCancel(std::function<void()> callback) const {
     const quint64 id = m_state->nextId++;
@@ -30,7 +32,9 @@ quint64 Cancellation::onCancel(std::function<void()> callback) const {
     return id;
 }
 
-void Cancellation::removeCallback(quint64 id) const { m_state->callbacks.erase(id); }
+void Cancellation::removeCallback(quint64 id) const {
+    m_state->callbacks.erase(id);
+}
 
 Clock::SleepAwaiter Clock::sleep(double seconds, Cancellation cancellation) {
     return SleepAwaiter(*this, seconds, std::move(cancellation));
@@ -39,7 +43,9 @@ Clock::SleepAwaiter Clock::sleep(double seconds, Cancellation cancellation) {
 Clock::SleepAwaiter::SleepAwaiter(Clock& clock, double seconds, Cancellation cancellation)
     : m_clock(clock), m_seconds(seconds), m_cancellation(std::move(cancellation)) {}
 
-bool Clock::SleepAwaiter::await_ready() const noexcept { return m_cancellation.isCancelled(); }
+bool Clock::SleepAwaiter::await_ready() const noexcept {
+    return m_cancellation.isCancelled();
+}
 
 void Clock::SleepAwaiter::await_suspend(std::coroutine_handle<> handle) {
     m_shared->handle = handle;
@@ -64,23 +70,31 @@ void Clock::SleepAwaiter::await_suspend(std::coroutine_handle<> handle) {
     });
 }
 
-bool Clock::SleepAwaiter::await_resume() const noexcept { return m_shared->completed; }
+bool Clock::SleepAwaiter::await_resume() const noexcept {
+    return m_shared->completed;
+}
 
 static qint64 steadyNs() {
     using namespace std::chrono;
     return duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-WallClock::WallClock(QObject* parent) : m_startNs(steadyNs()) { setParent(parent); }
+WallClock::WallClock(QObject* parent) : m_startNs(steadyNs()) {
+    setParent(parent);
+}
 
 WallClock::~WallClock() {
     for (auto& [id, timer] : m_timers)
         delete timer;
 }
 
-double WallClock::now() const { return double(steadyNs() - m_startNs) / 1e9; }
+double WallClock::now() const {
+    return double(steadyNs() - m_startNs) / 1e9;
+}
 
-QDateTime WallClock::currentDateTime() const { return QDateTime::currentDateTime(); }
+QDateTime WallClock::currentDateTime() const {
+    return QDateTime::currentDateTime();
+}
 
 Clock::TimerId WallClock::schedule(double seconds, std::function<void()> callback) {
     const TimerId id = m_nextId++;

@@ -125,8 +125,12 @@ bool isNumber(const QVariant& v) {
     }
 }
 
-template <class T> Typed<T> present(T value) { return Typed<T>{ValueState::Present, std::move(value)}; }
-template <class T> Typed<T> wrongType() { return Typed<T>{ValueState::WrongType, T{}}; }
+template <class T> Typed<T> present(T value) {
+    return Typed<T>{ValueState::Present, std::move(value)};
+}
+template <class T> Typed<T> wrongType() {
+    return Typed<T>{ValueState::WrongType, T{}};
+}
 
 } // namespace
 
@@ -153,11 +157,17 @@ Defaults::Defaults(const QString& path) {
 
 Defaults::~Defaults() = default;
 
-QString Defaults::path() const { return m_settings->fileName(); }
+QString Defaults::path() const {
+    return m_settings->fileName();
+}
 
-bool Defaults::contains(const QString& key) const { return m_settings->contains(key); }
+bool Defaults::contains(const QString& key) const {
+    return m_settings->contains(key);
+}
 
-QVariant Defaults::object(const QString& key) const { return m_settings->value(key); }
+QVariant Defaults::object(const QString& key) const {
+    return m_settings->value(key);
+}
 
 Typed<bool> Defaults::readBool(const QString& key) const {
     const QVariant v = object(key);
@@ -233,14 +243,30 @@ Typed<QByteArray> Defaults::readData(const QString& key) const {
     return present(v.toByteArray());
 }
 
-void Defaults::setBool(const QString& key, bool value) { write(key, value); }
-void Defaults::setDouble(const QString& key, double value) { write(key, value); }
-void Defaults::setInt(const QString& key, qint64 value) { write(key, value); }
-void Defaults::setString(const QString& key, const QString& value) { write(key, value); }
-void Defaults::setStringArray(const QString& key, const QStringList& value) { write(key, value); }
-void Defaults::setDate(const QString& key, const QDateTime& value) { write(key, value); }
-void Defaults::setData(const QString& key, const QByteArray& value) { write(key, value); }
-void Defaults::setObject(const QString& key, const QVariant& value) { write(key, value); }
+void Defaults::setBool(const QString& key, bool value) {
+    write(key, value);
+}
+void Defaults::setDouble(const QString& key, double value) {
+    write(key, value);
+}
+void Defaults::setInt(const QString& key, qint64 value) {
+    write(key, value);
+}
+void Defaults::setString(const QString& key, const QString& value) {
+    write(key, value);
+}
+void Defaults::setStringArray(const QString& key, const QStringList& value) {
+    write(key, value);
+}
+void Defaults::setDate(const QString& key, const QDateTime& value) {
+    write(key, value);
+}
+void Defaults::setData(const QString& key, const QByteArray& value) {
+    write(key, value);
+}
+void Defaults::setObject(const QString& key, const QVariant& value) {
+    write(key, value);
+}
 
 void Defaults::remove(const QString& key) {
     m_settings->remove(key);

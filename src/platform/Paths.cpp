@@ -25,12 +25,20 @@ Paths Paths::under(const QString& root) {
     return Paths{root + "/data/Tamv", root + "/tmp", root + "/config/Tamvex", root + "/config/autostart"};
 }
 
-QString Paths::ensureDataDir() const { return QDir().mkpath(dataDir) ? dataDir : QString(); }
+QString Paths::ensureDataDir() const {
+    return QDir().mkpath(dataDir) ? dataDir : QString();
+}
 
-QString Paths::dataFile(const QString& name) const { return dataDir + "/" + name; }
+QString Paths::dataFile(const QString& name) const {
+    return dataDir + "/" + name;
+}
 
-QString Paths::settingsFile() const { return configDir + "/Tamvex.json"; }
+QString Paths::settingsFile() const {
+    return configDir + "/Tamvex.json";
+}
 
-QString Paths::autostartEntry() const { return autostartDir + "/tamvex.desktop"; }
+QString Paths::autostartEntry() const {
+    return autostartDir + "/tamvex.desktop";
+}
 
 } // namespace tamvex

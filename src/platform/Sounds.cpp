@@ -17,7 +17,9 @@ static void initSoundResources() {
 
 namespace tamvex {
 
-ResourceSounds::ResourceSounds(QObject* parent) : QObject(parent) { initSoundResources(); }
+ResourceSounds::ResourceSounds(QObject* parent) : QObject(parent) {
+    initSoundResources();
+}
 
 QStringList ResourceSounds::names() {
     initSoundResources();

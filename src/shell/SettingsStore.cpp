@@ -14,9 +14,13 @@ namespace K = SettingsKeys;
 namespace {
 // The three switches that are on for a user who never touched them: anything but a
 // stored boolean counts as on.
-bool onUnlessFalse(const Defaults& d, const QString& key) { return d.readBool(key).valueOr(true); }
+bool onUnlessFalse(const Defaults& d, const QString& key) {
+    return d.readBool(key).valueOr(true);
+}
 
-std::optional<QDateTime> dateOrNone(const Defaults& d, const QString& key) { return d.readDate(key).optional(); }
+std::optional<QDateTime> dateOrNone(const Defaults& d, const QString& key) {
+    return d.readDate(key).optional();
+}
 } // namespace
 
 SettingsStore::SettingsStore(Defaults& defaults, Clock& clock, LoginItem& loginItem, QObject* parent)
@@ -149,7 +153,9 @@ void SettingsStore::setCmdQBehavior(CmdQBehavior value) {
     m_defaults.setString(K::cmdQBehavior, cmdQBehaviorRawValue(value));
 }
 
-QString SettingsStore::cmdQBehaviorRaw() const { return cmdQBehaviorRawValue(m_cmdQBehavior); }
+QString SettingsStore::cmdQBehaviorRaw() const {
+    return cmdQBehaviorRawValue(m_cmdQBehavior);
+}
 
 void SettingsStore::syncLaunchAtLogin() {
     const LoginItem::Status status = m_loginItem.status();

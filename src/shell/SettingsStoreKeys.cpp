@@ -27,10 +27,22 @@ const QString kBoolError = QStringLiteral("Ожидается true или false"
 } // namespace
 
 QStringList SettingsStore::keys() {
-    return {K::apiKey,        K::customModelId,     K::useEmbeddedKey,  K::preset,
-            K::useCases,      K::onboardingCompleted, K::showInDock,    K::useFnHotkey,
-            K::launchAtLogin, K::totalSpentUSD,     K::totalRequests,   K::lastRequestAt,
-            K::remainingCreditsUSD, K::lastIdleNudgeAt, K::lastLongHoldTipAt, K::lastShortTapTipAt,
+    return {K::apiKey,
+            K::customModelId,
+            K::useEmbeddedKey,
+            K::preset,
+            K::useCases,
+            K::onboardingCompleted,
+            K::showInDock,
+            K::useFnHotkey,
+            K::launchAtLogin,
+            K::totalSpentUSD,
+            K::totalRequests,
+            K::lastRequestAt,
+            K::remainingCreditsUSD,
+            K::lastIdleNudgeAt,
+            K::lastLongHoldTipAt,
+            K::lastShortTapTipAt,
             K::cmdQBehavior};
 }
 
@@ -121,7 +133,8 @@ QString SettingsStore::assignFromText(const QString& key, const QString& text) {
         for (const QString& part : text.split(',', Qt::SkipEmptyParts)) {
             const auto useCase = useCaseFromRawValue(part.trimmed());
             if (!useCase)
-                return QStringLiteral("Неизвестный сценарий «%1»: ai, writing, messengers или docs").arg(part.trimmed());
+                return QStringLiteral("Неизвестный сценарий «%1»: ai, writing, messengers или docs")
+                    .arg(part.trimmed());
             set.insert(*useCase);
         }
         setUseCases(set);

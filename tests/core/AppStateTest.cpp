@@ -14,8 +14,7 @@ private slots:
         QVERIFY(!(RecordingState::error("a") == RecordingState::error("b")));
         QVERIFY(!(RecordingState::idle() == RecordingState::error("")));
         QCOMPARE(RecordingState::processing().description(), QString("processing"));
-        QCOMPARE(RecordingState::error("Запись не запущена.").description(),
-                 QString("error(\"Запись не запущена.\")"));
+        QCOMPARE(RecordingState::error("Запись не запущена.").description(), QString("error(\"Запись не запущена.\")"));
     }
 
     void slowFlagOnlyLivesDuringProcessing() {

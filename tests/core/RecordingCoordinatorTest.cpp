@@ -1,7 +1,7 @@
+#include "core/RecordingCoordinator.h"
 #include "account/AnalyticsService.h"
 #include "core/DropRules.h"
 #include "core/LevelReader.h"
-#include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioTestSupport.h"
 #include "history/HistoryStore.h"
@@ -28,9 +28,7 @@ QString makeTone(const QString& dir, const QString& name, double db, double seco
 
 struct Rig {
     explicit Rig(double toneDb = -9.0, double seconds = 70.0, bool brokenInput = false)
-        : fixture([this] {
-              return std::make_unique<FileAudioInput>(fixture.clock, inputPath, 1.0);
-          }) {
+        : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, inputPath, 1.0); }) {
         inputPath = brokenInput ? fixture.env.root.path() + "/missing.wav"
                                 : makeTone(fixture.env.root.path(), "tone", toneDb, seconds);
         coordinator = std::make_unique<RecordingCoordinator>(*fixture.state);

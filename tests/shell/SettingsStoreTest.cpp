@@ -16,9 +16,7 @@ class SettingsStoreTest : public QObject {
         test::TestEnv env;
         ManualClock clock{QDateTime(QDate(2026, 1, 31), QTime(23, 30), Qt::LocalTime)};
         AutostartLoginItem login{env.paths.autostartEntry(), "/usr/bin/tamvex"};
-        std::unique_ptr<SettingsStore> store() {
-            return std::make_unique<SettingsStore>(*env.defaults, clock, login);
-        }
+        std::unique_ptr<SettingsStore> store() { return std::make_unique<SettingsStore>(*env.defaults, clock, login); }
     };
 
 private slots:

@@ -14,8 +14,8 @@ namespace tamvex::test {
 struct AppFixture {
     explicit AppFixture(AudioRecorder::InputFactory input = {})
         : login(env.paths.autostartEntry(), "/usr/bin/tamvex"),
-          state(std::make_unique<AppState>(AppEnvironment{clock, *env.defaults, env.paths, sounds, login,
-                                                          std::move(input)})) {}
+          state(std::make_unique<AppState>(
+              AppEnvironment{clock, *env.defaults, env.paths, sounds, login, std::move(input)})) {}
     TestEnv env;
     ManualClock clock;
     RecordingSounds sounds;
