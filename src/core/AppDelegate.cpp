@@ -7,6 +7,8 @@
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioInputMicrophone.h"
 #include "desktop/DesktopIntegration.h"
+#include "desktop/TextInjector.h"
+#include "desktop/X11Session.h"
 #include "pipelines/BackendSelector.h"
 #include "pipelines/ServiceHosts.h"
 #include "platform/Clock.h"
@@ -31,6 +33,8 @@ AppDelegate::AppDelegate(QString audioInputFile, QObject* parent)
     m_defaults = std::make_unique<Defaults>(paths.settingsFile());
     m_sounds = std::make_unique<ResourceSounds>();
     m_loginItem = std::make_unique<AutostartLoginItem>(paths.autostartEntry(), QCoreApplication::applicationFilePath());
+    if (!qEnvironmentVariableIsEmpty("DISPLAY"))
+        m_frontmost = std::make_unique<X11FrontmostApp>();
     Clock& clock = *m_clock;
     AudioRecorder::InputFactory input;
     if (m_audioInputFile.isEmpty())
@@ -38,7 +42,7 @@ AppDelegate::AppDelegate(QString audioInputFile, QObject* parent)
     else
         input = [&clock, file = m_audioInputFile] { return std::make_unique<FileAudioInput>(clock, file, 1.0); };
     m_appState = std::make_unique<AppState>(
-        AppEnvironment{*m_clock, *m_defaults, paths, *m_sounds, *m_loginItem, std::move(input)});
+        AppEnvironment{*m_clock, *m_defaults, paths, *m_sounds, *m_loginItem, std::move(input), m_frontmost.get()});
     m_backendSelector =
         std::make_unique<BackendSelector>(*m_defaults, *m_clock, sharedNetworkManager(), ServiceHosts::configured());
     BackendSelector::setShared(m_backendSelector.get());
@@ -57,7 +61,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     AnalyticsService::shared().setAccount(&m_appState->account());
     if (!m_audioInputFile.isEmpty())
         logInfo("Audio input: " + m_audioInputFile + " instead of the microphone");
-    m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState);
+    m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState, TextInjector::createForSession(*m_clock));
+    m_appState->setRetryTranscriptionHook([this](QUuid id) { return m_coordinator->retryTranscription(id); });
     buildTray();
     m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
     m_desktop->start();

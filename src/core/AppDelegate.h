@@ -15,6 +15,7 @@ class BackendSelector;
 class DesktopIntegration;
 class Clock;
 class Defaults;
+class FrontmostApp;
 class LoginItem;
 class RecordingCoordinator;
 class ResourceSounds;
@@ -42,6 +43,7 @@ private:
     std::unique_ptr<Defaults> m_defaults;
     std::unique_ptr<ResourceSounds> m_sounds;
     std::unique_ptr<LoginItem> m_loginItem;
+    std::unique_ptr<FrontmostApp> m_frontmost;
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<BackendSelector> m_backendSelector;
     std::unique_ptr<RecordingCoordinator> m_coordinator;

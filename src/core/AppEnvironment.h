@@ -7,6 +7,7 @@ namespace tamvex {
 
 class Clock;
 class Defaults;
+class FrontmostApp;
 class LoginItem;
 class SoundPlayer;
 
@@ -20,6 +21,8 @@ struct AppEnvironment {
     LoginItem& loginItem;
     /// Makes the audio input of each new recording.
     AudioRecorder::InputFactory audioInput;
+    /// Tells which application is in front; null where nobody can say.
+    const FrontmostApp* frontmostApp = nullptr;
 };
 
 } // namespace tamvex

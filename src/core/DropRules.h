@@ -19,4 +19,17 @@ struct DropVerdict {
 /// Applies the drop rules to a recording of `duration` seconds and peak `peakDb`.
 DropVerdict judgeRecording(double duration, float peakDb);
 
+/// The judgement of a finished text against the time it took to say.
+struct SpeedVerdict {
+    qint64 words = 0;          ///< runs of letters and digits
+    double wpm = 0.0;          ///< 0 when there are no words or no duration
+    bool hallucinated = false; ///< faster than 300 words a minute
+};
+
+/// The number of maximal runs of letters and digits (combining marks stay in their run);
+/// every other character separates.
+qint64 countLetterDigitRuns(QStringView text);
+/// Applies the speed rule to `text` said in `duration` seconds.
+SpeedVerdict judgeSpeed(QStringView text, double duration);
+
 } // namespace tamvex

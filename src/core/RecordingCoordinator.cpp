@@ -4,6 +4,7 @@
 #include "core/AppState.h"
 #include "core/LevelReader.h"
 #include "core/RecordingConstants.h"
+#include "desktop/TextInjector.h"
 #include "platform/Log.h"
 #include "platform/Sounds.h"
 
@@ -17,11 +18,12 @@ namespace tamvex {
 
 namespace C = RecordingConstants;
 
-RecordingCoordinator::RecordingCoordinator(AppState& appState, QObject* parent)
+RecordingCoordinator::RecordingCoordinator(AppState& appState, std::unique_ptr<TextInjector> injector,
+                                           QObject* parent)
     : QObject(parent), m_appState(appState), m_clock(appState.clock()),
       m_recorder(std::make_unique<AudioRecorder>(appState.clock(), appState.environment().audioInput,
                                                  appState.environment().paths.tempDir)),
-      m_levelReader(std::make_unique<LevelReader>(appState, *m_recorder)) {}
+      m_levelReader(std::make_unique<LevelReader>(appState, *m_recorder)), m_injector(std::move(injector)) {}
 
 RecordingCoordinator::~RecordingCoordinator() {
     if (m_doubleTapCancelTask)

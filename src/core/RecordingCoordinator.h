@@ -1,11 +1,15 @@
 #pragma once
 
+#include "core/PipelineBuilding.h"
 #include "core/RecordingState.h"
 #include "desktop/AudioRecorder.h"
+#include "desktop/TextInjector.h"
 #include "platform/Clock.h"
+#include "platform/Error.h"
 
 #include <QObject>
 #include <QString>
+#include <QUuid>
 
 #include <qcoro/qcorotask.h>
 
@@ -16,6 +20,21 @@ namespace tamvex {
 
 class AppState;
 class LevelReader;
+struct HistoryEntry;
+
+/// A failure of the pipeline whose audio is safe on disk: the dictation can be tried again.
+class RetryableError : public TamvexError {
+public:
+    RetryableError(QString userMessage, QString savedAudioPath)
+        : TamvexError(userMessage), m_userMessage(std::move(userMessage)), m_savedAudioPath(std::move(savedAudioPath)) {}
+    const QString& userMessage() const { return m_userMessage; }
+    const QString& savedAudioPath() const { return m_savedAudioPath; }
+
+private:
+    QString m_userMessage;
+    QString m_savedAudioPath;
+};
+
 
 /// Turns edges of the record hotkey and presses of the record controls into recordings,
 /// and judges each finished recording.
@@ -26,8 +45,10 @@ public:
     enum class Mode { holdPending, awaitingDoubleTap, toggleSticky };
     Q_ENUM(Mode)
 
-    /// Creates the recorder (and its level reader) for `appState`.
-    explicit RecordingCoordinator(AppState& appState, QObject* parent = nullptr);
+    /// Creates the recorder (and its level reader) for `appState`; pastes through `injector`.
+    /// Without an injector (the command line) a finished text stays in the history only.
+    explicit RecordingCoordinator(AppState& appState, std::unique_ptr<TextInjector> injector = nullptr,
+                                  QObject* parent = nullptr);
     ~RecordingCoordinator() override;
 
     /// The hotkey went down.
@@ -42,16 +63,39 @@ public:
     std::optional<Mode> currentMode() const { return m_currentMode; }
     bool currentRecordingWasHold() const { return m_currentRecordingWasHold; }
 
-    /// Stops the recorder and judges the recording; never throws.
+    /// The paste of finished texts; null on the command line.
+    TextInjector* injector() { return m_injector.get(); }
+
+    /// Stops the recorder, judges the recording, runs the pipeline and books the outcome;
+    /// never throws.
     QCoro::Task<void> finishRecording();
+    /// Sends the kept audio of a failed entry through a new pipeline and rewrites the entry
+    /// in place; never throws. Installed as the application's retry hook.
+    QCoro::Task<void> retryTranscription(QUuid id);
+    /// Moves a recording into the kept folder ("Tamv/audio"); gives its new path, or none
+    /// when there is no file or the move failed.
+    std::optional<QString> persistAudio(const QString& path);
+    /// A new pipeline for the current settings; throws notSignedInError or modelNotDownloadedError.
+    PipelineSetup buildPipeline() const;
+    /// Runs `pipeline` on `path` for at most `seconds`; a failure keeps the audio and
+    /// becomes a RetryableError where it can.
+    QCoro::Task<SpeechResult> transcribeWithTimeout(QString path, std::shared_ptr<SpeechPipeline> pipeline,
+                                                   double seconds);
+    /// Classifications started and not yet stored.
+    int pendingClassifications() const { return m_pendingClassifications; }
+
+    static constexpr double tokensPerDollar = 250000.0;
+    static constexpr const char* classifierModel = "google/gemini-2.5-flash-lite";
 
 signals:
     /// A tap was not followed by a second press: the short-tap tip may show.
     void shortTapTipRequested();
     /// A hold of more than a minute ended: the long-hold tip may show.
     void longHoldTipRequested();
-    /// A recording passed the drop rules and is ready for transcription.
-    void recordingAccepted(const QString& audioPath, double duration, float peakPower);
+    /// A background classification stored its answer (or found its entry gone).
+    void classificationFinished(const QUuid& id);
+    /// A retry ended: `message` is the new text, or the error when it did not succeed.
+    void retryFinished(const QUuid& id, bool succeeded, const QString& message);
 
 private:
     void start();
@@ -63,15 +107,30 @@ private:
     void discardRecording();
     void scheduleErrorClear();
     QCoro::Task<void> errorClearAfterDelay();
-    void failedEnd(const QString& message);
-    /// Where a kept recording goes on: the speech pipeline's entry point.
-    QCoro::Task<void> transcribeRecording(const AudioRecorder::RecordingResult& result);
+    QCoro::Task<void> runFinish();
+    void failedEnd(const std::exception& error, const std::optional<QString>& frontApp);
+    QCoro::Task<void> deliver(SpeechResult result, double duration, PipelineSetup setup,
+                              std::optional<QString> frontApp, double startedAt);
+    void hallucinationEnd(const SpeechResult& result, double duration, qint64 words, double wpm,
+                          const std::optional<QString>& frontApp);
+    void clipboardFallback(const QString& text, const std::exception& error);
+    QCoro::Task<void> runRetry(QUuid id);
+    void spend(const UsageInfo& usage);
+    std::optional<double> bookedCost(const std::optional<UsageInfo>& usage) const;
+    void startClassification(const OpenRouterService::Mode& mode, const QUuid& id, const QString& text);
+    QCoro::Task<void> classify(OpenRouterService::Mode mode, QUuid id, QString text);
+    void scheduleSlowFlag();
+    QCoro::Task<void> slowFlagAfterDelay();
+    std::optional<QString> frontAppName() const;
+    HistoryEntry newEntry(const std::optional<QString>& frontApp) const;
     void play(const char* name, float volume);
 
     AppState& m_appState;
     Clock& m_clock;
     std::unique_ptr<AudioRecorder> m_recorder;
     std::unique_ptr<LevelReader> m_levelReader;
+    std::unique_ptr<TextInjector> m_injector;
+    int m_pendingClassifications = 0;
     std::optional<Mode> m_currentMode;
     std::optional<double> m_keyDownAt;
     std::optional<double> m_lastKeyUpAt;

@@ -55,6 +55,8 @@ public:
 
     /// The access check, for the permissions row.
     InputAccess& inputAccess() { return m_access; }
+    /// The clipboard the paste goes through; a failed paste leaves the text there.
+    Clipboard& clipboard() { return m_clipboard; }
     /// The key sender in use, for the log.
     const KeySender& keySender() const { return m_keys; }
 

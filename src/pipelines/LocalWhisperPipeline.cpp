@@ -8,7 +8,7 @@ LocalWhisperPipeline::LocalWhisperPipeline(WhisperModel model)
 LocalWhisperPipeline::LocalWhisperPipeline(WhisperModel model, LocalWhisperEngineCache& cache)
     : m_model(model), m_cache(&cache) {}
 
-QCoro::Task<SpeechResult> LocalWhisperPipeline::process(QString audioPath) {
+QCoro::Task<SpeechResult> LocalWhisperPipeline::process(QString audioPath, Cancellation) {
     // Copies: the caller may drop the pipeline while the run goes on.
     LocalWhisperEngineCache* cache = m_cache;
     const WhisperModel model = m_model;

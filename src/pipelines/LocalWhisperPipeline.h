@@ -17,8 +17,9 @@ public:
     /// The model it runs.
     WhisperModel model() const { return m_model; }
 
-    /// Recognises the file; the result has no usage. Throws WhisperEngineError.
-    QCoro::Task<SpeechResult> process(QString audioPath) override;
+    /// Recognises the file; the result has no usage. Throws WhisperEngineError. A running
+    /// whisper_full cannot be stopped, so `cancel` is not heeded.
+    QCoro::Task<SpeechResult> process(QString audioPath, Cancellation cancel = {}) override;
 
 private:
     const WhisperModel m_model;

@@ -49,21 +49,41 @@ bool isURLText(const QString& text) {
     return true;
 }
 
+// Commands of the command line run without the application's selector: the main host serves
+// the proxy, and their few waits read a clock of their own.
+Clock& fallbackClock() {
+    static WallClock clock;
+    return clock;
+}
+
 } // namespace
 
-OpenRouterService::OpenRouterService(Mode mode) : OpenRouterService(std::move(mode), BackendSelector::shared()) {}
+OpenRouterService::OpenRouterService(Mode mode)
+    : OpenRouterService(BackendSelector::hasShared()
+                            ? OpenRouterService(std::move(mode), BackendSelector::shared())
+                            : OpenRouterService(std::move(mode), nullptr, fallbackClock(), ServiceHosts::configured(),
+                                                ServiceHosts::configured().main)) {}
 
 OpenRouterService::OpenRouterService(Mode mode, BackendSelector& selector)
-    : m_mode(std::move(mode)), m_selector(&selector), m_clock(selector.clock()), m_sttHost(selector.hosts().stt),
-      m_openRouterHost(selector.hosts().openRouter) {
+    // `mode` is copied, not moved: its kind is read in the same argument list.
+    : OpenRouterService(mode, &selector, selector.clock(), selector.hosts(),
+                        mode.kind == Mode::Kind::proxy ? selector.currentEndpoint() : QUrl()) {}
+
+OpenRouterService::OpenRouterService(Mode mode, BackendSelector* selector, Clock& clock, const ServiceHosts& hosts,
+                                     const QUrl& proxyBase)
+    : m_mode(std::move(mode)), m_selector(selector), m_clock(clock), m_sttHost(hosts.stt),
+      m_openRouterHost(hosts.openRouter) {
     if (m_mode.kind == Mode::Kind::proxy) {
-        const QUrl base = selector.currentEndpoint();
-        m_chatEndpoint = ServiceHosts::join(base, QStringLiteral("/api/openrouter/v1/chat/completions"));
-        m_creditsEndpoint = ServiceHosts::join(base, QStringLiteral("/api/openrouter/v1/credits"));
+        m_chatEndpoint = ServiceHosts::join(proxyBase, QStringLiteral("/api/openrouter/v1/chat/completions"));
+        m_creditsEndpoint = ServiceHosts::join(proxyBase, QStringLiteral("/api/openrouter/v1/credits"));
     } else {
         m_chatEndpoint = ServiceHosts::join(m_openRouterHost, QStringLiteral("/api/v1/chat/completions"));
         m_creditsEndpoint = ServiceHosts::join(m_openRouterHost, QStringLiteral("/api/v1/credits"));
     }
+}
+
+QNetworkAccessManager& OpenRouterService::network() const {
+    return m_selector ? m_selector->network() : sharedNetworkManager();
 }
 
 bool OpenRouterService::looksLikeInvalidModel(int status, const QString& body) {
@@ -102,7 +122,7 @@ void OpenRouterService::reportBackendFailure() {
         m_selector->markSTTUnhealthy();
 }
 
-QCoro::Task<QString> OpenRouterService::resolveModel(QString label) {
+QCoro::Task<QString> OpenRouterService::resolveModel(QString label, Cancellation cancel) {
     if (auto cached = lookupCachedModel(label, m_clock.now()))
         co_return *cached;
 
@@ -114,10 +134,9 @@ QCoro::Task<QString> OpenRouterService::resolveModel(QString label) {
     if (!isURLText(text) || !url.isValid() || url.host().isEmpty())
         throw OpenRouterError::badResponse(-1, QStringLiteral("bad recommend url"));
 
-    QNetworkAccessManager& network = m_selector ? m_selector->network() : sharedNetworkManager();
     // Errors of sending pass on as they are; this call has nothing to do with chatEndpoint.
-    const HttpAnswer answer =
-        co_await sendRequest(network, m_clock, QNetworkRequest(url), "GET", {}, RequestLimits{chatTimeoutSec, 0.0});
+    const HttpAnswer answer = co_await sendRequest(network(), m_clock, QNetworkRequest(url), "GET", {},
+                                                   RequestLimits{chatTimeoutSec, 0.0}, cancel);
     if (answer.status < 200 || answer.status > 299)
         throw OpenRouterError::badResponse(answer.status,
                                            QStringLiteral("recommend: ") + utf8OrEmpty(answer.body).left(200));
@@ -134,7 +153,7 @@ QCoro::Task<OpenRouterService::ChatResult> OpenRouterService::chat(QString model
                                                                    std::optional<double> temperature,
                                                                    Cancellation cancel) {
     if (m_mode.kind == Mode::Kind::direct && model.startsWith(kPresetPrefix))
-        model = co_await resolveModel(model);
+        model = co_await resolveModel(model, cancel);
 
     QNetworkRequest request(m_chatEndpoint);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
@@ -156,11 +175,10 @@ QCoro::Task<OpenRouterService::ChatResult> OpenRouterService::chat(QString model
     const QByteArray body = encodeChatRequest(model, messages, temperature);
     logInfo(QString("OpenRouter request: model=%1, bodySize=%2 bytes").arg(model).arg(body.size()));
 
-    QNetworkAccessManager& network = m_selector ? m_selector->network() : sharedNetworkManager();
     HttpAnswer answer;
     try {
-        answer =
-            co_await sendRequest(network, m_clock, request, "POST", body, RequestLimits{chatTimeoutSec, 0.0}, cancel);
+        answer = co_await sendRequest(network(), m_clock, request, "POST", body, RequestLimits{chatTimeoutSec, 0.0},
+                                      cancel);
     } catch (const NetworkError&) {
         reportBackendFailure();
         throw;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pipelines/OpenRouterWire.h"
+#include "pipelines/ServiceHosts.h"
 #include "pipelines/SpeechPipeline.h"
 #include "platform/Clock.h"
 
@@ -10,6 +11,8 @@
 #include <qcoro/qcorotask.h>
 
 #include <optional>
+
+class QNetworkAccessManager;
 
 namespace tamvex {
 
@@ -40,7 +43,8 @@ public:
 
     /// Fixes the endpoint now: in proxy mode it reads the selector's current pick once.
     explicit OpenRouterService(Mode mode, BackendSelector& selector);
-    /// The same with the process-wide selector.
+    /// The same with the process-wide selector; where none was made (a command of the
+    /// command line), proxy requests go to the main host and waits read the wall clock.
     explicit OpenRouterService(Mode mode);
 
     /// One request: resolves a "preset:" label in direct mode, sends, decodes. `cancel`
@@ -48,7 +52,8 @@ public:
     QCoro::Task<ChatResult> chat(QString model, QList<ChatMessage> messages, std::optional<double> temperature,
                                  Cancellation cancel = {});
     /// The concrete model behind a "preset:" label, from the cache or the recommend call.
-    QCoro::Task<QString> resolveModel(QString label);
+    /// `cancel` aborts the lookup, as it does the request it serves.
+    QCoro::Task<QString> resolveModel(QString label, Cancellation cancel = {});
     /// Tells the selector that the speech proxy host failed, if that is where requests go.
     void reportBackendFailure();
 
@@ -70,6 +75,10 @@ public:
     static constexpr double defaultRecommendTTLSec = 60.0;
 
 private:
+    OpenRouterService(Mode mode, BackendSelector* selector, Clock& clock, const ServiceHosts& hosts,
+                      const QUrl& proxyBase);
+    QNetworkAccessManager& network() const;
+
     Mode m_mode;
     QPointer<BackendSelector> m_selector;
     Clock& m_clock;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Clock.h"
+
 #include <QString>
 
 #include <qcoro/qcorotask.h>
@@ -28,7 +30,8 @@ class SpeechPipeline {
 public:
     virtual ~SpeechPipeline() = default;
     /// Transcribes the audio file at `audioPath`; throws a typed error on failure.
-    virtual QCoro::Task<SpeechResult> process(QString audioPath) = 0;
+    /// `cancel` aborts the work in flight where it can be aborted (a request on the wire).
+    virtual QCoro::Task<SpeechResult> process(QString audioPath, Cancellation cancel = {}) = 0;
 };
 
 } // namespace tamvex

@@ -108,7 +108,10 @@ QUrl DevServer::localhostUrl() const {
 }
 
 void DevServer::script(const QString& path, const Script& script) {
-    m_scripts.insert(path, script);
+    QList<Script>& queue = m_scripts[path];
+    if (!queue.isEmpty() && queue.last().times < 0)
+        queue.removeLast(); // a script for ever is replaced, never waited behind
+    queue.append(script);
 }
 
 void DevServer::clearScripts() {
@@ -163,12 +166,13 @@ bool DevServer::handleRequest(const QHttpServerRequest& request, QTcpSocket* soc
     int delayMs = 0;
     std::optional<Answer> scripted;
     auto it = m_scripts.find(r.path);
-    if (it != m_scripts.end()) {
-        delayMs = it->delayMs;
-        if (it->status != 0)
-            scripted = Answer{it->status, it->body, it->contentType, {}};
-        if (it->times > 0 && --it->times == 0)
-            m_scripts.erase(it);
+    if (it != m_scripts.end() && !it->isEmpty()) {
+        Script& current = it->first();
+        delayMs = current.delayMs;
+        if (current.status != 0)
+            scripted = Answer{current.status, current.body, current.contentType, {}};
+        if (current.times > 0 && --current.times == 0)
+            it->removeFirst(); // the next script of the path takes over
     }
 
     auto deliver = [guard, responder, delayMs, self](Answer answer) {

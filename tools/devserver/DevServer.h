@@ -82,7 +82,8 @@ public:
     /// The same server named "localhost", to tell two hosts apart in tests.
     QUrl localhostUrl() const;
 
-    /// Scripts the answers of `path` (exact match, no query).
+    /// Scripts the answers of `path` (exact match, no query). Scripts of one path queue up:
+    /// once one has answered its `times`, the next one answers; a script for ever is replaced.
     void script(const QString& path, const Script& script);
     /// Drops every script.
     void clearScripts();
@@ -141,7 +142,7 @@ private:
     QString m_dataDir;
     quint16 m_port = 0;
     QNetworkAccessManager* m_network = nullptr;
-    QHash<QString, Script> m_scripts;
+    QHash<QString, QList<Script>> m_scripts;
     QList<Received> m_received;
     QList<QJsonObject> m_analytics;
     QHash<QString, QJsonObject> m_recommend;

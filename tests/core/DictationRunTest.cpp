@@ -1,0 +1,393 @@
+// The road of a dictation after the drop rules, against the dev server on loopback, in
+// virtual time: every outcome with the state, entry, audio file and books it leaves.
+#include "DevServer.h"
+#include "account/AccountStore.h"
+#include "account/AnalyticsService.h"
+#include "account/Network.h"
+#include "core/RecordingCoordinator.h"
+#include "desktop/AudioInputFile.h"
+#include "desktop/AudioTestSupport.h"
+#include "desktop/TextInjector.h"
+#include "history/HistoryStore.h"
+#include "pipelines/BackendSelector.h"
+#include "shell/SettingsStore.h"
+#include "support/AppFixture.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+using devserver::Script;
+
+namespace {
+
+const QString kProxyPath = "/api/openrouter/v1/chat/completions";
+const QString kDirectPath = "/api/v1/chat/completions";
+const QString kPhone = "+79990001122";
+const QString kTimeoutText =
+    "LLM не ответил за 25 сек. Жми «Повторить» в истории — отправим запись ещё раз.";
+
+// One server for the whole run: the hosts are read from the environment once per process.
+devserver::DevServer* gServer = nullptr;
+
+QByteArray answer(const QString& content, bool withUsage = true) {
+    QJsonObject body{{"choices", QJsonArray{QJsonObject{{"message", QJsonObject{{"content", content}}}}}}};
+    if (withUsage)
+        body.insert("usage", QJsonObject{{"prompt_tokens", 120}, {"completion_tokens", 12}, {"total_tokens", 132},
+                                         {"cost", 0.001}});
+    return QJsonDocument(body).toJson(QJsonDocument::Compact);
+}
+
+struct RunRig {
+    explicit RunRig(bool signedIn = true)
+        : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, tonePath, 1.0); }) {
+        tonePath = fixture.env.root.filePath("tone.wav");
+        writeWav(tonePath, sine(220.0, 0.5, 90.0, 16000), 16000, 1);
+        fixture.front.window = FocusedWindow{"navigator", "firefox"};
+        selector = std::make_unique<BackendSelector>(*fixture.env.defaults, fixture.clock, sharedNetworkManager());
+        BackendSelector::setShared(selector.get());
+        OpenRouterService::clearModelCache();
+        gServer->clearScripts();
+        gServer->clearReceived();
+        gServer->setRecommend("fast-audio", "google/gemini-2.5-flash", 600);
+        coordinator = std::make_unique<RecordingCoordinator>(
+            state(), std::make_unique<TextInjector>(fixture.clock, clipboard, keys, access));
+        clipboard.items = {{{"text/html", "<b>раньше</b>"}}};
+        if (signedIn) {
+            const QString token = gServer->addUser(kPhone, 100000);
+            state().account().setSession(token, UserDTO::fromJson(gServer->user(kPhone)->toJson()));
+        }
+    }
+    ~RunRig() {
+        // Background work reads the clock and the stores: let it end before they go.
+        spinUntil([&] { return coordinator->pendingClassifications() == 0 && !state().account().isRefreshing(); });
+        BackendSelector::setShared(nullptr);
+    }
+
+    AppState& state() { return *fixture.state; }
+    RecordingState recState() { return state().recordingState(); }
+    HistoryEntry entry() { return state().history().entries().value(0); }
+    void ownKey() {
+        state().settings().setUseEmbeddedKey(false);
+        state().settings().setApiKey("sk-own");
+    }
+    void reply(const QString& path, int status, const QByteArray& body, int delayMs = 0) {
+        gServer->script(path, Script{status, body, "application/json", delayMs, 1});
+    }
+    int sent(const QString& path) { return gServer->received(path).size(); }
+    /// Holds the key for `seconds` of virtual time; the run starts when the release is handled.
+    void dictate(double seconds) {
+        coordinator->handleKeyDown();
+        fixture.clock.advance(seconds);
+        coordinator->handleKeyUp();
+        QCoreApplication::processEvents();
+    }
+    bool waitUntilSent(const QString& path, int count) {
+        return spinUntil([&] { return sent(path) >= count; }, 10000);
+    }
+    bool waitForEnd() {
+        return spinUntil([&] { return !recState().is(RecordingState::Case::processing); }, 10000);
+    }
+    QStringList tempRecordings() {
+        return QDir(fixture.env.paths.tempDir).entryList({"sorvel-*.m4a"}, QDir::Files);
+    }
+    QString keptFolder() { return fixture.env.paths.dataFile("audio"); }
+    QVariantMap lastEvent(const QString& name) {
+        for (qsizetype i = tracked.size() - 1; i >= 0; --i)
+            if (tracked[i][0].toString() == name)
+                return tracked[i][1].toMap();
+        return {};
+    }
+
+    QString tonePath;
+    AppFixture fixture;
+    FakeClipboard clipboard;
+    FakeKeys keys;
+    FakeAccess access;
+    std::unique_ptr<BackendSelector> selector;
+    std::unique_ptr<RecordingCoordinator> coordinator;
+    QSignalSpy tracked{&AnalyticsService::shared(), &AnalyticsService::tracked};
+};
+
+} // namespace
+
+class DictationRunTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase() {
+        gServer = new devserver::DevServer({}, this);
+        QVERIFY(gServer->start() != 0);
+        const QByteArray url = gServer->baseUrl().toString().toUtf8();
+        for (const char* name : {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL"})
+            qputenv(name, url);
+    }
+
+    void outcomes_data() {
+        QTest::addColumn<bool>("ownKey");
+        QTest::addColumn<double>("seconds");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<bool>("keysWork");
+        QTest::addColumn<QString>("message"); // empty: idle
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("entryError");
+        QTest::addColumn<QVariant>("cost"); // invalid: absent
+        QTest::addColumn<bool>("audioKept");
+        QTest::addColumn<int>("chords");
+        const QString seven = "раз два три четыре пять шесть семь";
+        const QString ten = "Один, два, три, четыре, пять, шесть, семь, восемь, девять, десять.";
+        QTest::newRow("pasted") << false << 2.0 << 200 << answer("Привет, мир.") << true << "" << "Привет, мир."
+                                << "" << QVariant(0.001) << false << 1;
+        QTest::newRow("own key books 0.0 without usage")
+            << true << 2.0 << 200 << answer("Привет.", false) << true << "" << "Привет." << "" << QVariant(0.0)
+            << false << 1;
+        QTest::newRow("empty text: nothing pasted")
+            << false << 2.0 << 200 << answer("  \n ") << true << "" << "" << "" << QVariant(0.001) << false << 0;
+        QTest::newRow("paste fails: text stays on the clipboard")
+            << false << 2.0 << 200 << answer("Привет, мир.") << false
+            << "Текст в буфере, Ctrl+V вставит. Дай Доступ к вводу для авто-вставки." << "Привет, мир." << ""
+            << QVariant(0.001) << false << 1;
+        QTest::newRow("7 words in 1.3 s is a hallucination")
+            << false << 1.3 << 200 << answer(seven) << true << "Слишком быстро или ошибка распознавания" << ""
+            << "Слишком быстро или ошибка распознавания. Текст не вставлен." << QVariant(0.001) << false << 0;
+        QTest::newRow("exactly 300 words a minute passes")
+            << false << 2.0 << 200 << answer(ten) << true << "" << ten << "" << QVariant(0.001) << false << 1;
+        QTest::newRow("pipeline error is retryable")
+            << false << 2.0 << 500 << QByteArray("upstream down") << true << "OpenRouter ответил 500: upstream down"
+            << "" << "OpenRouter ответил 500: upstream down" << QVariant() << true << 0;
+    }
+
+    void outcomes() {
+        QFETCH(bool, ownKey);
+        QFETCH(double, seconds);
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(bool, keysWork);
+        QFETCH(QString, message);
+        QFETCH(QString, text);
+        QFETCH(QString, entryError);
+        QFETCH(QVariant, cost);
+        QFETCH(bool, audioKept);
+        QFETCH(int, chords);
+        RunRig rig(!ownKey);
+        if (ownKey)
+            rig.ownKey();
+        rig.keys.works = keysWork;
+        const QString path = ownKey ? kDirectPath : kProxyPath;
+        rig.reply(path, status, body);
+        rig.reply(path, 200, answer("other")); // the classifier, if it asks
+        rig.dictate(seconds);
+        QVERIFY(rig.waitForEnd());
+
+        QCOMPARE(rig.recState(), message.isEmpty() ? RecordingState::idle() : RecordingState::error(message));
+        QCOMPARE(rig.state().history().entries().size(), 1);
+        const HistoryEntry e = rig.entry();
+        QCOMPARE(e.text, text);
+        QCOMPARE(e.errorMessage.value_or(QString()), entryError);
+        QCOMPARE(e.appContext, std::optional<QString>("firefox"));
+        QCOMPARE(e.modelUsed, std::optional<QString>("Быстрая"));
+        QCOMPARE(e.costUSD.has_value(), cost.isValid());
+        if (cost.isValid())
+            QCOMPARE(*e.costUSD, cost.toDouble());
+        QCOMPARE(e.durationSec, entryError.isEmpty() || e.costUSD ? seconds : 0.0);
+        QVERIFY(rig.tempRecordings().isEmpty());
+        QCOMPARE(e.audioPath.has_value(), audioKept);
+        if (audioKept) {
+            QVERIFY(e.audioPath->startsWith(rig.keptFolder() + "/sorvel-"));
+            QVERIFY(QFile::exists(*e.audioPath));
+        }
+        QCOMPARE(rig.keys.chords.size(), chords);
+        if (!keysWork)
+            QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", text.toUtf8()}}}));
+        // Every run, paid or not, stamps the last request; only usage counts towards the totals.
+        const bool paid = status == 200 && !ownKey;
+        QCOMPARE(rig.state().settings().lastRequestAt().has_value(), status == 200);
+        QCOMPARE(rig.state().settings().totalSpentUSD(), paid ? 0.001 : 0.0);
+        if (message.isEmpty()) {
+            const QVariantMap success = rig.lastEvent("transcription_success");
+            QCOMPARE(success.value("mode_proxy"), QVariant(!ownKey));
+            QCOMPARE(success.value("cost_usd"), paid ? QVariant(0.001) : QVariant(0));
+            QCOMPARE(success.value("preset"), QVariant("Быстрая"));
+            QCOMPARE(success.value("client_latency_ms"), QVariant(qint64(0))); // no virtual time passed
+        }
+        if (status != 200)
+            QCOMPARE(rig.lastEvent("transcription_failed").value("is_retryable"), QVariant(true));
+        if (!message.isEmpty()) {
+            rig.fixture.clock.advance(3.0);
+            QCOMPARE(rig.recState(), RecordingState::idle());
+        }
+    }
+
+    void pasteRestoresTheClipboardAndSpendingLowersTheBalance() {
+        QList<double> balances; // outlives the rig, whose teardown may still change the account
+        RunRig rig;
+        connect(&rig.state().account(), &AccountStore::changed, this,
+                [&] { balances.append(rig.state().account().balanceTokens()); });
+        rig.reply(kProxyPath, 200, answer("Привет, мир."));
+        rig.dictate(2.0);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("Привет, мир.")}}}));
+        QCOMPARE(balances.value(0), 100000.0 - 250.0); // at once, before the refresh
+        rig.fixture.clock.advance(0.25);
+        QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/html", QByteArray("<b>раньше</b>")}}}));
+        QCOMPARE(rig.state().lastTranscription(), QString("Привет, мир."));
+        // The refresh asks the service for the real figure.
+        QVERIFY(spinUntil([&] { return !gServer->received("/api/me").isEmpty(); }));
+    }
+
+    void timeLimitAndSlowFlagAtTheirEdges() {
+        RunRig rig;
+        // 24.99 s: the answer still counts.
+        rig.reply(kProxyPath, 200, answer("Успели."), 1500);
+        rig.dictate(2.0);
+        QVERIFY(rig.waitUntilSent(kProxyPath, 1));
+        rig.fixture.clock.advance(4.99);
+        QVERIFY(!rig.state().slowProcessing());
+        rig.fixture.clock.advance(0.01);
+        QVERIFY(rig.state().slowProcessing());
+        rig.fixture.clock.advance(19.99);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.entry().text, QString("Успели."));
+        QVERIFY(!rig.state().slowProcessing());
+
+        // 25 s: the request is aborted and the audio kept for a retry.
+        rig.reply(kProxyPath, 200, answer("Поздно."), 3000);
+        rig.fixture.clock.advance(10.0); // the first run's slow task has long fired
+        rig.dictate(2.0);
+        QVERIFY(rig.waitUntilSent(kProxyPath, 2));
+        rig.fixture.clock.advance(25.0);
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.recState(), RecordingState::error(kTimeoutText));
+        const HistoryEntry e = rig.entry();
+        QCOMPARE(e.errorMessage, std::optional<QString>(kTimeoutText));
+        QVERIFY(e.audioPath && e.audioPath->startsWith(rig.keptFolder()) && QFile::exists(*e.audioPath));
+        QCOMPARE(rig.lastEvent("transcription_failed").value("error"), QVariant(kTimeoutText));
+    }
+
+    void slowFlagOfAnEarlyRunRisesForTheNext() {
+        RunRig rig;
+        rig.reply(kProxyPath, 200, answer("Первый."));
+        rig.dictate(2.0);
+        QVERIFY(rig.waitForEnd()); // run one ends at once; its 5 s task still sleeps
+        rig.reply(kProxyPath, 200, answer("Второй."), 1500);
+        rig.dictate(2.0);
+        QVERIFY(rig.waitUntilSent(kProxyPath, 2));
+        rig.fixture.clock.advance(2.99);
+        QVERIFY(!rig.state().slowProcessing());
+        rig.fixture.clock.advance(0.01); // 5 s after run one, 3 s into run two
+        QVERIFY(rig.state().slowProcessing());
+        QVERIFY(rig.waitForEnd());
+    }
+
+    void keptFolderUnusable() {
+        // A file where the folder should be: nothing can be moved there.
+        for (const bool timeout : {false, true}) {
+            RunRig rig;
+            QDir().mkpath(QFileInfo(rig.keptFolder()).path());
+            QFile blocker(rig.keptFolder());
+            QVERIFY(blocker.open(QIODevice::WriteOnly));
+            blocker.close();
+            rig.reply(kProxyPath, timeout ? 200 : 500, answer("x"), timeout ? 3000 : 0);
+            rig.dictate(2.0);
+            QVERIFY(rig.waitUntilSent(kProxyPath, 1));
+            if (timeout)
+                rig.fixture.clock.advance(25.0);
+            QVERIFY(rig.waitForEnd());
+            const HistoryEntry e = rig.entry();
+            QCOMPARE(rig.tempRecordings().size(), 1);
+            // Only the time limit stays retryable, from the temporary file.
+            QCOMPARE(e.audioPath.has_value(), timeout);
+            if (timeout)
+                QCOMPARE(*e.audioPath, rig.fixture.env.paths.tempDir + "/" + rig.tempRecordings().first());
+        }
+    }
+
+    void classificationAfterACloudRun() {
+        RunRig rig;
+        rig.reply(kProxyPath, 200, answer("Раз два три четыре пять шесть семь восемь девять десять одиннадцать."));
+        rig.reply(kProxyPath, 200, answer(" Docs. \n"));
+        QSignalSpy classified(rig.coordinator.get(), &RecordingCoordinator::classificationFinished);
+        rig.dictate(4.0);
+        QVERIFY(rig.waitForEnd());
+        QVERIFY(classified.wait(10000));
+        QCOMPARE(rig.entry().category, std::optional<TextCategory>(TextCategory::docs));
+        const QJsonObject asked = QJsonDocument::fromJson(gServer->received(kProxyPath).value(1).body).object();
+        QCOMPARE(asked.value("model").toString(), QString("google/gemini-2.5-flash-lite"));
+        QCOMPARE(asked.value("temperature").toDouble(), 0.0);
+        QCOMPARE(rig.coordinator->pendingClassifications(), 0);
+    }
+
+    void retry() {
+        RunRig rig;
+        rig.reply(kProxyPath, 500, "down");
+        rig.dictate(2.0);
+        QVERIFY(rig.waitForEnd());
+        const HistoryEntry failed = rig.entry();
+        QVERIFY(failed.audioPath);
+        rig.fixture.clock.advance(3.0);
+        QSignalSpy finished(rig.coordinator.get(), &RecordingCoordinator::retryFinished);
+        LogCapture log;
+        const QString tag = "retry[" + uuidText(failed.id).left(8) + "]: ";
+
+        // Fails again: the message is replaced and the audio stays for another try.
+        rig.reply(kProxyPath, 502, "still down");
+        syncWait(rig.coordinator->retryTranscription(failed.id));
+        QCOMPARE(rig.entry().errorMessage, std::optional<QString>("OpenRouter ответил 502: still down"));
+        QCOMPARE(rig.entry().audioPath, failed.audioPath);
+        QVERIFY(log.has(tag + "FAILED — OpenRouter ответил 502: still down"));
+        rig.fixture.clock.advance(3.0);
+
+        // A time-out keeps the kept file where it is.
+        rig.reply(kProxyPath, 200, answer("x"), 3000);
+        auto timed = rig.coordinator->retryTranscription(failed.id);
+        QVERIFY(rig.waitUntilSent(kProxyPath, 3));
+        rig.fixture.clock.advance(25.0);
+        syncWait(std::move(timed));
+        QCOMPARE(rig.entry().errorMessage, std::optional<QString>(kTimeoutText));
+        QVERIFY(QFile::exists(*failed.audioPath));
+        rig.fixture.clock.advance(3.0);
+
+        // Signed out: the pipeline can't be built; no message on the HUD.
+        rig.state().account().signOut();
+        syncWait(rig.coordinator->retryTranscription(failed.id));
+        QCOMPARE(rig.recState(), RecordingState::idle());
+        QCOMPARE(rig.entry().errorMessage, std::optional<QString>(notSignedInError().description()));
+        QVERIFY(log.has(tag + "buildPipeline threw: " + notSignedInError().description()));
+
+        // Success while a new recording runs: the entry is rewritten, nothing is pasted.
+        rig.ownKey();
+        rig.reply(kDirectPath, 200, answer("Повтор удался."));
+        rig.coordinator->handleKeyDown();
+        syncWait(rig.coordinator->retryTranscription(failed.id));
+        const HistoryEntry done = rig.entry();
+        QCOMPARE(done.id, failed.id);
+        QCOMPARE(done.text, QString("Повтор удался."));
+        QVERIFY(!done.errorMessage && !done.audioPath);
+        QCOMPARE(done.costUSD, std::optional<double>(0.0)); // own key
+        QVERIFY(!QFile::exists(*failed.audioPath));
+        QCOMPARE(rig.keys.chords.size(), 0);
+        QCOMPARE(rig.state().lastTranscription(), QString("Повтор удался."));
+        QCOMPARE(rig.recState(), RecordingState::idle());
+        QCOMPARE(finished.last().value(1), QVariant(true));
+        // The recording's release still ends it as usual.
+        rig.fixture.clock.advance(2.0);
+        rig.reply(kDirectPath, 200, answer("Новая запись."));
+        rig.coordinator->handleKeyUp();
+        QVERIFY(spinUntil([&] { return rig.state().history().entries().size() == 2; }));
+
+        // No audio any more: aborted, nothing changes.
+        const int events = rig.tracked.size();
+        syncWait(rig.coordinator->retryTranscription(failed.id));
+        QCOMPARE(rig.lastEvent("retry_aborted").value("reason"), QVariant("no_audio"));
+        QVERIFY(rig.tracked.size() > events);
+        QCOMPARE(rig.state().history().entry(failed.id)->text, QString("Повтор удался."));
+        QCOMPARE(finished.last().value(1), QVariant(false));
+    }
+};
+
+QTEST_GUILESS_MAIN(DictationRunTest)
+#include "DictationRunTest.moc"
