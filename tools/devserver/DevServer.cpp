@@ -13,6 +13,10 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 namespace tamvex::devserver {
 
 namespace {
@@ -143,7 +147,24 @@ void DevServer::setUpstream(const QUrl& chatCompletionsUrl, const QString& apiKe
     m_upstreamKey = apiKey;
 }
 
+void DevServer::ackAtOnce(QTcpSocket* socket) {
+    // Qt's HTTP client writes a large body without TCP_NODELAY, so on a reused connection its
+    // last small segment waits for our ACK, which Linux delays by up to 40 ms. Acking at
+    // once keeps the service's own ACK policy out of the client's measured latency.
+    if (socket->property("tamvexAckAtOnce").toBool())
+        return;
+    socket->setProperty("tamvexAckAtOnce", true);
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    const auto ack = [socket] {
+        const int on = 1;
+        ::setsockopt(int(socket->socketDescriptor()), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+    };
+    connect(socket, &QTcpSocket::readyRead, socket, ack);
+    ack();
+}
+
 bool DevServer::handleRequest(const QHttpServerRequest& request, QTcpSocket* socket) {
+    ackAtOnce(socket);
     Received r;
     r.method = methodName(request.method());
     r.path = request.url().path();

@@ -132,6 +132,7 @@ private:
     Answer modelFile(const Received& request) const;
     Answer control(const Received& request);
 
+    static void ackAtOnce(QTcpSocket* socket);
     std::optional<QString> bearerPhone(const Received& request) const;
     QString issueToken(const QString& phone);
     DevUser& ensureUser(const QString& phone, bool* created = nullptr);
