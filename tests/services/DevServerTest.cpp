@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QNetworkReply>
@@ -52,6 +53,11 @@ class DevServerTest : public QObject {
 private slots:
     void signInFlowAgainstTheExecutableSurvivesARestart() {
         QTemporaryDir data;
+        QFile accounts(data.filePath("accounts.json"));
+        QVERIFY(accounts.open(QIODevice::WriteOnly)); // an older file, readable by everyone
+        accounts.write("{}");
+        accounts.close();
+        QVERIFY(accounts.setPermissions(accounts.permissions() | QFileDevice::ReadOther | QFileDevice::ReadGroup));
         QString token;
         {
             RunningServer server(data.path());
@@ -68,6 +74,9 @@ private slots:
             QCOMPARE(failureOf<APIError>(api.verify("+79991234567", "wrong"))->status(), 400);
             const auto session = syncWait(api.verify("+79991234567", *code.dev_code));
             token = session.access_token;
+            // It holds the tokens now: the owner's alone.
+            QCOMPARE(QFileInfo(accounts).permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser),
+                     QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 
             AccountStore store(*sandbox.defaults, api);
             store.setSession(session.access_token, session.user);

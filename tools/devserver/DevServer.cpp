@@ -288,6 +288,8 @@ void DevServer::save() const {
         tokens.insert(it.key(), it.value());
     QSaveFile file(QDir(m_dataDir).filePath("accounts.json"));
     if (file.open(QIODevice::WriteOnly)) {
+        // It holds access tokens: the owner's alone, also where an older file was open wider.
+        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         file.write(QJsonDocument(QJsonObject{{"users", users}, {"tokens", tokens}}).toJson());
         file.commit();
     }
