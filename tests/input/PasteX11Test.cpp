@@ -2,6 +2,7 @@
 // processes, and the focused window's WM_CLASS.
 #include "InputTestSupport.h"
 #include "KeyboardShortcuts/ShortcutRegistry.h"
+#include "XkbLayout.h"
 #include "XvfbSession.h"
 #include "desktop/EvdevKeySource.h"
 #include "desktop/HotkeyManager.h"
@@ -18,6 +19,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <memory>
@@ -165,6 +167,39 @@ private slots:
         clock.advance(TextInjector::restoreDelaySec);
         test::syncWait(std::move(inject));
         QCOMPARE(target.clipboard().value("text/plain"), QByteArray("echo диктовка"));
+    }
+
+    void pasteLandsWhateverTheLayout() {
+        struct Row {
+            const char* name;
+            QStringList layouts; // setxkbmap's arguments
+            int group;           // the layout switched to
+            QString resource;    // the target's WM_CLASS instance
+            QString chord;
+        };
+        const QList<Row> rows{
+            {"us,ru switched to Russian", {"-layout", "us,ru"}, 1, {}, "ctrl+V"},
+            {"Russian only", {"ru"}, 0, {}, "ctrl+V"},
+            {"Russian only, a terminal", {"ru"}, 0, "xterm", "ctrl+shift+V"},
+        };
+        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
+        for (const Row& row : rows) {
+            QCOMPARE(test::useKeyboardLayout(row.layouts, row.group), row.group);
+            Target target(row.resource);
+            QVERIFY2(target.ready, row.name);
+            ManualClock clock;
+            SystemClipboard clipboard;
+            X11KeySender keys;
+            SystemInputAccess access(keys);
+            X11FrontmostApp front;
+            TextInjector injector(clock, clipboard, keys, access, &front);
+            auto inject = injector.inject("Вставка при русской раскладке");
+            QVERIFY2(test::spinUntil([&] { return target.keys() == row.chord; }, 5000), row.name);
+            if (row.resource.isEmpty()) // a line edit takes only Ctrl+V as paste
+                QCOMPARE(target.text(), QString("Вставка при русской раскладке"));
+            clock.advance(TextInjector::restoreDelaySec);
+            test::syncWait(std::move(inject));
+        }
     }
 
     void deniedAccessLeavesTheClipboardAlone() {
