@@ -90,7 +90,7 @@ public:
                 return KeyCode(code);
         return 0;
     }
-    /// The highest keycode with no symbols at all: no key of the keyboard sends it, or 0.
+    /// The highest keycode with nothing bound in any layout (keys in use all have symbols), or 0.
     KeyCode unused() const {
         for (int code = m_xkb->max_key_code; code > m_xkb->min_key_code; --code)
             if (XkbKeyNumGroups(m_xkb, code) == 0)
@@ -155,8 +155,8 @@ unsigned char X11KeySender::pasteKey() {
     // A Latin layout with V elsewhere (Dvorak), or the key bound below by an earlier paste.
     if (const KeyCode elsewhere = keyboard.typing(XK_v))
         return elsewhere;
-    // No layout types "v" at all (Russian alone): applications would read Ctrl+М. A keycode that
-    // no key sends is bound to v while we run, as no real key is taken from the user.
+    // No layout types "v" at all (Russian alone): applications would read Ctrl+М. A keycode with
+    // nothing bound is bound to v while we run, so no key the user types on changes meaning.
     const KeyCode free = keyboard.unused();
     if (!free)
         return 0;
