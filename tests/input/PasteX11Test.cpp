@@ -22,6 +22,7 @@
 #include <QScopeGuard>
 #include <QTest>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -97,6 +98,26 @@ private:
     QProcess m_process;
 };
 
+/// The injector as the application has it: the system clipboard, XTest keys, the focused window.
+struct SessionInjector {
+    ManualClock clock;
+    SystemClipboard clipboard;
+    X11KeySender keys;
+    SystemInputAccess access{keys};
+    X11FrontmostApp front;
+    TextInjector injector{clock, clipboard, keys, access, &front};
+
+    /// Injects `text` and waits until `landed` holds; then the clipboard restore runs, in
+    /// virtual time, so it waits for the target however slow the machine.
+    bool paste(const QString& text, const std::function<bool()>& landed) {
+        auto inject = injector.inject(text);
+        const bool ok = test::spinUntil(landed, 5000);
+        clock.advance(TextInjector::restoreDelaySec);
+        test::syncWait(std::move(inject));
+        return ok;
+    }
+};
+
 class DeniedAccess final : public InputAccess {
 public:
     bool isTrusted() const override { return false; }
@@ -131,20 +152,11 @@ private slots:
         for (auto it = kOriginal.begin(); it != kOriginal.end(); ++it)
             QCOMPARE(before.value(it.key()), it.value());
 
-        ManualClock clock;
-        SystemClipboard clipboard;
-        X11KeySender keys;
-        QVERIFY(keys.isAvailable());
-        SystemInputAccess access(keys);
-        X11FrontmostApp front;
-        QCOMPARE(front.focusedWindow()->instanceName, QStringLiteral("input_paste_target"));
-        TextInjector injector(clock, clipboard, keys, access, &front);
-        // Virtual time: the restore waits until the target has pasted, however slow the machine.
-        auto inject = injector.inject("Привет, мир");
-        QVERIFY(test::spinUntil([&] { return target.text() == "Привет, мир"; }, 5000));
+        SessionInjector session;
+        QVERIFY(session.keys.isAvailable());
+        QCOMPARE(session.front.focusedWindow()->instanceName, QStringLiteral("input_paste_target"));
+        QVERIFY(session.paste("Привет, мир", [&] { return target.text() == "Привет, мир"; }));
         QCOMPARE(target.keys(), QStringLiteral("ctrl+V"));
-        clock.advance(TextInjector::restoreDelaySec);
-        test::syncWait(std::move(inject));
         // What another process now reads is the original, type by type, byte for byte.
         const Types after = target.clipboard();
         QCOMPARE(after, before);
@@ -156,16 +168,8 @@ private slots:
         target.ask("clear-clipboard", "ok");
         QVERIFY(target.clipboard().isEmpty());
 
-        ManualClock clock;
-        SystemClipboard clipboard;
-        X11KeySender keys;
-        SystemInputAccess access(keys);
-        X11FrontmostApp front;
-        TextInjector injector(clock, clipboard, keys, access, &front);
-        auto inject = injector.inject("echo диктовка");
-        QVERIFY(test::spinUntil([&] { return target.keys() == "ctrl+shift+V"; }, 5000));
-        clock.advance(TextInjector::restoreDelaySec);
-        test::syncWait(std::move(inject));
+        SessionInjector session;
+        QVERIFY(session.paste("echo диктовка", [&] { return target.keys() == "ctrl+shift+V"; }));
         QCOMPARE(target.clipboard().value("text/plain"), QByteArray("echo диктовка"));
     }
 
@@ -187,18 +191,11 @@ private slots:
             QCOMPARE(test::useKeyboardLayout(row.layouts, row.group), row.group);
             Target target(row.resource);
             QVERIFY2(target.ready, row.name);
-            ManualClock clock;
-            SystemClipboard clipboard;
-            X11KeySender keys;
-            SystemInputAccess access(keys);
-            X11FrontmostApp front;
-            TextInjector injector(clock, clipboard, keys, access, &front);
-            auto inject = injector.inject("Вставка при русской раскладке");
-            QVERIFY2(test::spinUntil([&] { return target.keys() == row.chord; }, 5000), row.name);
+            SessionInjector session;
+            QVERIFY2(session.paste("Вставка при русской раскладке", [&] { return target.keys() == row.chord; }),
+                     row.name);
             if (row.resource.isEmpty()) // a line edit takes only Ctrl+V as paste
                 QCOMPARE(target.text(), QString("Вставка при русской раскладке"));
-            clock.advance(TextInjector::restoreDelaySec);
-            test::syncWait(std::move(inject));
         }
     }
 
