@@ -28,6 +28,7 @@ const char* kHelp =
     "  tamvex transcribe ФАЙЛ [--preset P] [--json] [--timeout СЕК]\n"
     "                                       распознать файл, как диктовку (без истории и вставки)\n"
     "  tamvex history list [--limit N] [--json] | show ID [--json] | export --json\n"
+    "  tamvex history retry ID [--json]     повторить неудачную диктовку по сохранённой записи\n"
     "  tamvex insights [--json] [--recompute]\n"
     "  tamvex model status|download|verify|delete [--json]\n"
     "                                       локальная модель whisper\n"
