@@ -133,9 +133,7 @@ private slots:
     void initTestCase() {
         gServer = new devserver::DevServer({}, this);
         QVERIFY(gServer->start() != 0);
-        const QByteArray url = gServer->baseUrl().toString().toUtf8();
-        for (const char* name : {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL"})
-            qputenv(name, url); // this process and every `tamvex` it starts
+        pointHostsAt(gServer->baseUrl());
         gServer->setRecommend("fast-audio", "google/gemini-2.5-flash", 600);
         gServer->setRecommend("precise-audio", "google/gemini-2.5-pro", 600);
     }

@@ -112,9 +112,7 @@ private slots:
     void initTestCase() {
         gServer = new devserver::DevServer({}, this);
         QVERIFY(gServer->start() != 0);
-        const QByteArray url = gServer->baseUrl().toString().toUtf8();
-        for (const char* name : {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL"})
-            qputenv(name, url);
+        pointHostsAt(gServer->baseUrl());
     }
 
     void outcomes_data() {

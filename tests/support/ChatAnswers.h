@@ -5,6 +5,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QString>
+#include <QUrl>
+#include <QtGlobal>
 
 namespace tamvex::test {
 
@@ -20,6 +22,13 @@ inline QByteArray chatAnswer(const QString& content, bool withUsage = true) {
             "usage",
             QJsonObject{{"prompt_tokens", 120}, {"completion_tokens", 12}, {"total_tokens", 132}, {"cost", 0.001}});
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
+}
+
+/// Points every host of this process, and of the processes it starts, at `url`. The hosts
+/// are read once per process: call it before the first request.
+inline void pointHostsAt(const QUrl& url) {
+    for (const char* name : {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL"})
+        qputenv(name, url.toString().toUtf8());
 }
 
 } // namespace tamvex::test
