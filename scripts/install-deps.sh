@@ -15,4 +15,4 @@ $SUDO apt-get install -y --no-install-recommends \
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev \
   libsqlite3-dev libevdev-dev libx11-dev libxtst-dev libxi-dev \
   libbenchmark-dev \
-  xvfb xauth dbus-daemon dbus-x11 pulseaudio pulseaudio-utils ffmpeg sqlite3 sox
+  xvfb xauth dbus-daemon dbus-x11 xclip pulseaudio pulseaudio-utils ffmpeg sqlite3 sox
