@@ -25,6 +25,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <functional>
 #include <memory>
 
 using namespace tamvex;
@@ -58,6 +59,18 @@ Result runCommand(const QString& program, const QStringList& args, const QProces
     }
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+}
+
+/// Polls `until` with a pause between tries: each try may start a process, and a tight
+/// loop of those would starve the programs under test on a loaded machine.
+bool pollUntil(const std::function<bool()>& until, int ms) {
+    QDeadlineTimer deadline(ms);
+    while (!until()) {
+        if (deadline.hasExpired())
+            return false;
+        QTest::qWait(100);
+    }
+    return true;
 }
 
 /// A daemon of our own for the run: a session bus.
@@ -313,16 +326,16 @@ private slots:
         test::PasteTargetProcess target(QStringLiteral(TAMVEX_PASTE_TARGET_PATH));
         QVERIFY(target.ready);
         QCOMPARE(runCommand("xclip", {"-selection", "clipboard", "-i"}, env, kClipboardBefore.toUtf8()).exitCode, 0);
-        QVERIFY(test::spinUntil([&] { return clipboard(env) == kClipboardBefore; }, 5000));
+        QVERIFY(pollUntil([&] { return clipboard(env) == kClipboardBefore; }, 5000));
         QVERIFY(m_service->script(chatRoute, 200, chatAnswer(text)));
 
         App tamvex(env, user.dir.path() + "/tamvex.log");
         const auto withLog = [&](const QString& what) { return what + "\n--- tamvex log ---\n" + tamvex.log(); };
-        test::spinUntil([&] { return g.bus->hasOwner(kServiceName) || !tamvex.running(); }, 30000);
+        pollUntil([&] { return g.bus->hasOwner(kServiceName) || !tamvex.running(); }, 30000);
         QVERIFY2(tamvex.running() && g.bus->hasOwner(kServiceName),
                  qPrintable(withLog("tamvex did not take its D-Bus name")));
         if (!ownKey)
-            QVERIFY2(test::spinUntil([&] { return !m_service->requests("/api/me").isEmpty(); }, 15000),
+            QVERIFY2(pollUntil([&] { return !m_service->requests("/api/me").isEmpty(); }, 15000),
                      qPrintable(withLog("tamvex did not load the signed-in account")));
 
         // One dictation: key down, the phrase, key up.
@@ -337,9 +350,9 @@ private slots:
         dictate();
         if (QTest::currentTestFailed())
             return;
-        QVERIFY2(test::spinUntil([&] { return target.text() == text; }, 30000),
+        QVERIFY2(pollUntil([&] { return target.text() == text; }, 30000),
                  qPrintable(withLog("the text did not arrive in the focused field; it holds «" + target.text() + "»")));
-        QVERIFY(test::spinUntil([&] { return clipboard(env) == kClipboardBefore; }, 10000));
+        QVERIFY(pollUntil([&] { return clipboard(env) == kClipboardBefore; }, 10000));
         QJsonArray entries = history(env);
         QCOMPARE(entries.size(), 1);
         const QJsonObject done = entries.first().toObject();
@@ -357,7 +370,7 @@ private slots:
         dictate();
         if (QTest::currentTestFailed())
             return;
-        QVERIFY2(test::spinUntil([&] { return history(env).size() == 2; }, 30000),
+        QVERIFY2(pollUntil([&] { return history(env).size() == 2; }, 30000),
                  qPrintable(withLog("the failed dictation did not reach the history")));
         entries = history(env);
         const QJsonObject failed = entries.first().toObject();
@@ -394,6 +407,10 @@ private slots:
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    // The helpers this process starts (the paste target) want a runtime folder of their own.
+    QTemporaryDir runtime;
+    QFile::setPermissions(runtime.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toLocal8Bit());
     test::XvfbSession xvfb;
     SessionBus bus;
     g.xvfb = &xvfb;
