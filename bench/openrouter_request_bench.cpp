@@ -1,6 +1,7 @@
 // The chat request's cost on the client: reading a 1 MB recording, base64 and the JSON
 // body (time and peak extra memory), and what OpenRouterService adds to a loopback
 // round trip against tamvex-devserver compared with a bare POST of the same body.
+#include "BenchSupport.h"
 #include "account/Network.h"
 #include "pipelines/BackendSelector.h"
 #include "pipelines/OpenRouterService.h"
@@ -25,24 +26,11 @@
 #include <string>
 
 using namespace tamvex;
+using namespace tamvex::bench;
 
 namespace {
 
 constexpr qsizetype kAudioBytes = 1024 * 1024;
-
-// Resident and peak resident set in bytes; writing 5 to clear_refs resets the peak.
-qint64 statusKb(const char* field) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind(field, 0) == 0)
-            return std::stoll(line.substr(std::string(field).size())) * 1024;
-    return -1;
-}
-
-void resetPeak() {
-    std::ofstream("/proc/self/clear_refs") << "5";
-}
 
 QString writeAudioFile(const QTemporaryDir& dir) {
     const QString path = dir.filePath("sample.m4a");
@@ -55,32 +43,20 @@ QString writeAudioFile(const QTemporaryDir& dir) {
     return path;
 }
 
-template <class T> T wait(QCoro::Task<T>&& task) {
-    std::optional<T> result;
-    auto runner = [&]() -> QCoro::Task<void> { result.emplace(co_await std::move(task)); };
-    auto keep = runner();
-    QDeadlineTimer deadline(10000);
-    while (!result && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
-    if (!result)
-        throw std::runtime_error("timed out");
-    return std::move(*result);
-}
-
 void BM_BuildChatRequest1MB(benchmark::State& state) {
     QTemporaryDir dir;
     const QString path = writeAudioFile(dir);
     qint64 worstExtra = 0;
     qint64 bodySize = 0;
     for (auto _ : state) {
-        const qint64 before = statusKb("VmRSS:");
+        const qint64 before = statusBytes("VmRSS:");
         resetPeak();
         const QList<ChatMessage> messages{{"system", {ChatContent::makeText(prompts::cleanupPrompt)}},
                                           {"user", {ChatContent::audioFile(path, "m4a")}}};
         const QByteArray body = encodeChatRequest("preset:fast-audio", messages, 0.2);
         benchmark::DoNotOptimize(body.data());
         bodySize = body.size();
-        worstExtra = std::max(worstExtra, statusKb("VmHWM:") - before);
+        worstExtra = std::max(worstExtra, statusBytes("VmHWM:") - before);
     }
     state.counters["body_bytes"] = double(bodySize);
     state.counters["peak_extra_x_file"] = double(worstExtra) / double(kAudioBytes);

@@ -11,7 +11,10 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <functional>
+#include <limits>
+#include <optional>
 
 namespace tamvex {
 
@@ -33,6 +36,17 @@ struct Options {
     QString error;
 };
 
+// A whole number above zero. Past what an int holds it can only mean "all of them": capped.
+std::optional<int> positiveCount(const QString& text) {
+    if (text.isEmpty() || !std::all_of(text.begin(), text.end(), [](QChar c) { return c >= u'0' && c <= u'9'; }))
+        return std::nullopt;
+    bool fits = false;
+    const qulonglong n = text.toULongLong(&fits);
+    if (fits && n == 0)
+        return std::nullopt;
+    return fits && n < qulonglong(std::numeric_limits<int>::max()) ? int(n) : std::numeric_limits<int>::max();
+}
+
 Options parseOptions(const QStringList& args, bool allowLimit, bool allowRecompute) {
     Options o;
     for (qsizetype i = 0; i < args.size(); ++i) {
@@ -42,13 +56,12 @@ Options parseOptions(const QStringList& args, bool allowLimit, bool allowRecompu
         } else if (a == "--recompute" && allowRecompute) {
             o.recompute = true;
         } else if (a == "--limit" && allowLimit) {
-            bool ok = false;
-            const int n = i + 1 < args.size() ? args[i + 1].toInt(&ok) : 0;
-            if (!ok || n < 1) {
+            const auto n = positiveCount(args.value(i + 1));
+            if (!n) {
                 o.error = "После --limit нужно целое число больше нуля.";
                 return o;
             }
-            o.limit = n;
+            o.limit = *n;
             ++i;
         } else if (a.startsWith("--")) {
             o.error = "Неизвестный параметр: " + a;

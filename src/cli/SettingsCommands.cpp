@@ -8,6 +8,8 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
+
 namespace tamvex {
 
 namespace {
@@ -23,36 +25,60 @@ QString printable(const QVariant& value) {
     return value.toString();
 }
 
-const char* kUsage = "Использование: tamvex settings get [КЛЮЧ] | tamvex settings set КЛЮЧ ЗНАЧЕНИЕ\n";
+// A secret echoed back is shown by its last characters only, enough to tell two keys apart.
+QString shown(const QString& key, const QVariant& value) {
+    const QString text = printable(value);
+    if (key != SettingsKeys::apiKey || text.isEmpty())
+        return text;
+    return QStringLiteral("…") + text.right(std::min<qsizetype>(4, text.size() / 4));
+}
+
+const char* kUsage = "Использование: tamvex settings get [КЛЮЧ] | tamvex settings set КЛЮЧ ЗНАЧЕНИЕ\n"
+                     "ЗНАЧЕНИЕ «-» читается из стандартного ввода (одна строка): так ключ API не попадает в "
+                     "историю команд.\n";
 } // namespace
 
 int runSettingsCommand(const QStringList& args, QTextStream& out, QTextStream& err) {
+    QTextStream in(stdin);
+    return runSettingsCommand(args, in, out, err);
+}
+
+int runSettingsCommand(const QStringList& args, QTextStream& in, QTextStream& out, QTextStream& err) {
     const Paths paths = Paths::standard();
     Defaults defaults(paths.settingsFile());
     WallClock clock;
     AutostartLoginItem login(paths.autostartEntry(), QCoreApplication::applicationFilePath());
     SettingsStore store(defaults, clock, login);
+    const QString key = SettingsStore::keyForName(args.value(1));
 
     if (args.value(0) == "get" && args.size() <= 2) {
         if (args.size() == 1) {
-            for (const QString& key : SettingsStore::keys())
-                out << key << " = " << printable(store.valueForKey(key)) << "\n";
+            for (const QString& each : SettingsStore::keys())
+                out << each << " = " << printable(store.valueForKey(each)) << "\n";
             return 0;
         }
-        if (!SettingsStore::keys().contains(args[1])) {
+        if (!SettingsStore::keys().contains(key)) {
             err << "Неизвестный ключ «" << args[1] << "». Ключи: " << SettingsStore::keys().join(", ") << "\n";
             return 2;
         }
-        out << printable(store.valueForKey(args[1])) << "\n";
+        out << printable(store.valueForKey(key)) << "\n";
         return 0;
     }
     if (args.value(0) == "set" && args.size() == 3) {
-        const QString error = store.assignFromText(args[1], args[2]);
+        QString value = args[2];
+        if (value == QLatin1String("-")) {
+            value = in.readLine(); // without its line break
+            if (value.isNull()) {
+                err << "Значение не пришло: стандартный ввод пуст.\n";
+                return 2;
+            }
+        }
+        const QString error = store.assignFromText(key, value);
         if (!error.isEmpty()) {
             err << error << "\n";
             return 2;
         }
-        out << args[1] << " = " << printable(store.valueForKey(args[1])) << "\n";
+        out << key << " = " << shown(key, store.valueForKey(key)) << "\n";
         return 0;
     }
     err << kUsage;

@@ -12,6 +12,7 @@
 #include "history/Words.h"
 #include "pipelines/PipelinePreset.h"
 #include "platform/Clipboard.h"
+#include "platform/Defaults.h"
 #include "platform/FrontmostApp.h"
 #include "platform/Log.h"
 #include "shell/SettingsStore.h"
@@ -250,6 +251,9 @@ void RecordingCoordinator::hallucinationEnd(const SpeechResult& result, double d
 QCoro::Task<void> RecordingCoordinator::deliver(SpeechResult result, double duration, PipelineSetup setup,
                                                 std::optional<QString> frontApp, double startedAt) {
     const QString text = result.text;
+    // The settings file is written once, right after the paste chord: its disk write is the
+    // slowest step here and the user waits for nothing it holds.
+    auto settingsWrite = std::make_unique<Defaults::Batch>(m_appState.environment().defaults);
     m_appState.settings().markRequest();
     if (result.usage)
         spend(*result.usage);
@@ -288,7 +292,8 @@ QCoro::Task<void> RecordingCoordinator::deliver(SpeechResult result, double dura
         pasteError = TextInjectorError(TextInjectorError::Kind::eventSourceFailed);
     } else {
         try {
-            QCoro::Task<void> paste = m_injector->inject(text);
+            QCoro::Task<void> paste = m_injector->inject(text); // the chord goes out before it first waits
+            settingsWrite.reset();
             co_await paste;
         } catch (const TextInjectorError& e) {
             pasteError = e;

@@ -5,6 +5,7 @@
 #include "core/RecordingCoordinator.h"
 #include "history/HistoryStore.h"
 #include "history/Words.h"
+#include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "shell/SettingsStore.h"
 
@@ -82,9 +83,12 @@ QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id) {
 
     // A retry takes the text as it comes: no speed rule, empty text too.
     logError(tag + "pipeline ok, text len=" + QString::number(speech->text.size()));
-    m_appState.settings().markRequest();
-    if (speech->usage)
-        spend(*speech->usage);
+    {
+        const Defaults::Batch batch(m_appState.environment().defaults);
+        m_appState.settings().markRequest();
+        if (speech->usage)
+            spend(*speech->usage);
+    }
     m_appState.history().applyRetrySuccess(
         id, speech->text, bookedCost(speech->usage),
         speech->usage ? std::optional<qint64>(speech->usage->promptTokens) : std::nullopt,

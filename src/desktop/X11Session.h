@@ -19,7 +19,11 @@ public:
     QString name() const override { return QStringLiteral("XTest"); }
 
 private:
-    void* m_display = nullptr; // Display*
+    /// The keycode to send for V, or 0 when none can type it.
+    unsigned char pasteKey();
+
+    void* m_display = nullptr;    // Display*
+    unsigned char m_boundKey = 0; // a keycode bound to "v" while no layout has it, undone at the end
 };
 
 /// The focused X11 window's WM_CLASS: _NET_ACTIVE_WINDOW, or the input focus without a

@@ -1,8 +1,8 @@
 #include "history/Formatting.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace tamvex {
 
@@ -10,12 +10,13 @@ namespace {
 
 constexpr qint64 kWeeklyGoalWords = 2000;
 
-// The C library's printf rounding (ties to even on the exact binary value), which
-// QString::asprintf does not share: 24.5 with "%.0f" reads "24", as the figures are specified.
-QString cFormat(const char* format, double value) {
-    char buffer[64];
-    std::snprintf(buffer, sizeof buffer, format, value);
-    return QString::fromUtf8(buffer);
+// A fixed-point figure with printf's rounding (ties to even on the exact binary value:
+// 24.5 with no decimals reads "24", as the figures are specified) but always with a dot:
+// printf follows LC_NUMERIC, which QCoreApplication sets from the user's locale ("1,0").
+QString fixed(double value, int decimals) {
+    char buffer[400]; // the longest double written out in full
+    const auto end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, decimals);
+    return end.ec == std::errc() ? QString::fromLatin1(buffer, end.ptr - buffer) : QStringLiteral("0");
 }
 
 // Russian nouns after a number take one of three forms: 1 минута, 2 минуты, 5 минут.
@@ -29,11 +30,11 @@ QString russianPlural(qint64 n, const char* one, const char* few, const char* ma
 }
 
 QString savedForInsightsPane(double minutes) {
-    return minutes < 60 ? cFormat("%.0fм", minutes) : cFormat("%.1fч", minutes / 60.0);
+    return minutes < 60 ? fixed(minutes, 0) + "м" : fixed(minutes / 60.0, 1) + "ч";
 }
 
 QString savedForHomePane(double minutes) {
-    return minutes < 60 ? cFormat("%.0f мин", minutes) : cFormat("%.1fч", minutes / 60.0);
+    return minutes < 60 ? fixed(minutes, 0) + " мин" : fixed(minutes / 60.0, 1) + "ч";
 }
 
 } // namespace
@@ -87,7 +88,7 @@ QString insightsUpdatedCaption(const QDateTime& generatedAt, const QDateTime& no
 
 QList<InsightTile> insightsCards(const Insights& s, const QLocale& locale) {
     return {
-        {"Слов в минуту", "speedometer", cFormat("%.0f", s.avgWordsPerMinute), "среднее по всем диктовкам"},
+        {"Слов в минуту", "speedometer", fixed(s.avgWordsPerMinute, 0), "среднее по всем диктовкам"},
         {"Всего слов", "textformat", groupedNumber(s.totalWords, locale),
          "≈ " + QString::number(s.totalWords / 250) + " страниц A4"},
         {"Используешь", "calendar", QString::number(s.daysUsed), "дней"},
@@ -109,10 +110,10 @@ QList<InsightTile> homeTiles(const std::optional<Insights>& insights, const QLoc
         s.wordsLastWeek >= 1 ? "+" + QString::number(s.wordsLastWeek) + " за неделю" : QString();
     const QString spoken = s.totalMinutes < 60
                                ? "≈ " + QString::number(qint64(s.totalMinutes)) + " мин"
-                               : cFormat("≈ %.1f часа", s.totalMinutes / 60.0);
+                               : "≈ " + fixed(s.totalMinutes / 60.0, 1) + " часа";
     return {
         {"Слов всего", "textformat", groupedNumber(s.totalWords, locale), weekly},
-        {"Минут наговорено", "clock.fill", cFormat("%.0f", s.totalMinutes), spoken},
+        {"Минут наговорено", "clock.fill", fixed(s.totalMinutes, 0), spoken},
         {"Используешь", "calendar", QString::number(s.daysUsed), "дней"},
         {"Сэкономлено", "bolt.fill", savedForHomePane(savedMinutes(s.totalWords)), "vs набор текста"},
     };

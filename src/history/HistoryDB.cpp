@@ -209,9 +209,8 @@ QList<HistoryEntry> HistoryDB::fetch(std::optional<int> limit, int offset) {
                                        " OFFSET " + QByteArray::number(offset) + ";"
                                  : QByteArray("SELECT * FROM entries ORDER BY created_at DESC;");
     Statement st(m_db, sql.constData());
+    // No reserve from the limit: it is a bound, not a size, and a caller may pass INT_MAX.
     QList<HistoryEntry> entries;
-    if (limit)
-        entries.reserve(*limit);
     // A failing step ends the read; what was read so far is the result.
     while (sqlite3_step(st.get()) == SQLITE_ROW)
         if (auto entry = readRow(st.get()))

@@ -76,6 +76,9 @@ OpenRouterService::OpenRouterService(Mode mode, BackendSelector* selector, Clock
     if (m_mode.kind == Mode::Kind::proxy) {
         m_chatEndpoint = ServiceHosts::join(proxyBase, QStringLiteral("/api/openrouter/v1/chat/completions"));
         m_creditsEndpoint = ServiceHosts::join(proxyBase, QStringLiteral("/api/openrouter/v1/credits"));
+    } else if (m_openRouterHost.path().endsWith(QLatin1String("/chat/completions"))) {
+        // A self-hosted OpenAI-compatible server named by its full chat endpoint.
+        m_chatEndpoint = m_openRouterHost;
     } else {
         m_chatEndpoint = ServiceHosts::join(m_openRouterHost, QStringLiteral("/api/v1/chat/completions"));
         m_creditsEndpoint = ServiceHosts::join(m_openRouterHost, QStringLiteral("/api/v1/credits"));

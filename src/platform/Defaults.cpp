@@ -284,7 +284,17 @@ void Defaults::write(const QString& key, const QVariant& value) {
     flush();
 }
 
+Defaults::Batch::~Batch() {
+    if (--m_defaults.m_batchDepth == 0 && m_defaults.m_dirty)
+        m_defaults.flush();
+}
+
 void Defaults::flush() {
+    if (m_batchDepth > 0) {
+        m_dirty = true;
+        return;
+    }
+    m_dirty = false;
     m_settings->sync();
     QFile::setPermissions(m_settings->fileName(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     if (m_settings->status() == QSettings::AccessError)

@@ -69,12 +69,27 @@ public:
     /// All keys, sorted.
     QStringList keys() const;
 
+    /// Holds the writes made while it lives and writes the file once when it goes, so that
+    /// one change of several keys costs one write of the file.
+    class Batch {
+    public:
+        explicit Batch(Defaults& defaults) : m_defaults(defaults) { ++m_defaults.m_batchDepth; }
+        ~Batch();
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+
+    private:
+        Defaults& m_defaults;
+    };
+
 private:
     void write(const QString& key, const QVariant& value);
     void flush();
 
     std::unique_ptr<QSettings> m_settings;
     QString m_quarantined;
+    int m_batchDepth = 0;
+    bool m_dirty = false;
 };
 
 } // namespace tamvex

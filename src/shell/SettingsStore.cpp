@@ -180,6 +180,7 @@ void SettingsStore::syncLaunchAtLogin() {
 }
 
 void SettingsStore::recordUsage(const UsageInfo& usage) {
+    const Defaults::Batch batch(m_defaults);
     m_totalSpentUSD += usage.costUSD;
     m_totalRequests += 1;
     emit changed();

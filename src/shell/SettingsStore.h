@@ -96,6 +96,9 @@ public:
 
     /// The settings keys this store owns, in property order.
     static QStringList keys();
+    /// The stored key a user-facing name stands for: "api_key" names the OpenRouter key;
+    /// any other name is taken as a stored key.
+    static QString keyForName(const QString& name);
     /// The loaded value of a key in printable form; an invalid QVariant for an unknown key
     /// and for a key with no value.
     QVariant valueForKey(const QString& key) const;

@@ -46,6 +46,10 @@ QStringList SettingsStore::keys() {
             K::cmdQBehavior};
 }
 
+QString SettingsStore::keyForName(const QString& name) {
+    return name == QLatin1String("api_key") ? K::apiKey : name;
+}
+
 QVariant SettingsStore::valueForKey(const QString& key) const {
     if (key == K::apiKey)
         return m_apiKey;

@@ -3,6 +3,7 @@
 
 #include <QTest>
 
+#include <clocale>
 #include <limits>
 
 using namespace tamvex;
@@ -21,6 +22,13 @@ Insights withWords(qint64 totalWords, double totalMinutes = 0, qint64 wordsLastW
 class FormattingTest : public QObject {
     Q_OBJECT
 private slots:
+    void initTestCase() {
+        // Everything here runs in our users' locale, whose printf writes "1,0": the figures keep the dot.
+        QVERIFY2(std::setlocale(LC_ALL, "ru_RU.UTF-8"),
+                 "ru_RU.UTF-8 is not generated (scripts/install-deps.sh does it)");
+        QCOMPARE(*std::localeconv()->decimal_point, ',');
+    }
+
     void tokensAreWholeNumbersGroupedByBlanks() {
         QCOMPARE(formatTokens(0), QString("0 ø"));
         QCOMPARE(formatTokens(999.4), QString("999 ø"));

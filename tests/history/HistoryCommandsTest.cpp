@@ -88,6 +88,12 @@ private slots:
         const QJsonArray array = QJsonDocument::fromJson(r.out.toUtf8()).array();
         QCOMPARE(array.size(), 3);
         QCOMPARE(HistoryEntry::fromJson(array[0].toObject()), std::optional(failed));
+        // A limit past the rows, or past what any integer holds, lists them all.
+        for (const char* limit : {"2147483647", "2147483648", "99999999999999999999999"}) {
+            r = run(runHistoryCommand, {"list", "--limit", limit});
+            QCOMPARE(r.code, 0);
+            QVERIFY2(r.out.endsWith("Показано 31 из 31.\n"), limit);
+        }
 
         r = run(runHistoryCommand, {"show", uuidText(failed.id).toLower()});
         QCOMPARE(r.code, 0);
@@ -122,7 +128,9 @@ private slots:
     void badArgumentsAndABrokenFileAreTold() {
         CliEnv env;
         QCOMPARE(run(runHistoryCommand, {}).code, 2);
-        QCOMPARE(run(runHistoryCommand, {"list", "--limit", "0"}).code, 2);
+        for (const char* limit : {"0", "000000000000000000000000", "-1", "+5", "1e3", "", "пять"})
+            QVERIFY2(run(runHistoryCommand, {"list", "--limit", limit}).code == 2, limit);
+        QCOMPARE(run(runHistoryCommand, {"list", "--limit"}).code, 2);
         QCOMPARE(run(runHistoryCommand, {"list", "--bogus"}).err.left(29), QString("Неизвестный параметр: --bogus"));
         QCOMPARE(run(runHistoryCommand, {"show"}).code, 2);
         QCOMPARE(run(runInsightsCommand, {"extra"}).code, 2);

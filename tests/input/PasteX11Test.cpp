@@ -2,6 +2,7 @@
 // processes, and the focused window's WM_CLASS.
 #include "InputTestSupport.h"
 #include "KeyboardShortcuts/ShortcutRegistry.h"
+#include "XkbLayout.h"
 #include "XvfbSession.h"
 #include "desktop/EvdevKeySource.h"
 #include "desktop/HotkeyManager.h"
@@ -18,8 +19,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTest>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -95,6 +98,26 @@ private:
     QProcess m_process;
 };
 
+/// The injector as the application has it: the system clipboard, XTest keys, the focused window.
+struct SessionInjector {
+    ManualClock clock;
+    SystemClipboard clipboard;
+    X11KeySender keys;
+    SystemInputAccess access{keys};
+    X11FrontmostApp front;
+    TextInjector injector{clock, clipboard, keys, access, &front};
+
+    /// Injects `text` and waits until `landed` holds; then the clipboard restore runs, in
+    /// virtual time, so it waits for the target however slow the machine.
+    bool paste(const QString& text, const std::function<bool()>& landed) {
+        auto inject = injector.inject(text);
+        const bool ok = test::spinUntil(landed, 5000);
+        clock.advance(TextInjector::restoreDelaySec);
+        test::syncWait(std::move(inject));
+        return ok;
+    }
+};
+
 class DeniedAccess final : public InputAccess {
 public:
     bool isTrusted() const override { return false; }
@@ -129,20 +152,11 @@ private slots:
         for (auto it = kOriginal.begin(); it != kOriginal.end(); ++it)
             QCOMPARE(before.value(it.key()), it.value());
 
-        ManualClock clock;
-        SystemClipboard clipboard;
-        X11KeySender keys;
-        QVERIFY(keys.isAvailable());
-        SystemInputAccess access(keys);
-        X11FrontmostApp front;
-        QCOMPARE(front.focusedWindow()->instanceName, QStringLiteral("input_paste_target"));
-        TextInjector injector(clock, clipboard, keys, access, &front);
-        // Virtual time: the restore waits until the target has pasted, however slow the machine.
-        auto inject = injector.inject("Привет, мир");
-        QVERIFY(test::spinUntil([&] { return target.text() == "Привет, мир"; }, 5000));
+        SessionInjector session;
+        QVERIFY(session.keys.isAvailable());
+        QCOMPARE(session.front.focusedWindow()->instanceName, QStringLiteral("input_paste_target"));
+        QVERIFY(session.paste("Привет, мир", [&] { return target.text() == "Привет, мир"; }));
         QCOMPARE(target.keys(), QStringLiteral("ctrl+V"));
-        clock.advance(TextInjector::restoreDelaySec);
-        test::syncWait(std::move(inject));
         // What another process now reads is the original, type by type, byte for byte.
         const Types after = target.clipboard();
         QCOMPARE(after, before);
@@ -154,17 +168,35 @@ private slots:
         target.ask("clear-clipboard", "ok");
         QVERIFY(target.clipboard().isEmpty());
 
-        ManualClock clock;
-        SystemClipboard clipboard;
-        X11KeySender keys;
-        SystemInputAccess access(keys);
-        X11FrontmostApp front;
-        TextInjector injector(clock, clipboard, keys, access, &front);
-        auto inject = injector.inject("echo диктовка");
-        QVERIFY(test::spinUntil([&] { return target.keys() == "ctrl+shift+V"; }, 5000));
-        clock.advance(TextInjector::restoreDelaySec);
-        test::syncWait(std::move(inject));
+        SessionInjector session;
+        QVERIFY(session.paste("echo диктовка", [&] { return target.keys() == "ctrl+shift+V"; }));
         QCOMPARE(target.clipboard().value("text/plain"), QByteArray("echo диктовка"));
+    }
+
+    void pasteLandsWhateverTheLayout() {
+        struct Row {
+            const char* name;
+            QStringList layouts; // setxkbmap's arguments
+            int group;           // the layout switched to
+            QString resource;    // the target's WM_CLASS instance
+            QString chord;
+        };
+        const QList<Row> rows{
+            {"us,ru switched to Russian", {"-layout", "us,ru"}, 1, {}, "ctrl+V"},
+            {"Russian only", {"ru"}, 0, {}, "ctrl+V"},
+            {"Russian only, a terminal", {"ru"}, 0, "xterm", "ctrl+shift+V"},
+        };
+        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
+        for (const Row& row : rows) {
+            QCOMPARE(test::useKeyboardLayout(row.layouts, row.group), row.group);
+            Target target(row.resource);
+            QVERIFY2(target.ready, row.name);
+            SessionInjector session;
+            QVERIFY2(session.paste("Вставка при русской раскладке", [&] { return target.keys() == row.chord; }),
+                     row.name);
+            if (row.resource.isEmpty()) // a line edit takes only Ctrl+V as paste
+                QCOMPARE(target.text(), QString("Вставка при русской раскладке"));
+        }
     }
 
     void deniedAccessLeavesTheClipboardAlone() {

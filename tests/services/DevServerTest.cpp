@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QNetworkReply>
@@ -23,9 +24,9 @@ struct RunningServer {
     QProcess process;
     QUrl base;
 
-    explicit RunningServer(const QString& dataDir) {
+    explicit RunningServer(const QString& dataDir, const QStringList& options = {}) {
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel); // its request log must not fill a pipe
-        process.start(TAMVEX_DEVSERVER_EXE, {"--port", "0", "--data", dataDir});
+        process.start(TAMVEX_DEVSERVER_EXE, QStringList{"--port", "0", "--data", dataDir} + options);
         if (!process.waitForStarted(5000) || !spinUntil([&] { return process.canReadLine(); }, 10000))
             throw std::runtime_error("tamvex-devserver did not start");
         base = QUrl(QString::fromUtf8(process.readLine()).trimmed());
@@ -38,11 +39,21 @@ struct RunningServer {
     }
 };
 
-QByteArray fetch(const QUrl& url, const QByteArray& verb = "GET", const QByteArray& body = {}) {
+HttpAnswer send(const QUrl& url, const QByteArray& verb, const QByteArray& body, const QByteArray& authorization = {}) {
     ManualClock clock;
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    return syncWait(sendRequest(sharedNetworkManager(), clock, request, verb, body)).body;
+    if (!authorization.isEmpty())
+        request.setRawHeader("Authorization", authorization);
+    return syncWait(sendRequest(sharedNetworkManager(), clock, request, verb, body));
+}
+
+QByteArray fetch(const QUrl& url, const QByteArray& verb = "GET", const QByteArray& body = {}) {
+    return send(url, verb, body).body;
+}
+
+QJsonObject objectOf(const QByteArray& body) {
+    return QJsonDocument::fromJson(body).object();
 }
 
 } // namespace
@@ -52,6 +63,11 @@ class DevServerTest : public QObject {
 private slots:
     void signInFlowAgainstTheExecutableSurvivesARestart() {
         QTemporaryDir data;
+        QFile accounts(data.filePath("accounts.json"));
+        QVERIFY(accounts.open(QIODevice::WriteOnly)); // an older file, readable by everyone
+        accounts.write("{}");
+        accounts.close();
+        QVERIFY(accounts.setPermissions(accounts.permissions() | QFileDevice::ReadOther | QFileDevice::ReadGroup));
         QString token;
         {
             RunningServer server(data.path());
@@ -68,6 +84,9 @@ private slots:
             QCOMPARE(failureOf<APIError>(api.verify("+79991234567", "wrong"))->status(), 400);
             const auto session = syncWait(api.verify("+79991234567", *code.dev_code));
             token = session.access_token;
+            // It holds the tokens now: the owner's alone.
+            QCOMPARE(QFileInfo(accounts).permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser),
+                     QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 
             AccountStore store(*sandbox.defaults, api);
             store.setSession(session.access_token, session.user);
@@ -95,7 +114,11 @@ private slots:
         QVERIFY(model.open(QIODevice::WriteOnly));
         model.write(QByteArray(300000, 'm'));
         model.close();
-        RunningServer server(data.path());
+        QFile config(data.filePath("devserver.json"));
+        QVERIFY(config.open(QIODevice::WriteOnly));
+        config.write(R"({"openrouter_keys":["sk-from-file"]})");
+        config.close();
+        RunningServer server(data.path(), {"--openrouter-key", "sk-from-option"});
 
         TestEnv sandbox;
         ManualClock clock;
@@ -120,23 +143,95 @@ private slots:
               R"({"route":"/api/health","status":503,"body":{"down":true},"times":1})");
         QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"down":true})"));
         QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"status":"ok"})"));
+
+        // OpenRouter keys from the file and the option, then replaced from outside.
+        const QUrl chat(server.base.toString() + "/api/v1/chat/completions");
+        auto statusWith = [&](const QByteArray& key) {
+            return send(chat, "POST", R"({"model":"m","messages":[]})", "Bearer " + key).status;
+        };
+        QCOMPARE(statusWith("sk-from-file"), 200);
+        QCOMPARE(statusWith("sk-from-option"), 200);
+        fetch(QUrl(server.base.toString() + "/__dev/openrouter-keys"), "POST", R"({"keys":["sk-new"]})");
+        QCOMPARE(statusWith("sk-from-file"), 401);
+        QCOMPARE(statusWith("sk-new"), 200);
         const QJsonArray seen =
             QJsonDocument::fromJson(fetch(QUrl(server.base.toString() + "/__dev/requests"))).array();
         QStringList paths;
         for (const QJsonValue& v : seen)
             paths.append(v.toObject().value("path").toString());
-        QCOMPARE(paths, (QStringList{"/api/analytics/event", "/models/ggml-tiny.bin", "/models/../accounts.json",
-                                     "/api/health", "/api/health"}));
+        QCOMPARE(paths,
+                 (QStringList{"/api/analytics/event", "/models/ggml-tiny.bin", "/models/../accounts.json",
+                              "/api/health", "/api/health", "/api/v1/chat/completions", "/api/v1/chat/completions",
+                              "/api/v1/chat/completions", "/api/v1/chat/completions"}));
+    }
+
+    void openRouterPathAnswersLikeOpenRouter() {
+        ServiceFixture f;
+        f.server.setOpenRouterKeys({"sk-or-good"});
+        f.server.setRecommend("fast-audio", "vendor/fast", 60.0);
+        f.server.setChatAnswer("Прямой ответ", 0.003);
+        const QUrl chat(f.server.baseUrl().toString() + "/api/v1/chat/completions");
+        const QByteArray good = "Bearer sk-or-good";
+        struct Case {
+            QByteArray authorization;
+            QByteArray body;
+            int status;
+            QJsonObject answer; // the error body, or the model and usage of a success
+        };
+        auto refusal = [](int code, const QString& message) {
+            return QJsonObject{{"error", QJsonObject{{"message", message}, {"code", code}}}};
+        };
+        const QJsonObject usage{
+            {"prompt_tokens", 120}, {"completion_tokens", 12}, {"total_tokens", 132}, {"cost", 0.003}};
+        const QList<Case> cases{
+            {{}, R"({"model":"m","messages":[]})", 401, refusal(401, "No auth credentials found")},
+            {"Bearer sk-or-bad", R"({"model":"m","messages":[]})", 401, refusal(401, "User not found.")},
+            {good, R"({"model":"","messages":[]})", 400,
+             refusal(400, R"(Input required: specify "model" and "messages")")},
+            {good, "not json", 400, refusal(400, R"(Input required: specify "model" and "messages")")},
+            {good, R"({"model":"preset:nope","messages":[]})", 400,
+             refusal(400, "preset:nope is not a valid model ID")},
+            {good,
+             R"({"model":"someone/any-model","messages":[]})",
+             200,
+             {{"model", "someone/any-model"}, {"usage", usage}}},
+            {good, R"({"model":"preset:fast-audio","messages":[]})", 200, {{"model", "vendor/fast"}, {"usage", usage}}},
+        };
+        for (const Case& c : cases) {
+            const HttpAnswer answer = send(chat, "POST", c.body, c.authorization);
+            QCOMPARE(answer.status, c.status);
+            QJsonObject got = objectOf(answer.body);
+            if (c.status == 200)
+                got = {{"model", got["model"]}, {"usage", got["usage"]}};
+            QCOMPARE(got, c.answer);
+        }
+
+        // The client's direct mode end to end: the label resolved on the recommend path first.
+        TestEnv sandbox;
+        BackendSelector selector(*sandbox.defaults, f.clock, f.network, ServiceHosts::allAt(f.server.baseUrl()));
+        f.server.clearReceived();
+        OpenRouterService own(OpenRouterService::Mode::direct("sk-or-good"), selector);
+        const auto result = syncWait(own.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2));
+        QCOMPARE(result.text, QString("Прямой ответ"));
+        QCOMPARE(result.usage->costUSD, 0.003);
+        QCOMPARE(f.server.received().size(), 2);
+        QCOMPARE(f.server.received().at(0).path, QString("/api/router/recommend"));
+        QCOMPARE(objectOf(f.server.received().at(1).body).value("model").toString(), QString("vendor/fast"));
+        OpenRouterService stranger(OpenRouterService::Mode::direct("sk-or-bad"), selector);
+        QCOMPARE(failureOf<OpenRouterError>(stranger.chat("vendor/fast", {}, 0.2))->status(), 401);
+        // Scripting and delays are the proxy's: one scripted answer, then the real one again.
+        f.server.script("/api/v1/chat/completions", devserver::Script{503, "{}", "application/json", 50, 1});
+        QCOMPARE(send(chat, "POST", R"({"model":"m","messages":[]})", good).status, 503);
+        QCOMPARE(send(chat, "POST", R"({"model":"m","messages":[]})", good).status, 200);
     }
 
     void theSpeechProxyForwardsToAnUpstreamAndPricesItsAnswer() {
         ServiceFixture proxy;
         devserver::DevServer upstream;
         QVERIFY(upstream.start() != 0);
-        upstream.script(
-            "/api/v1/chat/completions",
-            devserver::Script{
-                200, R"({"choices":[{"message":{"content":"С апстрима"}}],"usage":{"prompt_tokens":5,"cost":0.002}})"});
+        const QByteArray upstreamAnswer =
+            R"({"choices":[{"message":{"content":"С апстрима"}}],"usage":{"prompt_tokens":5,"cost":0.002}})";
+        upstream.script("/api/v1/chat/completions", devserver::Script{200, upstreamAnswer});
         proxy.server.setUpstream(QUrl(upstream.baseUrl().toString() + "/api/v1/chat/completions"), "sk-upstream");
         proxy.server.setRecommend("fast-audio", "vendor/fast", 60.0);
         const QString token = proxy.server.addUser("+15550001111", 1000.0);
@@ -152,6 +247,15 @@ private slots:
         const auto forwarded = upstream.received("/api/v1/chat/completions").at(0);
         QCOMPARE(forwarded.header("Authorization"), QByteArray("Bearer sk-upstream"));
         QCOMPARE(QJsonDocument::fromJson(forwarded.body).object().value("model").toString(), QString("vendor/fast"));
+
+        // OpenRouter's own path forwards too, with the upstream key, and charges nobody.
+        proxy.server.setOpenRouterKeys({"sk-or-own"});
+        const HttpAnswer direct = send(QUrl(proxy.server.baseUrl().toString() + "/api/v1/chat/completions"), "POST",
+                                       R"({"model":"preset:fast-audio","messages":[]})", "Bearer sk-or-own");
+        QCOMPARE(direct.body, upstreamAnswer);
+        QCOMPARE(upstream.received("/api/v1/chat/completions").at(1).header("Authorization"),
+                 QByteArray("Bearer sk-upstream"));
+        QCOMPARE(proxy.server.user("+15550001111")->balanceTokens, 500.0);
     }
 
     void anAbortedDelayedAnswerDoesNotHurtTheServer() {

@@ -151,6 +151,17 @@ private slots:
         QVERIFY(!log.hasPrefix("BackendSelector"));
     }
 
+    void selfHostedServerByItsFullChatEndpoint() {
+        Hosts h;
+        const QUrl endpoint(h.openRouter.baseUrl().toString() + "/v1/chat/completions");
+        BackendSelector selector(*h.sandbox.defaults, h.mainHost.clock, h.mainHost.network,
+                                 ServiceHosts{h.mainHost.server.baseUrl(), h.stt.localhostUrl(), endpoint, {}});
+        h.openRouter.script("/v1/chat/completions", Script{200, answerWith("")});
+        OpenRouterService direct(OpenRouterService::Mode::direct("local"), selector);
+        QCOMPARE(direct.chatEndpoint(), endpoint);
+        QCOMPARE(syncWait(direct.chat("my-whisper-llm", textMessages(), 0.2)).text, QString("Привет"));
+    }
+
     void requestWireFormatAndHeadersPerMode() {
         Hosts h;
         LogCapture log;

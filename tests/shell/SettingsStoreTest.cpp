@@ -1,8 +1,11 @@
 #include "shell/SettingsStore.h"
+#include "cli/SettingsCommands.h"
 #include "platform/LoginItem.h"
 #include "support/TestSupport.h"
 
 #include <QFile>
+#include <QFileInfo>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -194,6 +197,43 @@ private slots:
         QCOMPARE(s->valueForKey(K::useCases).toStringList(), (QStringList{"ai", "docs"}));
         QCOMPARE(s->valueForKey(K::useFnHotkey), QVariant(true));
         QVERIFY(!s->valueForKey(K::lastRequestAt).isValid());
+    }
+
+    void settingsCommandReadsAKeyFromStandardInput() {
+        test::TestEnv env; // `tamvex settings` finds its file through XDG_CONFIG_HOME
+        qputenv("XDG_CONFIG_HOME", QFileInfo(env.paths.configDir).path().toUtf8());
+        auto unset = qScopeGuard([] { qunsetenv("XDG_CONFIG_HOME"); });
+        struct Row {
+            QStringList args;
+            QString input;
+            int code;
+            QString output;
+            QString stored; // the key in the settings file afterwards
+        };
+        const QList<Row> rows{
+            {{"set", "api_key", "-"},
+             "sk-or-v1-0123456789abcdef\nnext line\n",
+             0,
+             "openrouter_api_key = …cdef\n",
+             "sk-or-v1-0123456789abcdef"},
+            {{"get", "api_key"}, {}, 0, "sk-or-v1-0123456789abcdef\n", "sk-or-v1-0123456789abcdef"},
+            {{"set", "api_key", "-"}, {}, 2, {}, "sk-or-v1-0123456789abcdef"}, // nothing came: the key stays
+            {{"set", "openrouter_api_key", "-"},
+             "sk-windows-line\r\n",
+             0,
+             "openrouter_api_key = …ine\n",
+             "sk-windows-line"},
+            {{"set", "api_key", "-"}, "\n", 0, "openrouter_api_key = \n", ""},
+            {{"set", "use_embedded_key", "-"}, "false\n", 0, "use_embedded_key = false\n", ""},
+        };
+        for (const Row& row : rows) {
+            QString input = row.input, output, error;
+            QTextStream in(&input), out(&output), err(&error);
+            QCOMPARE(runSettingsCommand(row.args, in, out, err), row.code);
+            out.flush();
+            QCOMPARE(output, row.output);
+            QCOMPARE(Defaults(env.paths.settingsFile()).readString(K::apiKey).valueOr({}), row.stored);
+        }
     }
 };
 

@@ -13,6 +13,10 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 namespace tamvex::devserver {
 
 namespace {
@@ -143,7 +147,34 @@ void DevServer::setUpstream(const QUrl& chatCompletionsUrl, const QString& apiKe
     m_upstreamKey = apiKey;
 }
 
+void DevServer::ackAtOnce(QTcpSocket* socket) {
+    // Qt's HTTP client writes a large body without TCP_NODELAY, so on a reused connection its
+    // last small segment waits for our ACK, which Linux delays by up to 40 ms. Acking at
+    // once keeps the service's own ACK policy out of the client's measured latency.
+    if (socket->property("tamvexAckAtOnce").toBool())
+        return;
+    socket->setProperty("tamvexAckAtOnce", true);
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    const auto ack = [socket] {
+        const int on = 1;
+        ::setsockopt(int(socket->socketDescriptor()), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+    };
+    connect(socket, &QTcpSocket::readyRead, socket, ack);
+    ack();
+}
+
+void DevServer::setOpenRouterKeys(const QStringList& keys) {
+    m_openRouterKeys = QSet<QString>(keys.begin(), keys.end());
+}
+
+QStringList DevServer::openRouterKeys() const {
+    QStringList keys(m_openRouterKeys.begin(), m_openRouterKeys.end());
+    keys.sort();
+    return keys;
+}
+
 bool DevServer::handleRequest(const QHttpServerRequest& request, QTcpSocket* socket) {
+    ackAtOnce(socket);
     Received r;
     r.method = methodName(request.method());
     r.path = request.url().path();
@@ -243,6 +274,10 @@ Answer DevServer::control(const Received& r) {
         const QString token = addUser(phone, body.value("balance_tokens").toDouble(m_startingBalance));
         return json(QJsonObject{{"access_token", token}, {"user", user(phone)->toJson()}});
     }
+    if (r.path == QLatin1String("/__dev/openrouter-keys") && r.method == QLatin1String("POST")) {
+        setOpenRouterKeys(body.value("keys").toVariant().toStringList());
+        return json(QJsonObject{{"ok", true}});
+    }
     return json(QJsonObject{{"error", "unknown control path"}}, 404);
 }
 
@@ -262,6 +297,8 @@ void DevServer::load() {
             m_chatCostUSD = o.value("chat_cost_usd").toDouble();
         if (o.contains("starting_balance"))
             m_startingBalance = o.value("starting_balance").toDouble();
+        if (o.contains("openrouter_keys"))
+            setOpenRouterKeys(o.value("openrouter_keys").toVariant().toStringList());
     }
     QFile state(QDir(m_dataDir).filePath("accounts.json"));
     if (!state.open(QIODevice::ReadOnly))
@@ -292,6 +329,8 @@ void DevServer::save() const {
         tokens.insert(it.key(), it.value());
     QSaveFile file(QDir(m_dataDir).filePath("accounts.json"));
     if (file.open(QIODevice::WriteOnly)) {
+        // It holds access tokens: the owner's alone, also where an older file was open wider.
+        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         file.write(QJsonDocument(QJsonObject{{"users", users}, {"tokens", tokens}}).toJson());
         file.commit();
     }

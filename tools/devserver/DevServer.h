@@ -8,6 +8,7 @@
 #include <QList>
 #include <QMap>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QUrl>
 
@@ -64,8 +65,9 @@ struct DevUser {
     QJsonObject toJson() const;
 };
 
-/// The main service and the speech proxy on loopback: account, analytics, recommend,
-/// chat completions, models. Scriptable per path and recording what it received.
+/// The main service, the speech proxy and OpenRouter's own chat path on loopback: account,
+/// analytics, recommend, chat completions on both roads, models. Scriptable per path and
+/// recording what it received.
 class DevServer : public QAbstractHttpServer {
     Q_OBJECT
 public:
@@ -100,8 +102,11 @@ public:
     void setRecommend(const QString& preset, const QString& model, std::optional<double> ttlSec);
     /// Replaces the speech proxy's scripted answer text and cost in dollars.
     void setChatAnswer(const QString& text, double costUSD);
-    /// Forwards speech proxy requests to an OpenRouter-compatible URL with `apiKey`.
+    /// Forwards chat requests of both roads to an OpenRouter-compatible URL with `apiKey`.
     void setUpstream(const QUrl& chatCompletionsUrl, const QString& apiKey);
+    /// The API keys OpenRouter's own path accepts; with none, every key is refused.
+    void setOpenRouterKeys(const QStringList& keys);
+    QStringList openRouterKeys() const;
     /// Makes (or finds) a user and gives a fresh access token for it.
     QString addUser(const QString& phone, double balanceTokens);
     /// The user of a phone, if known.
@@ -123,6 +128,13 @@ private:
     Answer health() const;
     Answer recommend(const Received& request) const;
     void chatCompletions(const Received& request, const Respond& respond);
+    void openRouterChat(const Received& request, const Respond& respond);
+    /// The scripted or forwarded answer to a request whose model is concrete. `price`, when
+    /// set, completes the usage (and charges); without it an upstream answer passes as it is.
+    void answerChat(const QJsonObject& request, const Respond& respond,
+                    const std::function<void(QJsonObject& usage)>& price);
+    /// The model itself, a known "preset:" label's model, or none for an unknown label.
+    std::optional<QString> concreteModel(const QString& model) const;
     Answer me(const Received& request) const;
     Answer requestCode(const Received& request);
     Answer checkActivation(const Received& request) const;
@@ -132,6 +144,7 @@ private:
     Answer modelFile(const Received& request) const;
     Answer control(const Received& request);
 
+    static void ackAtOnce(QTcpSocket* socket);
     std::optional<QString> bearerPhone(const Received& request) const;
     QString issueToken(const QString& phone);
     DevUser& ensureUser(const QString& phone, bool* created = nullptr);
@@ -150,6 +163,7 @@ private:
     double m_chatCostUSD = 0.001;
     QUrl m_upstream;
     QString m_upstreamKey;
+    QSet<QString> m_openRouterKeys;
     double m_startingBalance = 100000.0;
     QMap<QString, DevUser> m_users;   // by phone
     QHash<QString, QString> m_tokens; // token -> phone

@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QPointer>
 #include <QRandomGenerator>
 #include <QUrlQuery>
 #include <QUuid>
@@ -50,6 +51,8 @@ void DevServer::route(const Received& r, const Respond& respond) {
         return respond(recommend(r));
     if (post && p == QLatin1String("/api/openrouter/v1/chat/completions"))
         return chatCompletions(r, respond);
+    if (post && p == QLatin1String("/api/v1/chat/completions"))
+        return openRouterChat(r, respond);
     if (get && p == QLatin1String("/api/me"))
         return respond(me(r));
     if (post && p == QLatin1String("/api/auth/request-code"))
@@ -197,6 +200,15 @@ Answer DevServer::modelFile(const Received& r) const {
     return {200, {}, "application/octet-stream", path};
 }
 
+std::optional<QString> DevServer::concreteModel(const QString& model) const {
+    if (!model.startsWith(QLatin1String("preset:")))
+        return model;
+    const auto it = m_recommend.constFind(model.mid(7));
+    if (it == m_recommend.constEnd())
+        return std::nullopt;
+    return it->value("model").toString();
+}
+
 void DevServer::chatCompletions(const Received& r, const Respond& respond) {
     const auto phone = bearerPhone(r);
     if (!phone)
@@ -207,32 +219,61 @@ void DevServer::chatCompletions(const Received& r, const Respond& respond) {
     const double balance = m_users.value(*phone).balanceTokens;
     if (balance <= 0.0)
         return respond(json({{"error", "insufficient_balance"}, {"balance", balance}}, 402));
+    const QString label = request->value("model").toString();
+    const auto model = concreteModel(label);
+    if (!model)
+        return respond(error(400, QStringLiteral("invalid model: ") + label));
+    request->insert("model", *model);
 
-    QString model = request->value("model").toString();
-    if (model.startsWith(QLatin1String("preset:"))) {
-        const auto it = m_recommend.constFind(model.mid(7));
-        if (it == m_recommend.constEnd())
-            return respond(error(400, QStringLiteral("invalid model: ") + model));
-        model = it->value("model").toString();
-    }
+    // The proxy prices its answers in both units and charges the user.
+    const QString payer = *phone;
+    QPointer<DevServer> self(this);
+    answerChat(*request, respond, [self, payer](QJsonObject& usage) {
+        const double costUSD = usage.value("cost").toDouble(0.0);
+        usage.insert("cost_usd", costUSD);
+        usage.insert("cost_tokens", costUSD * kTokensPerUSD);
+        if (self)
+            self->charge(payer, costUSD);
+    });
+}
 
+void DevServer::openRouterChat(const Received& r, const Respond& respond) {
+    // OpenRouter's error body: {"error":{"message":...,"code":...}}.
+    auto refuse = [&respond](int status, const QString& message) {
+        respond(json({{"error", QJsonObject{{"message", message}, {"code", status}}}}, status));
+    };
+    const QByteArray header = r.header("authorization");
+    if (!header.startsWith("Bearer "))
+        return refuse(401, QStringLiteral("No auth credentials found"));
+    if (!m_openRouterKeys.contains(QString::fromUtf8(header.mid(7).trimmed())))
+        return refuse(401, QStringLiteral("User not found."));
+    auto request = bodyObject(r);
+    const QString label = request ? request->value("model").toString() : QString();
+    if (label.isEmpty() || !request->value("messages").isArray())
+        return refuse(400, QStringLiteral("Input required: specify \"model\" and \"messages\""));
+    const auto model = concreteModel(label);
+    if (!model)
+        return refuse(400, label + QStringLiteral(" is not a valid model ID"));
+    request->insert("model", *model);
+    answerChat(*request, respond, {});
+}
+
+void DevServer::answerChat(const QJsonObject& request, const Respond& respond,
+                           const std::function<void(QJsonObject& usage)>& price) {
     if (m_upstream.isEmpty()) {
-        const double costUSD = m_chatCostUSD;
-        charge(*phone, costUSD);
-        const QJsonObject usage{{"prompt_tokens", 120}, {"completion_tokens", 12},
-                                {"total_tokens", 132},  {"cost", costUSD},
-                                {"cost_usd", costUSD},  {"cost_tokens", costUSD * kTokensPerUSD}};
+        QJsonObject usage{
+            {"prompt_tokens", 120}, {"completion_tokens", 12}, {"total_tokens", 132}, {"cost", m_chatCostUSD}};
+        if (price)
+            price(usage);
         const QJsonObject message{{"role", "assistant"}, {"content", m_chatText}};
         return respond(
             json({{"id", "dev-" + QUuid::createUuid().toString(QUuid::Id128)},
                   {"object", "chat.completion"},
-                  {"model", model},
+                  {"model", request.value("model")},
                   {"choices", QJsonArray{QJsonObject{{"index", 0}, {"message", message}, {"finish_reason", "stop"}}}},
                   {"usage", usage}}));
     }
 
-    // Forward with the concrete model and the upstream key; price the answer in both units.
-    request->insert("model", model);
     QNetworkRequest upstream(m_upstream);
     upstream.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     upstream.setRawHeader("Authorization", "Bearer " + m_upstreamKey.toUtf8());
@@ -240,14 +281,13 @@ void DevServer::chatCompletions(const Received& r, const Respond& respond) {
     // Owned from the start; the single-shot connection drops the last owner once it has run,
     // or when the server goes first.
     std::shared_ptr<QNetworkReply> reply(
-        m_network->post(upstream, QJsonDocument(*request).toJson(QJsonDocument::Compact)),
+        m_network->post(upstream, QJsonDocument(request).toJson(QJsonDocument::Compact)),
         [](QNetworkReply* r) { r->deleteLater(); });
-    const QString payer = *phone;
     QPointer<DevServer> self(this);
     QNetworkReply* sender = reply.get();
     connect(
         sender, &QNetworkReply::finished, this,
-        [self, reply, respond, payer] {
+        [self, reply, respond, price] {
             const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
             if (!self)
                 return;
@@ -255,15 +295,12 @@ void DevServer::chatCompletions(const Received& r, const Respond& respond) {
                 return respond(error(502, QStringLiteral("upstream unreachable: ") + reply->errorString()));
             const QByteArray body = reply->readAll();
             QJsonDocument document = QJsonDocument::fromJson(body);
-            if (status.toInt() / 100 != 2 || !document.isObject())
+            if (!price || status.toInt() / 100 != 2 || !document.isObject())
                 return respond(Answer{status.toInt(), body, "application/json", {}});
             QJsonObject answer = document.object();
             QJsonObject usage = answer.value("usage").toObject();
-            const double costUSD = usage.value("cost").toDouble(0.0);
-            usage.insert("cost_usd", costUSD);
-            usage.insert("cost_tokens", costUSD * kTokensPerUSD);
+            price(usage);
             answer.insert("usage", usage);
-            self->charge(payer, costUSD);
             respond(json(answer));
         },
         Qt::SingleShotConnection);

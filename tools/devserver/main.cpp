@@ -12,16 +12,21 @@ int main(int argc, char** argv) {
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        "The Tamvex service on loopback: account, analytics, recommend, speech proxy, models.\n"
+        "The Tamvex service on loopback: account, analytics, recommend, speech proxy, OpenRouter's own\n"
+        "chat path (/api/v1/chat/completions), models.\n"
         "Prints its base URL (with the chosen port) on the first line of standard output.");
     parser.addHelpOption();
     parser.addOption({"port", "Port to listen on; 0 picks a free one.", "port", "0"});
     parser.addOption({"host", "Address to listen on.", "address", "127.0.0.1"});
     parser.addOption({"data", "Folder for accounts, analytics.jsonl, devserver.json and models/.", "dir"});
     parser.addOption({"upstream",
-                      "Forward the speech proxy to this OpenRouter-compatible chat-completions URL "
+                      "Forward chat requests of both roads to this OpenRouter-compatible chat-completions URL "
                       "(key from TAMVEX_DEVSERVER_UPSTREAM_KEY).",
                       "url"});
+    parser.addOption({"openrouter-key",
+                      "An API key that OpenRouter's own path accepts (repeatable; added to devserver.json's "
+                      "\"openrouter_keys\").",
+                      "key"});
     parser.addOption({"balance", "Starting balance of new users, in ø.", "tokens"});
     parser.process(app);
 
@@ -36,6 +41,8 @@ int main(int argc, char** argv) {
     tamvex::devserver::DevServer server(parser.value("data"));
     if (parser.isSet("balance"))
         server.setStartingBalance(parser.value("balance").toDouble());
+    if (parser.isSet("openrouter-key"))
+        server.setOpenRouterKeys(server.openRouterKeys() + parser.values("openrouter-key"));
     if (parser.isSet("upstream"))
         server.setUpstream(QUrl(parser.value("upstream")), qEnvironmentVariable("TAMVEX_DEVSERVER_UPSTREAM_KEY"));
 

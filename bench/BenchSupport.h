@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+
+#include <qcoro/qcorotask.h>
+
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace tamvex::bench {
+
+/// A field of /proc/self/status ("VmRSS:", "VmHWM:") in bytes, or -1.
+inline qint64 statusBytes(const char* field) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind(field, 0) == 0)
+            return std::stoll(line.substr(std::string(field).size())) * 1024;
+    return -1;
+}
+
+/// Resets the resident peak (VmHWM) to the current resident size.
+inline void resetPeak() {
+    std::ofstream("/proc/self/clear_refs") << "5";
+}
+
+/// Runs the event loop until `task` gives its value; throws after 10 s.
+template <class T> T wait(QCoro::Task<T>&& task) {
+    std::optional<T> result;
+    auto runner = [&]() -> QCoro::Task<void> { result.emplace(co_await std::move(task)); };
+    auto keep = runner();
+    QDeadlineTimer deadline(10000);
+    while (!result && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
+    if (!result)
+        throw std::runtime_error("timed out");
+    return std::move(*result);
+}
+
+} // namespace tamvex::bench
