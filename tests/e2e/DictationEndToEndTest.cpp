@@ -2,6 +2,7 @@
 // application under a private X server and session bus, its services played by the
 // development server, and a text field of another application in focus.
 #include "../input/PasteTargetProcess.h"
+#include "../input/XkbLayout.h"
 #include "../input/XvfbSession.h"
 #include "platform/Defaults.h"
 #include "support/TestSupport.h"
@@ -21,6 +22,7 @@
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -264,6 +266,8 @@ private slots:
             QSKIP(qPrintable("no session bus for the end-to-end dictation: " + g.bus->reason));
         if (QStandardPaths::findExecutable("xclip").isEmpty())
             QSKIP("xclip is not installed (package xclip): the clipboard cannot be checked from outside");
+        if (QStandardPaths::findExecutable("setxkbmap").isEmpty())
+            QSKIP("setxkbmap is not installed (package x11-xkb-utils): no Russian layout to dictate under");
         m_serviceData = std::make_unique<QTemporaryDir>();
         m_service = std::make_unique<DevService>(m_serviceData->path());
         QVERIFY2(m_service->ok(), "tamvex-devserver did not print its URL");
@@ -289,10 +293,14 @@ private slots:
         QTest::addColumn<QString>("chatRoute");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("retriedText");
-        QTest::newRow("through the service") << false << "/api/openrouter/v1/chat/completions"
-                                             << "Привет, это диктовка через сервис." << "Повтор через сервис удался.";
-        QTest::newRow("own key") << true << "/api/v1/chat/completions" << "Своим ключом, напрямую."
-                                 << "Повтор своим ключом удался.";
+        QTest::addColumn<QStringList>("layouts"); // setxkbmap's arguments
+        QTest::addColumn<int>("group");           // the layout switched to
+        // Our users type with a Russian layout active: the paste chord must land all the same.
+        QTest::newRow("through the service, us,ru switched to Russian")
+            << false << "/api/openrouter/v1/chat/completions" << "Привет, это диктовка через сервис."
+            << "Повтор через сервис удался." << QStringList{"-layout", "us,ru"} << 1;
+        QTest::newRow("own key, Russian only") << true << "/api/v1/chat/completions" << "Своим ключом, напрямую."
+                                               << "Повтор своим ключом удался." << QStringList{"ru"} << 0;
     }
 
     void dictatesFailsAndRetries() {
@@ -300,6 +308,8 @@ private slots:
         QFETCH(QString, chatRoute);
         QFETCH(QString, text);
         QFETCH(QString, retriedText);
+        QFETCH(QStringList, layouts);
+        QFETCH(int, group);
         UserSandbox user(m_base);
         const QProcessEnvironment& env = user.env;
         QVERIFY(m_service->clearScripts());
@@ -311,7 +321,7 @@ private slots:
         };
         set("onboarding_done_v2", "true");
         set("use_embedded_key", ownKey ? "false" : "true");
-        const QString apiKey = "sk-or-e2e-" + QString::fromLatin1(QTest::currentDataTag()).replace(' ', '-');
+        const QString apiKey = QStringLiteral("sk-or-e2e-own-key");
         QString token;
         if (ownKey) {
             set("openrouter_api_key", apiKey);
@@ -323,6 +333,8 @@ private slots:
             Defaults(user.settingsFile()).setString("sorvel_access_token", token); // AccountStore's key
         }
 
+        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
+        QCOMPARE(test::useKeyboardLayout(layouts, group), group);
         test::PasteTargetProcess target(QStringLiteral(TAMVEX_PASTE_TARGET_PATH));
         QVERIFY(target.ready);
         QCOMPARE(runCommand("xclip", {"-selection", "clipboard", "-i"}, env, kClipboardBefore.toUtf8()).exitCode, 0);
