@@ -369,6 +369,7 @@ private slots:
         QCOMPARE(entries.size(), 1);
         const QJsonObject done = entries.first().toObject();
         QCOMPARE(done["text"].toString(), text);
+        QCOMPARE(done["appContext"].toString(), QStringLiteral("input_paste_target"));
         QVERIFY(!done.contains("errorMessage"));
         QVERIFY(!done.contains("audioPath"));
         // The request went where the road leads, with the road's credentials.
@@ -388,6 +389,7 @@ private slots:
         const QJsonObject failed = entries.first().toObject();
         QVERIFY(!failed["errorMessage"].toString().isEmpty());
         QCOMPARE(failed["text"].toString(), QString());
+        QCOMPARE(failed["appContext"].toString(), QStringLiteral("input_paste_target"));
         const QString audio = failed["audioPath"].toString();
         QCOMPARE(QFileInfo(audio).absolutePath(), user.audioDir());
         QVERIFY2(QFileInfo::exists(audio), qPrintable(audio));
@@ -404,12 +406,17 @@ private slots:
         const Result retry = runCommand(TAMVEX_APP_PATH, {"history", "retry", id.left(8)}, env);
         QVERIFY2(retry.exitCode == 0, qPrintable(withLog("tamvex history retry failed: " + retry.out + retry.err)));
         QVERIFY2(retry.out.contains(retriedText), qPrintable(retry.out));
-        entries = history(env);
-        QCOMPARE(entries.size(), 2);
         QJsonObject rewritten;
-        for (const QJsonValue& e : std::as_const(entries))
-            if (e.toObject()["id"].toString() == id)
-                rewritten = e.toObject();
+        pollUntil(
+            [&] {
+                entries = history(env);
+                for (const QJsonValue& e : std::as_const(entries))
+                    if (e.toObject()["id"].toString() == id)
+                        rewritten = e.toObject();
+                return rewritten["text"].toString() == retriedText;
+            },
+            10000);
+        QCOMPARE(entries.size(), 2);
         QCOMPARE(rewritten["text"].toString(), retriedText);
         QVERIFY(!rewritten.contains("errorMessage"));
         QVERIFY(!rewritten.contains("audioPath"));
