@@ -26,7 +26,7 @@ public:
         m_process.setProcessEnvironment(env);
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_process.start(program, {});
-        ready = wait("ready").has_value();
+        ready = wait("ready", 30000).has_value(); // a Qt start on a loaded machine can take seconds
     }
     ~PasteTargetProcess() {
         m_process.write("quit\n");
@@ -65,7 +65,7 @@ public:
     bool ready = false;
 
 private:
-    std::optional<QByteArray> wait(const QByteArray& prefix) {
+    std::optional<QByteArray> wait(const QByteArray& prefix, int ms = 10000) {
         std::optional<QByteArray> found;
         spinUntil(
             [&] {
@@ -78,7 +78,7 @@ private:
                 }
                 return false;
             },
-            10000);
+            ms);
         return found;
     }
     QProcess m_process;

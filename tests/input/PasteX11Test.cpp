@@ -2,7 +2,6 @@
 // processes, and the focused window's WM_CLASS.
 #include "InputTestSupport.h"
 #include "KeyboardShortcuts/ShortcutRegistry.h"
-#include "PasteTargetProcess.h"
 #include "XkbLayout.h"
 #include "XvfbSession.h"
 #include "desktop/EvdevKeySource.h"
@@ -33,13 +32,70 @@ namespace {
 
 test::XvfbSession* gXvfb = nullptr;
 
-using Types = test::PasteTargetProcess::Types;
+using Types = QMap<QString, QByteArray>;
 
 /// The other application: a focused line edit in its own process.
-class Target : public test::PasteTargetProcess {
+class Target {
 public:
-    explicit Target(const QString& resourceName = {})
-        : PasteTargetProcess(QCoreApplication::applicationDirPath() + "/input_paste_target", resourceName) {}
+    explicit Target(const QString& resourceName = {}) {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("QT_QPA_PLATFORM", "xcb");
+        if (!resourceName.isEmpty())
+            env.insert("RESOURCE_NAME", resourceName); // the WM_CLASS instance name
+        m_process.setProcessEnvironment(env);
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_process.start(QCoreApplication::applicationDirPath() + "/input_paste_target", {});
+        ready = wait("ready").has_value();
+    }
+    ~Target() {
+        m_process.write("quit\n");
+        if (!m_process.waitForFinished(3000))
+            m_process.kill();
+    }
+    /// Sends a command and waits for the answer starting with `prefix`, serving our own
+    /// clipboard meanwhile (the target may be reading it from us).
+    QByteArray ask(const QByteArray& command, const QByteArray& prefix) {
+        m_process.write(command + "\n");
+        return wait(prefix).value_or(QByteArray());
+    }
+    void setClipboard(const Types& types) {
+        QJsonObject object;
+        for (auto it = types.begin(); it != types.end(); ++it)
+            object.insert(it.key(), QString::fromLatin1(it.value().toBase64()));
+        ask("set-clipboard " + QJsonDocument(object).toJson(QJsonDocument::Compact).toBase64(), "ok");
+    }
+    Types clipboard() {
+        const QByteArray json = QByteArray::fromBase64(ask("dump-clipboard", "clipboard"));
+        Types types;
+        const QJsonObject object = QJsonDocument::fromJson(json).object();
+        const QStringList protocol{"TARGETS", "MULTIPLE", "TIMESTAMP", "SAVE_TARGETS"};
+        for (auto it = object.begin(); it != object.end(); ++it)
+            if (!protocol.contains(it.key())) // answered by whichever process owns the clipboard
+                types.insert(it.key(), QByteArray::fromBase64(it.value().toString().toLatin1()));
+        return types;
+    }
+    QString text() { return QString::fromUtf8(QByteArray::fromBase64(ask("text", "text"))); }
+    QString keys() { return QString::fromUtf8(ask("keys", "keys")); }
+    bool ready = false;
+
+private:
+    std::optional<QByteArray> wait(const QByteArray& prefix) {
+        std::optional<QByteArray> found;
+        test::spinUntil(
+            [&] {
+                while (m_process.canReadLine()) {
+                    const QByteArray line = m_process.readLine().trimmed();
+                    if (line.startsWith(prefix)) {
+                        found = line.mid(prefix.size()).trimmed();
+                        return true;
+                    }
+                }
+                return false;
+            },
+            10000);
+        return found;
+    }
+    QProcess m_process;
 };
 
 /// The injector as the application has it: the system clipboard, XTest keys, the focused window.
