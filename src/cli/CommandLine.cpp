@@ -5,6 +5,7 @@
 #include "cli/MicTest.h"
 #include "cli/ModelCommands.h"
 #include "cli/SettingsCommands.h"
+#include "cli/TranscribeCommand.h"
 
 #include <QFileInfo>
 #include <QTextStream>
@@ -24,7 +25,10 @@ const char* kHelp =
     "  tamvex settings set КЛЮЧ ЗНАЧЕНИЕ    изменить настройку\n"
     "  tamvex mic-test [--seconds N] [--audio-input ФАЙЛ] [--json]\n"
     "                                       проверить запись: длительность, пик, отбросится ли\n"
+    "  tamvex transcribe ФАЙЛ [--preset P] [--json] [--timeout СЕК]\n"
+    "                                       распознать файл, как диктовку (без истории и вставки)\n"
     "  tamvex history list [--limit N] [--json] | show ID [--json] | export --json\n"
+    "  tamvex history retry ID [--json]     повторить неудачную диктовку по сохранённой записи\n"
     "  tamvex insights [--json] [--recompute]\n"
     "  tamvex model status|download|verify|delete [--json]\n"
     "                                       локальная модель whisper\n"
@@ -58,6 +62,8 @@ int runCommandLine(const QStringList& args, CommandLineRequest& request) {
         return runMicTest(rest, out, err);
     if (command == "model")
         return runModelCommand(rest, out, err);
+    if (command == "transcribe")
+        return runTranscribeCommand(rest, out, err);
     if (command == "transcribe-local")
         return runTranscribeLocal(rest, out, err);
 

@@ -1,5 +1,9 @@
 #include "cli/HistoryCommands.h"
 
+#include "cli/CliSession.h"
+#include "core/AppState.h"
+#include "core/RecordingCoordinator.h"
+#include "desktop/ControlService.h"
 #include "history/Formatting.h"
 #include "history/HistoryDB.h"
 #include "history/HistoryStore.h"
@@ -7,6 +11,9 @@
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 
+#include <QDBusConnectionInterface>
+#include <QDBusPendingCallWatcher>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -21,10 +28,16 @@ namespace tamvex {
 namespace {
 
 constexpr int kDefaultListLimit = 20;
+// A retry runs the pipeline under its 25 s limit, after building it and perhaps waiting for
+// a slow host: far beyond the bus's own default of 25 s.
+constexpr int kRetryCallTimeoutMs = 5 * 60 * 1000;
+// How long a finished retry waits for its background classification to store the category.
+constexpr double kClassificationWaitSec = 30.0;
 
 const char* const kHistoryUsage = "Использование:\n"
                                   "  tamvex history list [--limit N] [--json]\n"
                                   "  tamvex history show ID [--json]\n"
+                                  "  tamvex history retry ID [--json]\n"
                                   "  tamvex history export --json\n";
 const char* const kInsightsUsage = "Использование: tamvex insights [--json] [--recompute]\n";
 
@@ -155,32 +168,132 @@ int listCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStr
     return 0;
 }
 
-int showCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStream& err) {
-    if (o.positional.size() != 2) {
-        err << kHistoryUsage;
-        return 2;
-    }
-    const QString wanted = o.positional[1].toUpper();
+// The one entry whose id is `wanted` or starts with it (the list shows eight characters);
+// none, with the reason on `err`, when no entry or several match or the file can't be read.
+std::optional<HistoryEntry> findEntry(const Paths& paths, const QString& wanted, QTextStream& err) {
+    const QString prefix = wanted.toUpper();
     QList<HistoryEntry> matches;
-    // A prefix is enough, as in the list, which shows the first eight characters.
     if (!readHistory(paths, err, [&](HistoryDB& db) {
             for (HistoryEntry& e : db.fetch())
-                if (uuidText(e.id).startsWith(wanted))
+                if (uuidText(e.id).startsWith(prefix))
                     matches.append(std::move(e));
         }))
-        return 1;
+        return std::nullopt;
     if (matches.isEmpty()) {
-        err << "Запись не найдена: " << o.positional[1] << "\n";
-        return 1;
+        err << "Запись не найдена: " << wanted << "\n";
+        return std::nullopt;
     }
     if (matches.size() > 1) {
-        err << "Под «" << o.positional[1] << "» подходят несколько записей; укажите больше символов ID.\n";
+        err << "Под «" << wanted << "» подходят несколько записей; укажите больше символов ID.\n";
+        return std::nullopt;
+    }
+    return matches.first();
+}
+
+// The entry that the ID argument of `show` and `retry` names; none with the exit code in
+// `failure`: 2 when the argument is missing, 1 when it names no single entry.
+std::optional<HistoryEntry> namedEntry(const Paths& paths, const Options& o, QTextStream& err, int& failure) {
+    failure = 2;
+    if (o.positional.size() != 2) {
+        err << kHistoryUsage;
+        return std::nullopt;
+    }
+    failure = 1;
+    return findEntry(paths, o.positional[1], err);
+}
+
+int showCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStream& err) {
+    int failure = 0;
+    const std::optional<HistoryEntry> entry = namedEntry(paths, o, err, failure);
+    if (!entry)
+        return failure;
+    if (o.json)
+        writeJson(out, QJsonDocument(entry->toJson()));
+    else
+        printEntry(out, *entry);
+    return 0;
+}
+
+struct RetryOutcome {
+    bool succeeded = false;
+    QString message; ///< the new text, or the error
+};
+
+// Asks the running instance to retry, so that one process owns the history. None, with the
+// reason on `err`, when the call itself failed.
+std::optional<RetryOutcome> retryInRunningInstance(QDBusConnection bus, const QUuid& id, QTextStream& err) {
+    QDBusMessage call = QDBusMessage::createMethodCall(ControlService::serviceName, ControlService::objectPath,
+                                                       ControlService::interfaceName, "Retry");
+    call << uuidText(id);
+    QDBusPendingCallWatcher watcher(bus.asyncCall(call, kRetryCallTimeoutMs));
+    QEventLoop loop;
+    QObject::connect(&watcher, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
+    if (!watcher.isFinished())
+        loop.exec();
+    const QDBusMessage reply = watcher.reply();
+    const QList<QVariant> values = reply.arguments();
+    if (reply.type() == QDBusMessage::ErrorMessage || values.size() != 2) {
+        err << "Tamvex не ответил: " << (reply.errorMessage().isEmpty() ? "неожиданный ответ" : reply.errorMessage())
+            << "\n";
+        return std::nullopt;
+    }
+    return RetryOutcome{values[0].toBool(), values[1].toString()};
+}
+
+// Runs the retry in this process, over the user's own history and settings, and waits for
+// the classification so that the category lands before the process ends.
+RetryOutcome retryHere(const QUuid& id) {
+    CliSession session;
+    AppState& appState = session.appState();
+    appState.history().loadUntilFound(id);
+    QCoro::Task<void> loading = session.loadAccount();
+    runToEnd(loading);
+    RecordingCoordinator coordinator(appState);
+    std::optional<RetryOutcome> outcome;
+    QObject::connect(&coordinator, &RecordingCoordinator::retryFinished,
+                     [&](const QUuid&, bool succeeded, const QString& message) {
+                         outcome = RetryOutcome{succeeded, message};
+                     });
+    QCoro::Task<void> retry = coordinator.retryTranscription(id);
+    runToEnd(retry);
+    if (coordinator.pendingClassifications() > 0) {
+        QEventLoop loop;
+        QObject::connect(&coordinator, &RecordingCoordinator::classificationFinished, &loop, [&] {
+            if (coordinator.pendingClassifications() == 0)
+                loop.quit();
+        });
+        const Clock::TimerId limit = session.clock().schedule(kClassificationWaitSec, [&] { loop.quit(); });
+        loop.exec();
+        session.clock().cancelTimer(limit);
+    }
+    return outcome.value_or(RetryOutcome{false, QStringLiteral("Повтор не завершился.")});
+}
+
+int retryCommand(const Paths& paths, const Options& o, QTextStream& out, QTextStream& err) {
+    int failure = 0;
+    const std::optional<HistoryEntry> entry = namedEntry(paths, o, err, failure);
+    if (!entry)
+        return failure;
+    keepLogsOutOfTheTerminal();
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    // Asking the bus daemon only: never blocks on an instance that does not answer.
+    const bool instanceRuns = bus.isConnected() && bus.interface() &&
+                              bus.interface()->isServiceRegistered(ControlService::serviceName).value();
+    const std::optional<RetryOutcome> outcome =
+        instanceRuns ? retryInRunningInstance(bus, entry->id, err) : std::optional(retryHere(entry->id));
+    if (!outcome)
+        return 1;
+    if (o.json) {
+        const std::optional<HistoryEntry> after = findEntry(paths, uuidText(entry->id), err);
+        if (after)
+            writeJson(out, QJsonDocument(after->toJson()));
+    } else if (outcome->succeeded) {
+        out << outcome->message << "\n";
+    }
+    if (!outcome->succeeded) {
+        err << outcome->message << "\n";
         return 1;
     }
-    if (o.json)
-        writeJson(out, QJsonDocument(matches.first().toJson()));
-    else
-        printEntry(out, matches.first());
     return 0;
 }
 
@@ -233,6 +346,8 @@ int runHistoryCommand(const QStringList& args, QTextStream& out, QTextStream& er
         return listCommand(paths, o, out, err);
     if (sub == "show")
         return showCommand(paths, o, out, err);
+    if (sub == "retry")
+        return retryCommand(paths, o, out, err);
     if (sub == "export" && o.positional.size() == 1)
         return exportCommand(paths, out, err);
     err << kHistoryUsage;

@@ -5,8 +5,10 @@
 
 namespace tamvex {
 
-/// `tamvex history list [--limit N] [--json]`, `history show ID [--json]`, `history export --json`.
-/// `args` start after the word "history". Reads the database read-only; returns the exit code.
+/// `tamvex history list [--limit N] [--json]`, `history show ID [--json]`, `history export --json`,
+/// `history retry ID [--json]`. `args` start after the word "history". All but retry read the
+/// database read-only; retry asks the running instance over D-Bus, or runs the retry itself
+/// when none runs. Returns the exit code.
 int runHistoryCommand(const QStringList& args, QTextStream& out, QTextStream& err);
 
 /// `tamvex insights [--json] [--recompute]`: the cached snapshot, or a new one from the newest

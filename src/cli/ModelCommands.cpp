@@ -1,5 +1,7 @@
 #include "cli/ModelCommands.h"
 
+#include "cli/CliSession.h"
+
 #include "pipelines/LocalWhisperPipeline.h"
 #include "pipelines/ModelDownloader.h"
 #include "pipelines/WhisperEngine.h"
@@ -205,28 +207,6 @@ int remove(ModelDownloader& downloader, WhisperModel model, bool json, QTextStre
     else
         err << "Не удалось удалить модель: " << path << "\n";
     return deleted || !present ? 0 : 1;
-}
-
-/// Runs the event loop until `task` ends; gives its value or rethrows its error.
-template <class T> T runToEnd(QCoro::Task<T>& task) {
-    std::optional<T> value;
-    std::exception_ptr error;
-    QEventLoop loop;
-    auto wrapper = [&]() -> QCoro::Task<void> {
-        try {
-            T result = co_await task;
-            value.emplace(std::move(result));
-        } catch (...) {
-            error = std::current_exception();
-        }
-        loop.quit();
-    };
-    QCoro::Task<void> running = wrapper();
-    if (!value && !error)
-        loop.exec();
-    if (error)
-        std::rethrow_exception(error);
-    return std::move(*value);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "core/DropRules.h"
 
 #include "core/RecordingConstants.h"
+#include "history/Words.h"
 
 #include <QStringList>
 
@@ -36,28 +37,6 @@ QString DropVerdict::reasons() const {
     if (isSuspicious)
         names << "suspicious";
     return names.join(", ");
-}
-
-qint64 countLetterDigitRuns(QStringView text) {
-    qint64 runs = 0;
-    bool inRun = false;
-    const qsizetype n = text.size();
-    for (qsizetype i = 0; i < n;) {
-        char32_t c = text[i].unicode();
-        qsizetype width = 1;
-        if (QChar::isHighSurrogate(c) && i + 1 < n && text[i + 1].isLowSurrogate()) {
-            c = QChar::surrogateToUcs4(text[i], text[i + 1]);
-            width = 2;
-        }
-        i += width;
-        if (QChar::isLetterOrNumber(c)) {
-            runs += inRun ? 0 : 1;
-            inRun = true;
-        } else if (!(inRun && QChar::isMark(c))) {
-            inRun = false; // a decomposed "й" keeps its breve inside the word
-        }
-    }
-    return runs;
 }
 
 SpeedVerdict judgeSpeed(QStringView text, double duration) {

@@ -26,9 +26,6 @@ struct SpeedVerdict {
     bool hallucinated = false; ///< faster than 300 words a minute
 };
 
-/// The number of maximal runs of letters and digits (combining marks stay in their run);
-/// every other character separates.
-qint64 countLetterDigitRuns(QStringView text);
 /// Applies the speed rule to `text` said in `duration` seconds.
 SpeedVerdict judgeSpeed(QStringView text, double duration);
 

@@ -63,6 +63,8 @@ public:
     std::optional<Mode> currentMode() const { return m_currentMode; }
     bool currentRecordingWasHold() const { return m_currentRecordingWasHold; }
 
+    /// The state and stores this coordinator works on.
+    AppState& appState() const { return m_appState; }
     /// The paste of finished texts; null on the command line.
     TextInjector* injector() { return m_injector.get(); }
 

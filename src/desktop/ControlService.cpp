@@ -1,6 +1,8 @@
 #include "desktop/ControlService.h"
 
+#include "core/AppState.h"
 #include "core/RecordingCoordinator.h"
+#include "history/HistoryStore.h"
 #include "platform/Log.h"
 
 #include <QDBusConnectionInterface>
@@ -59,6 +61,31 @@ void ControlService::Activate(const QStringList& arguments) {
             urls.append(argument);
     logInfo(QStringLiteral("D-Bus control: a second start handed over %1 arguments").arg(arguments.size()));
     emit activated(arguments, urls);
+}
+
+void ControlService::Retry(const QString& id, const QDBusMessage& message) {
+    const QUuid uuid(id);
+    logInfo("D-Bus control: Retry " + id.left(8));
+    if (uuid.isNull()) {
+        m_bus->send(message.createErrorReply(QDBusError::InvalidArgs, "Неверный ID записи: " + id));
+        return;
+    }
+    // The retry looks only at loaded pages; an older entry is brought in first.
+    m_coordinator.appState().history().loadUntilFound(uuid);
+    message.setDelayedReply(true);
+    auto connection = std::make_shared<QMetaObject::Connection>();
+    *connection =
+        connect(&m_coordinator, &RecordingCoordinator::retryFinished, this,
+                [this, uuid, message, connection](const QUuid& finished, bool succeeded, const QString& text) {
+                    if (finished != uuid)
+                        return;
+                    disconnect(*connection);
+                    m_bus->send(message.createReply(QVariantList{succeeded, text}));
+                });
+    // Connected before the start: a retry with nothing to send ends at once.
+    const AppState::RetryHook& hook = m_coordinator.appState().retryTranscriptionHook();
+    QCoro::Task<void> retry = hook ? hook(uuid) : m_coordinator.retryTranscription(uuid);
+    Q_UNUSED(retry);
 }
 
 bool forwardToRunningInstance(const QStringList& arguments, QDBusConnection bus) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QObject>
 #include <QStringList>
 
@@ -38,6 +39,10 @@ public slots:
     Q_SCRIPTABLE void Toggle();
     /// A second start's arguments (a tamvex:// URL among them).
     Q_SCRIPTABLE void Activate(const QStringList& arguments);
+    /// Retries the failed history entry `id` (a full UUID), so that the history has one
+    /// writer. Answers only when the retry has ended, with (bool succeeded, QString message):
+    /// the new text, or the Russian error. Callers give the call a long timeout.
+    Q_SCRIPTABLE void Retry(const QString& id, const QDBusMessage& message);
 
 signals:
     /// Arguments handed over by a second start; `urls` are its tamvex:// links.

@@ -157,6 +157,16 @@ void HistoryStore::setError(const QUuid& id, const QString& message) {
     // The audio stays, so the entry can be retried again.
     updateLoaded(id, [&](HistoryEntry& e) { e.errorMessage = message; });
 }
+bool HistoryStore::loadUntilFound(const QUuid& id) {
+    while (!find(id) && m_hasMore) {
+        const qsizetype loaded = m_entries.size();
+        loadMore();
+        if (m_entries.size() == loaded)
+            break; // a failed read keeps hasMore; trying again at once would spin
+    }
+    return find(id) != nullptr;
+}
+
 
 void HistoryStore::loadMore() {
     if (!m_hasMore || !m_db)

@@ -46,6 +46,9 @@ public:
     void setError(const QUuid& id, const QString& message);
     /// Appends the next page of 200 entries.
     void loadMore();
+    /// Loads further pages until the entry with `id` is among the loaded ones (a retry looks
+    /// only there); false when no page holds it or a page could not be read.
+    bool loadUntilFound(const QUuid& id);
     /// Deletes an entry from memory and table (its kept audio file stays).
     void remove(const QUuid& id);
     /// Empties the history and, through cleared(), the insights.

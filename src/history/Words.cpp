@@ -65,6 +65,37 @@ qint64 countWordsUtf8(const char* data, qsizetype size) {
     return words;
 }
 
+namespace {
+
+// The code point at `i`, a surrogate pair taken whole; `width` is how many QChars it spans.
+char32_t codePointAt(QStringView text, qsizetype i, qsizetype& width) {
+    const char32_t c = text[i].unicode();
+    width = 1;
+    if (QChar::isHighSurrogate(c) && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
+        width = 2;
+        return QChar::surrogateToUcs4(text[i], text[i + 1]);
+    }
+    return c;
+}
+
+} // namespace
+
+qint64 countLetterDigitRuns(QStringView text) {
+    qint64 runs = 0;
+    bool inRun = false;
+    qsizetype width = 1;
+    for (qsizetype i = 0; i < text.size(); i += width) {
+        const char32_t c = codePointAt(text, i, width);
+        if (QChar::isLetterOrNumber(c)) {
+            runs += inRun ? 0 : 1;
+            inRun = true;
+        } else if (!(inRun && QChar::isMark(c))) {
+            inRun = false; // a decomposed "й" keeps its breve inside the word
+        }
+    }
+    return runs;
+}
+
 void forEachLetterRun(QStringView text, qsizetype minLength, const std::function<void(QStringView)>& visit) {
     const qsizetype n = text.size();
     qsizetype start = -1;
@@ -76,12 +107,8 @@ void forEachLetterRun(QStringView text, qsizetype minLength, const std::function
         characters = 0;
     };
     for (qsizetype i = 0; i < n;) {
-        char32_t c = text[i].unicode();
         qsizetype width = 1;
-        if (QChar::isHighSurrogate(c) && i + 1 < n && text[i + 1].isLowSurrogate()) {
-            c = QChar::surrogateToUcs4(text[i], text[i + 1]);
-            width = 2;
-        }
+        const char32_t c = codePointAt(text, i, width);
         bool letter;
         bool mark = false;
         if (c < 0x80) {

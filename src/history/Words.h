@@ -15,6 +15,10 @@ qint64 countWords(QStringView text);
 /// countWords over UTF-8 bytes, for text straight from the database.
 qint64 countWordsUtf8(const char* data, qsizetype size);
 
+/// The number of maximal runs of letters and digits (combining marks stay in their run);
+/// every other character separates.
+qint64 countLetterDigitRuns(QStringView text);
+
 /// Calls `visit` for each run of letters (Unicode L and M) longer than `minLength` characters;
 /// every other character, digits included, splits. The caller lower-cases the text first.
 void forEachLetterRun(QStringView text, qsizetype minLength, const std::function<void(QStringView)>& visit);

@@ -12,6 +12,7 @@
 #include "pipelines/BackendSelector.h"
 #include "shell/SettingsStore.h"
 #include "support/AppFixture.h"
+#include "support/ChatAnswers.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -25,22 +26,12 @@ using devserver::Script;
 
 namespace {
 
-const QString kProxyPath = "/api/openrouter/v1/chat/completions";
-const QString kDirectPath = "/api/v1/chat/completions";
 const QString kPhone = "+79990001122";
 const QString kTimeoutText =
     "LLM не ответил за 25 сек. Жми «Повторить» в истории — отправим запись ещё раз.";
 
 // One server for the whole run: the hosts are read from the environment once per process.
 devserver::DevServer* gServer = nullptr;
-
-QByteArray answer(const QString& content, bool withUsage = true) {
-    QJsonObject body{{"choices", QJsonArray{QJsonObject{{"message", QJsonObject{{"content", content}}}}}}};
-    if (withUsage)
-        body.insert("usage", QJsonObject{{"prompt_tokens", 120}, {"completion_tokens", 12}, {"total_tokens", 132},
-                                         {"cost", 0.001}});
-    return QJsonDocument(body).toJson(QJsonDocument::Compact);
-}
 
 struct RunRig {
     explicit RunRig(bool signedIn = true)
@@ -121,9 +112,7 @@ private slots:
     void initTestCase() {
         gServer = new devserver::DevServer({}, this);
         QVERIFY(gServer->start() != 0);
-        const QByteArray url = gServer->baseUrl().toString().toUtf8();
-        for (const char* name : {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL"})
-            qputenv(name, url);
+        pointHostsAt(gServer->baseUrl());
     }
 
     void outcomes_data() {
@@ -140,22 +129,22 @@ private slots:
         QTest::addColumn<int>("chords");
         const QString seven = "раз два три четыре пять шесть семь";
         const QString ten = "Один, два, три, четыре, пять, шесть, семь, восемь, девять, десять.";
-        QTest::newRow("pasted") << false << 2.0 << 200 << answer("Привет, мир.") << true << "" << "Привет, мир."
+        QTest::newRow("pasted") << false << 2.0 << 200 << chatAnswer("Привет, мир.") << true << "" << "Привет, мир."
                                 << "" << QVariant(0.001) << false << 1;
         QTest::newRow("own key books 0.0 without usage")
-            << true << 2.0 << 200 << answer("Привет.", false) << true << "" << "Привет." << "" << QVariant(0.0)
+            << true << 2.0 << 200 << chatAnswer("Привет.", false) << true << "" << "Привет." << "" << QVariant(0.0)
             << false << 1;
         QTest::newRow("empty text: nothing pasted")
-            << false << 2.0 << 200 << answer("  \n ") << true << "" << "" << "" << QVariant(0.001) << false << 0;
+            << false << 2.0 << 200 << chatAnswer("  \n ") << true << "" << "" << "" << QVariant(0.001) << false << 0;
         QTest::newRow("paste fails: text stays on the clipboard")
-            << false << 2.0 << 200 << answer("Привет, мир.") << false
+            << false << 2.0 << 200 << chatAnswer("Привет, мир.") << false
             << "Текст в буфере, Ctrl+V вставит. Дай Доступ к вводу для авто-вставки." << "Привет, мир." << ""
             << QVariant(0.001) << false << 1;
         QTest::newRow("7 words in 1.3 s is a hallucination")
-            << false << 1.3 << 200 << answer(seven) << true << "Слишком быстро или ошибка распознавания" << ""
+            << false << 1.3 << 200 << chatAnswer(seven) << true << "Слишком быстро или ошибка распознавания" << ""
             << "Слишком быстро или ошибка распознавания. Текст не вставлен." << QVariant(0.001) << false << 0;
         QTest::newRow("exactly 300 words a minute passes")
-            << false << 2.0 << 200 << answer(ten) << true << "" << ten << "" << QVariant(0.001) << false << 1;
+            << false << 2.0 << 200 << chatAnswer(ten) << true << "" << ten << "" << QVariant(0.001) << false << 1;
         QTest::newRow("pipeline error is retryable")
             << false << 2.0 << 500 << QByteArray("upstream down") << true << "OpenRouter ответил 500: upstream down"
             << "" << "OpenRouter ответил 500: upstream down" << QVariant() << true << 0;
@@ -179,7 +168,7 @@ private slots:
         rig.keys.works = keysWork;
         const QString path = ownKey ? kDirectPath : kProxyPath;
         rig.reply(path, status, body);
-        rig.reply(path, 200, answer("other")); // the classifier, if it asks
+        rig.reply(path, 200, chatAnswer("other")); // the classifier, if it asks
         rig.dictate(seconds);
         QVERIFY(rig.waitForEnd());
 
@@ -227,7 +216,7 @@ private slots:
         RunRig rig;
         connect(&rig.state().account(), &AccountStore::changed, this,
                 [&] { balances.append(rig.state().account().balanceTokens()); });
-        rig.reply(kProxyPath, 200, answer("Привет, мир."));
+        rig.reply(kProxyPath, 200, chatAnswer("Привет, мир."));
         rig.dictate(2.0);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("Привет, мир.")}}}));
@@ -242,7 +231,7 @@ private slots:
     void timeLimitAndSlowFlagAtTheirEdges() {
         RunRig rig;
         // 24.99 s: the answer still counts.
-        rig.reply(kProxyPath, 200, answer("Успели."), 1500);
+        rig.reply(kProxyPath, 200, chatAnswer("Успели."), 1500);
         rig.dictate(2.0);
         QVERIFY(rig.waitUntilSent(kProxyPath, 1));
         rig.fixture.clock.advance(4.99);
@@ -255,7 +244,7 @@ private slots:
         QVERIFY(!rig.state().slowProcessing());
 
         // 25 s: the request is aborted and the audio kept for a retry.
-        rig.reply(kProxyPath, 200, answer("Поздно."), 3000);
+        rig.reply(kProxyPath, 200, chatAnswer("Поздно."), 3000);
         rig.fixture.clock.advance(10.0); // the first run's slow task has long fired
         rig.dictate(2.0);
         QVERIFY(rig.waitUntilSent(kProxyPath, 2));
@@ -270,10 +259,10 @@ private slots:
 
     void slowFlagOfAnEarlyRunRisesForTheNext() {
         RunRig rig;
-        rig.reply(kProxyPath, 200, answer("Первый."));
+        rig.reply(kProxyPath, 200, chatAnswer("Первый."));
         rig.dictate(2.0);
         QVERIFY(rig.waitForEnd()); // run one ends at once; its 5 s task still sleeps
-        rig.reply(kProxyPath, 200, answer("Второй."), 1500);
+        rig.reply(kProxyPath, 200, chatAnswer("Второй."), 1500);
         rig.dictate(2.0);
         QVERIFY(rig.waitUntilSent(kProxyPath, 2));
         rig.fixture.clock.advance(2.99);
@@ -291,7 +280,7 @@ private slots:
             QFile blocker(rig.keptFolder());
             QVERIFY(blocker.open(QIODevice::WriteOnly));
             blocker.close();
-            rig.reply(kProxyPath, timeout ? 200 : 500, answer("x"), timeout ? 3000 : 0);
+            rig.reply(kProxyPath, timeout ? 200 : 500, chatAnswer("x"), timeout ? 3000 : 0);
             rig.dictate(2.0);
             QVERIFY(rig.waitUntilSent(kProxyPath, 1));
             if (timeout)
@@ -308,8 +297,8 @@ private slots:
 
     void classificationAfterACloudRun() {
         RunRig rig;
-        rig.reply(kProxyPath, 200, answer("Раз два три четыре пять шесть семь восемь девять десять одиннадцать."));
-        rig.reply(kProxyPath, 200, answer(" Docs. \n"));
+        rig.reply(kProxyPath, 200, chatAnswer("Раз два три четыре пять шесть семь восемь девять десять одиннадцать."));
+        rig.reply(kProxyPath, 200, chatAnswer(" Docs. \n"));
         QSignalSpy classified(rig.coordinator.get(), &RecordingCoordinator::classificationFinished);
         rig.dictate(4.0);
         QVERIFY(rig.waitForEnd());
@@ -342,7 +331,7 @@ private slots:
         rig.fixture.clock.advance(3.0);
 
         // A time-out keeps the kept file where it is.
-        rig.reply(kProxyPath, 200, answer("x"), 3000);
+        rig.reply(kProxyPath, 200, chatAnswer("x"), 3000);
         auto timed = rig.coordinator->retryTranscription(failed.id);
         QVERIFY(rig.waitUntilSent(kProxyPath, 3));
         rig.fixture.clock.advance(25.0);
@@ -360,7 +349,7 @@ private slots:
 
         // Success while a new recording runs: the entry is rewritten, nothing is pasted.
         rig.ownKey();
-        rig.reply(kDirectPath, 200, answer("Повтор удался."));
+        rig.reply(kDirectPath, 200, chatAnswer("Повтор удался."));
         rig.coordinator->handleKeyDown();
         syncWait(rig.coordinator->retryTranscription(failed.id));
         const HistoryEntry done = rig.entry();
@@ -375,7 +364,7 @@ private slots:
         QCOMPARE(finished.last().value(1), QVariant(true));
         // The recording's release still ends it as usual.
         rig.fixture.clock.advance(2.0);
-        rig.reply(kDirectPath, 200, answer("Новая запись."));
+        rig.reply(kDirectPath, 200, chatAnswer("Новая запись."));
         rig.coordinator->handleKeyUp();
         QVERIFY(spinUntil([&] { return rig.state().history().entries().size() == 2; }));
 

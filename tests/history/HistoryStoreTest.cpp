@@ -86,6 +86,22 @@ private slots:
             QVERIFY(store.entries()[i - 1].createdAt > store.entries()[i].createdAt);
     }
 
+    void loadUntilFoundStopsAtThePageThatHoldsTheEntry() {
+        TestEnv env;
+        ManualClock clock;
+        prepareDataDir(env);
+        seedRows(dbPath(env), 450, clock.currentDateTime());
+        HistoryStore store(env.paths, clock);
+        store.init();
+        const auto row = [&](int n) { return makeEntry(n, clock.currentDateTime(), 0).id; };
+        QVERIFY(store.loadUntilFound(row(150)));
+        QCOMPARE(store.entries().size(), 200);
+        QVERIFY(store.loadUntilFound(row(399)));
+        QCOMPARE(store.entries().size(), 400);
+        QVERIFY(!store.loadUntilFound(row(9999)));
+        QCOMPARE(store.entries().size(), 450);
+    }
+
     void the10001stAddPrunesTheOldestRowButNotTheList() {
         TestEnv env;
         ManualClock clock;
@@ -393,6 +409,7 @@ private slots:
         QVERIFY(log.has("HistoryStore.loadMore failed: prepareFailed(no such table: entries)"));
         QCOMPARE(store.entries().size(), 200);
         QVERIFY(store.hasMore());
+        QVERIFY(!store.loadUntilFound(makeEntry(240, now, 0).id)); // gives up, does not spin
         QVERIFY(rawExec(dbPath(env), "ALTER TABLE moved RENAME TO entries;"));
         store.loadMore();
         QCOMPARE(store.entries().size(), 250);

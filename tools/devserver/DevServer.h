@@ -142,6 +142,7 @@ private:
     Answer yandexExchange(const Received& request);
     Answer analyticsEvent(const Received& request);
     Answer modelFile(const Received& request) const;
+    Answer appcast() const;
     Answer control(const Received& request);
 
     static void ackAtOnce(QTcpSocket* socket);

@@ -67,6 +67,8 @@ void DevServer::route(const Received& r, const Respond& respond) {
         return respond(analyticsEvent(r));
     if (get && p.startsWith(QLatin1String("/models/")))
         return respond(modelFile(r));
+    if (get && p == QLatin1String("/appcast.xml"))
+        return respond(appcast());
     respond(error(404, QStringLiteral("not found")));
 }
 
@@ -188,6 +190,19 @@ Answer DevServer::analyticsEvent(const Received& r) {
             file.write(QJsonDocument(*body).toJson(QJsonDocument::Compact) + '\n');
     }
     return json({{"ok", true}});
+}
+
+Answer DevServer::appcast() const {
+    // The feed a self-hoster puts in the data folder, or one with no release in it.
+    const QString path = m_dataDir.isEmpty() ? QString() : QDir(m_dataDir).filePath("appcast.xml");
+    if (!path.isEmpty() && QFileInfo(path).isFile())
+        return {200, {}, "application/rss+xml", path};
+    return {200,
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<rss version=\"2.0\" "
+            "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><title>Tamvex</title>"
+            "</channel></rss>\n",
+            "application/rss+xml",
+            {}};
 }
 
 Answer DevServer::modelFile(const Received& r) const {

@@ -1,0 +1,318 @@
+// `tamvex transcribe` and `tamvex history retry` as a user runs them: the built program,
+// its hosts pointed at a dev server in this process, its folders in a sandbox.
+#include "DevServer.h"
+#include "core/AppState.h"
+#include "core/PipelineBuilding.h"
+#include "core/RecordingCoordinator.h"
+#include "desktop/ControlService.h"
+#include "history/HistoryStore.h"
+#include "pipelines/OpenRouterWire.h"
+#include "platform/AudioDecoder.h"
+#include "platform/AudioEncoder.h"
+#include "shell/SettingsStore.h"
+#include "support/AppFixture.h"
+#include "support/ChatAnswers.h"
+
+#include <QDBusConnection>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTest>
+
+#include <cmath>
+
+using namespace tamvex;
+using namespace tamvex::test;
+using devserver::Script;
+
+namespace {
+
+const QString kNineWords = "Раз два три четыре пять шесть семь восемь девять.";
+
+devserver::DevServer* gServer = nullptr;
+
+const QByteArray kServerFailure = R"({"error":{"message":"upstream down"}})";
+
+struct Run {
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+/// A user's machine: settings, history and kept audio under a temporary folder.
+struct Machine {
+    Machine() {
+        QVERIFY(!wav.isEmpty());
+        gServer->clearScripts();
+        gServer->clearReceived();
+    }
+    AppState& state() { return *app.state; }
+    void ownKey() {
+        state().settings().setUseEmbeddedKey(false);
+        state().settings().setApiKey("sk-own");
+    }
+    void signIn() {
+        // The token alone, as a restart finds it: the command must load the user itself.
+        token = gServer->addUser("+79990001122", 100000);
+        app.env.defaults->setString("sorvel_access_token", token);
+    }
+    void reply(const QString& path, int status, const QByteArray& body, int delayMs = 0) {
+        gServer->script(path, Script{status, body, "application/json", delayMs, 1});
+    }
+    /// Runs `tamvex ARGS` while this process serves the dev server (and the bus).
+    Run tamvex(const QStringList& args) {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        const QString root = app.env.root.path();
+        env.insert("XDG_DATA_HOME", root + "/data");
+        env.insert("XDG_CONFIG_HOME", root + "/config");
+        env.insert("TMPDIR", app.env.paths.tempDir);
+        env.remove("QT_LOGGING_RULES"); // as in a user's terminal
+        process.setProcessEnvironment(env);
+        process.start(TAMVEX_PROGRAM, args);
+        if (!spinUntil([&] { return process.state() == QProcess::NotRunning; }, 60000))
+            process.kill();
+        process.waitForFinished(5000);
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2,
+                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+    }
+    /// A failed entry whose audio (an encoded tone) waits in the kept folder.
+    HistoryEntry failedEntry() {
+        HistoryEntry e;
+        e.id = QUuid::createUuid();
+        e.createdAt = QDateTime::currentDateTimeUtc();
+        e.errorMessage = "LLM не ответил за 25 сек. Жми «Повторить» в истории — отправим запись ещё раз.";
+        e.modelUsed = "Быстрая";
+        QDir().mkpath(app.env.paths.dataFile("audio"));
+        e.audioPath = app.env.paths.dataFile("audio") + "/sorvel-" + e.id.toString(QUuid::WithoutBraces) + ".m4a";
+        AudioFileEncoder encoder(*e.audioPath);
+        std::vector<float> tone(AudioFileEncoder::sampleRate * 2);
+        for (size_t i = 0; i < tone.size(); ++i)
+            tone[i] = float(0.3 * std::sin(2.0 * M_PI * 220.0 * double(i) / AudioFileEncoder::sampleRate));
+        encoder.write(tone.data(), qsizetype(tone.size()));
+        encoder.finish();
+        state().history().add(e);
+        return e;
+    }
+
+    AppFixture app;
+    QString token;
+    QString wav = testData("speech-ru-16k.wav");
+};
+
+/// The audio part of a chat request, written back to a file.
+QString sentAudio(const devserver::Received& request, const QString& folder) {
+    const QJsonObject body = QJsonDocument::fromJson(request.body).object();
+    for (const QJsonValue& message : body.value("messages").toArray())
+        for (const QJsonValue& part : message.toObject().value("content").toArray()) {
+            const QJsonObject audio = part.toObject().value("input_audio").toObject();
+            if (audio.isEmpty())
+                continue;
+            const QString path = folder + "/sent." + audio.value("format").toString();
+            QFile file(path);
+            if (!file.open(QIODevice::WriteOnly))
+                return {};
+            file.write(QByteArray::fromBase64(audio.value("data").toString().toLatin1()));
+            return path;
+        }
+    return {};
+}
+
+HistoryEntry entryOf(const QString& json) {
+    return HistoryEntry::fromJson(QJsonDocument::fromJson(json.toUtf8()).object()).value_or(HistoryEntry{});
+}
+
+} // namespace
+
+class CliDictationTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase() {
+        gServer = new devserver::DevServer({}, this);
+        QVERIFY(gServer->start() != 0);
+        pointHostsAt(gServer->baseUrl());
+        gServer->setRecommend("fast-audio", "google/gemini-2.5-flash", 600);
+        gServer->setRecommend("precise-audio", "google/gemini-2.5-pro", 600);
+    }
+
+    void transcribe_data() {
+        QTest::addColumn<QString>("road"); // "own key", "token" or "none"
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("delayMs");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("err");
+
+        QTest::newRow("own key") << "own key" << QStringList{} << 200 << 0 << 0 << "";
+        QTest::newRow("signed in, another preset, json")
+            << "token" << QStringList{"--preset", "precise", "--json"} << 200 << 0 << 0 << "";
+        QTest::newRow("time limit") << "own key" << QStringList{"--timeout", "1"} << 200 << 4000 << 1
+                                    << "LLM не ответил за 1 сек.\n";
+        QTest::newRow("server error") << "own key" << QStringList{} << 500 << 0 << 1
+                                      << OpenRouterError::badResponse(500, kServerFailure).description() + "\n";
+        QTest::newRow("signed out") << "none" << QStringList{} << 200 << 0 << 1
+                                    << notSignedInError().description() + "\n";
+        QTest::newRow("unknown preset") << "own key" << QStringList{"--preset", "turbo"} << 200 << 0 << 2
+                                        << "Неизвестный пресет «turbo»: нужен fast, cheap, precise или local.\n";
+    }
+
+    void transcribe() {
+        QFETCH(QString, road);
+        QFETCH(QStringList, options);
+        QFETCH(int, status);
+        QFETCH(int, delayMs);
+        QFETCH(int, code);
+        QFETCH(QString, err);
+        Machine m;
+        if (road == "own key")
+            m.ownKey();
+        else if (road == "token")
+            m.signIn();
+        const QString path = road == "token" ? kProxyPath : kDirectPath;
+        m.reply(path, status, status == 200 ? chatAnswer("Привет, мир.") : kServerFailure, delayMs);
+
+        const Run r = m.tamvex(QStringList{"transcribe", m.wav} + options);
+        QCOMPARE(r.code, code);
+        if (code != 0) {
+            QVERIFY2(r.err.startsWith(err), qPrintable(r.err));
+            QCOMPARE(r.out, QString());
+        } else if (options.contains("--json")) {
+            const QJsonObject o = QJsonDocument::fromJson(r.out.toUtf8()).object();
+            QCOMPARE(o.value("text").toString(), QString("Привет, мир."));
+            QCOMPARE(o.value("preset").toString(), QString("precise"));
+            const QJsonObject usage = o.value("usage").toObject();
+            QCOMPARE(usage.value("prompt_tokens").toInt(), 120);
+            QCOMPARE(usage.value("completion_tokens").toInt(), 12);
+            QCOMPARE(usage.value("total_tokens").toInt(), 132);
+            QCOMPARE(usage.value("cost_usd").toDouble(), 0.001);
+            QVERIFY(o.value("latency_ms").isDouble() && o.value("latency_ms").toInt() >= 0);
+        } else {
+            QCOMPARE(r.out, QString("Привет, мир.\n"));
+        }
+        if (road == "none" || code == 2) {
+            QVERIFY(gServer->received(path).isEmpty());
+            return;
+        }
+        const QList<devserver::Received> sent = gServer->received(path);
+        QCOMPARE(sent.size(), 1);
+        QCOMPARE(sent[0].header("Authorization"), "Bearer " + (road == "token" ? m.token : "sk-own").toUtf8());
+        // The WAV went out as the recorder's AAC .m4a, the whole speech in it.
+        const QString audio = sentAudio(sent[0], m.app.env.root.path());
+        QVERIFY(audio.endsWith(".m4a"));
+        AudioFileDecoder sentDecoder(audio, 0);
+        QCOMPARE(sentDecoder.codecName(), QString("aac"));
+        QVERIFY(std::abs(sentDecoder.durationSeconds() - AudioFileDecoder(m.wav, 0).durationSeconds()) < 0.1);
+        // Nothing booked, nothing stored, nothing left behind.
+        const QJsonDocument listed = QJsonDocument::fromJson(m.tamvex({"history", "list", "--json"}).out.toUtf8());
+        QVERIFY(listed.isArray() && listed.array().isEmpty());
+        QCOMPARE(QDir(m.app.env.paths.tempDir).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList{});
+        m.app.env.reopenDefaults();
+        QVERIFY(!m.app.env.defaults->readString(SettingsKeys::preset).optional().has_value());
+    }
+
+    void retryWithoutARunningInstance_data() {
+        QTest::addColumn<bool>("succeeds");
+        QTest::newRow("to success") << true;
+        QTest::newRow("to failure") << false;
+    }
+
+    void retryWithoutARunningInstance() {
+        QFETCH(bool, succeeds);
+        Machine m;
+        m.ownKey();
+        const HistoryEntry failed = m.failedEntry();
+        if (succeeds) {
+            m.reply(kDirectPath, 200, chatAnswer(kNineWords));
+            m.reply(kDirectPath, 200, chatAnswer("code")); // the classifier's answer
+        } else {
+            m.reply(kDirectPath, 500, kServerFailure);
+        }
+
+        const Run r = m.tamvex({"history", "retry", uuidText(failed.id).left(8), "--json"});
+        const HistoryEntry after = entryOf(r.out);
+        QCOMPARE(after.id, failed.id);
+        if (succeeds) {
+            QCOMPARE(r.code, 0);
+            QCOMPARE(after.text, kNineWords);
+            QCOMPARE(after.errorMessage, std::nullopt);
+            QCOMPARE(after.audioPath, std::nullopt);
+            QVERIFY(!QFileInfo::exists(*failed.audioPath));
+            QCOMPARE(after.category, std::optional(TextCategory::code)); // the command waited for it
+            QCOMPARE(gServer->received(kDirectPath).size(), 2);
+        } else {
+            const QString message = OpenRouterError::badResponse(500, kServerFailure).description();
+            QCOMPARE(r.code, 1);
+            QCOMPARE(r.err, message + "\n");
+            QCOMPARE(after.errorMessage, std::optional(message));
+            QCOMPARE(after.audioPath, failed.audioPath);
+            QVERIFY(QFileInfo::exists(*failed.audioPath));
+        }
+        // The plain form prints the text, or nothing but the error.
+        m.reply(kDirectPath, 200, chatAnswer("Ещё раз."));
+        const Run plain = m.tamvex({"history", "retry", uuidText(failed.id).left(8)});
+        QCOMPARE(plain.code, succeeds ? 1 : 0);
+        QCOMPARE(plain.out, succeeds ? QString() : QString("Ещё раз.\n"));
+        if (succeeds)
+            QCOMPARE(plain.err, QString("Запись для повтора не сохранилась.\n"));
+    }
+
+    void retryIdsAreResolvedOrRefused() {
+        Machine m;
+        const HistoryEntry one = m.failedEntry();
+        HistoryEntry twin = one;
+        twin.id = QUuid(uuidText(one.id).left(8) + "-0000-4000-8000-000000000000");
+        m.state().history().add(twin);
+        Run r = m.tamvex({"history", "retry", uuidText(one.id).left(8)});
+        QCOMPARE(r.code, 1);
+        QCOMPARE(r.err,
+                 "Под «" + uuidText(one.id).left(8) + "» подходят несколько записей; укажите больше символов ID.\n");
+        r = m.tamvex({"history", "retry", "FFFFFFFF-FFFF"});
+        QCOMPARE(r.code, 1);
+        QCOMPARE(r.err, QString("Запись не найдена: FFFFFFFF-FFFF\n"));
+        QCOMPARE(m.tamvex({"history", "retry"}).code, 2);
+        QVERIFY(gServer->received().isEmpty());
+    }
+
+    void retryAsksTheRunningInstance_data() {
+        QTest::addColumn<bool>("succeeds");
+        QTest::newRow("to success") << true;
+        QTest::newRow("to failure") << false;
+    }
+
+    void retryAsksTheRunningInstance() {
+        QFETCH(bool, succeeds);
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        if (!bus.isConnected())
+            QSKIP("no session bus: run under dbus-run-session");
+        Machine m;
+        m.ownKey();
+        RecordingCoordinator coordinator(m.state());
+        ControlService control(coordinator);
+        QVERIFY(control.registerOn(bus));
+        const HistoryEntry failed = m.failedEntry();
+        // A slow answer: the client waits for the retry's outcome, not for the call's acceptance.
+        m.reply(kDirectPath, succeeds ? 200 : 500, succeeds ? chatAnswer("Готово.") : kServerFailure, 1500);
+
+        const Run r = m.tamvex({"history", "retry", uuidText(failed.id)});
+        // This process, the instance, did the retry: its own loaded entry changed.
+        const HistoryEntry after = *m.state().history().entry(failed.id);
+        if (succeeds) {
+            QCOMPARE(r.code, 0);
+            QCOMPARE(r.out, QString("Готово.\n"));
+            QCOMPARE(after.text, QString("Готово."));
+            QVERIFY(!QFileInfo::exists(*failed.audioPath));
+        } else {
+            const QString message = OpenRouterError::badResponse(500, kServerFailure).description();
+            QCOMPARE(r.code, 1);
+            QCOMPARE(r.err, message + "\n");
+            QCOMPARE(after.errorMessage, std::optional(message));
+        }
+        spinUntil([&] { return coordinator.pendingClassifications() == 0; });
+    }
+};
+
+QTEST_MAIN(CliDictationTest)
+#include "CliDictationTest.moc"
