@@ -257,6 +257,19 @@ private slots:
         QCOMPARE(rig.lastEvent("transcription_failed").value("error"), QVariant(kTimeoutText));
     }
 
+    void hangingModelLookupEndsWithTheTimeLimit() {
+        // Own key: the "preset:" label is looked up first, and that lookup hangs.
+        RunRig rig(false);
+        rig.ownKey();
+        gServer->script("/api/router/recommend", Script{0, {}, "application/json", 5000, 1});
+        rig.dictate(2.0);
+        QVERIFY(rig.waitUntilSent("/api/router/recommend", 1));
+        rig.fixture.clock.advance(25.0); // the lookup's own limit would be 60 s
+        QVERIFY(rig.waitForEnd());
+        QCOMPARE(rig.recState(), RecordingState::error(kTimeoutText));
+        QCOMPARE(rig.sent(kDirectPath), 0);
+    }
+
     void slowFlagOfAnEarlyRunRisesForTheNext() {
         RunRig rig;
         rig.reply(kProxyPath, 200, chatAnswer("Первый."));
