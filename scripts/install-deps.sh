@@ -15,7 +15,7 @@ $SUDO apt-get install -y --no-install-recommends \
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev \
   libsqlite3-dev libevdev-dev libx11-dev libxtst-dev libxi-dev \
   libbenchmark-dev \
-  xvfb xauth x11-xkb-utils dbus-daemon dbus-x11 pulseaudio pulseaudio-utils ffmpeg sqlite3 sox locales
+  xvfb xauth x11-utils x11-xkb-utils dbus-daemon dbus-x11 pulseaudio pulseaudio-utils ffmpeg sqlite3 sox locales
 # The tests run in our users' locale.
 if ! locale -a | grep -qi '^ru_RU\.utf-\?8$'; then
   echo 'ru_RU.UTF-8 UTF-8' | $SUDO tee -a /etc/locale.gen >/dev/null

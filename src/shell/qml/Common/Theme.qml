@@ -1,0 +1,15 @@
+pragma Singleton
+import QtQuick
+
+// The one palette of every window: always dark.
+QtObject {
+    readonly property color recordingAccent: Qt.rgba(1.0, 0.55, 0.45, 1)
+    readonly property color processingAccent: Qt.rgba(0.65, 0.55, 0.95, 1)
+    readonly property color orange: Qt.rgba(1.0, 0.584, 0.0, 1)
+    readonly property color primary: "#f2f2f7"
+    readonly property color secondary: "#98989f"
+    readonly property color window: "#1c1c1e"
+    // Stand-in for the thin translucent material behind the HUD's shapes.
+    readonly property color material: Qt.rgba(0.16, 0.16, 0.18, 0.86)
+    readonly property string fontFamily: "sans-serif"
+}
