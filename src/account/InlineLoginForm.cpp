@@ -8,6 +8,7 @@
 #include "platform/Error.h"
 #include "platform/Log.h"
 
+#include <QMetaEnum>
 #include <QUrlQuery>
 
 namespace tamvex {
@@ -48,6 +49,10 @@ InlineLoginForm::InlineLoginForm(SorvelAPI& api, AccountStore& account, Clock& c
 InlineLoginForm::~InlineLoginForm() {
     if (m_poll)
         m_poll->cancel();
+}
+
+QString InlineLoginForm::phaseName() const {
+    return QString::fromLatin1(QMetaEnum::fromType<Phase>().valueToKey(int(m_phase)));
 }
 
 QString InlineLoginForm::subtitle() const {

@@ -32,6 +32,8 @@ QUrl yandexAuthorizeUrl(const QUrl& oauthHost);
 class InlineLoginForm : public QObject {
     Q_OBJECT
     Q_PROPERTY(Phase phase READ phase NOTIFY phaseChanged)
+    /// "enterPhone", "needBotActivation" or "enterCode".
+    Q_PROPERTY(QString phaseName READ phaseName NOTIFY phaseChanged)
     Q_PROPERTY(QString subtitle READ subtitle NOTIFY phaseChanged)
     Q_PROPERTY(QString phone READ phone WRITE setPhone NOTIFY phoneChanged)
     Q_PROPERTY(QString code READ code WRITE setCode NOTIFY codeChanged)
@@ -58,6 +60,7 @@ public:
     ~InlineLoginForm() override;
 
     Phase phase() const { return m_phase; }
+    QString phaseName() const;
     QString subtitle() const;
     QString phone() const { return m_phone; }
     /// Takes the field's text through formatPhoneInput.

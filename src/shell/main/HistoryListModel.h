@@ -4,6 +4,7 @@
 
 #include <QAbstractListModel>
 #include <QList>
+#include <QtQml/qqmlregistration.h>
 
 namespace tamvex {
 
@@ -15,6 +16,8 @@ class HistoryStore;
 /// as the view scrolls near the end.
 class HistoryListModel : public QAbstractListModel {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("Made by the main window's model")
     Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
     Q_PROPERTY(bool empty READ isEmpty NOTIFY countChanged)
 public:

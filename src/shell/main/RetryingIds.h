@@ -4,6 +4,7 @@
 #include <QSet>
 #include <QStringList>
 #include <QUuid>
+#include <QtQml/qqmlregistration.h>
 
 #include <qcoro/qcorotask.h>
 
@@ -15,6 +16,8 @@ class AppState;
 /// retrying does nothing; the id leaves the set when the retry hook returns.
 class RetryingIds : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("Made by the main window's model")
     Q_PROPERTY(QStringList ids READ idTexts NOTIFY changed)
 public:
     explicit RetryingIds(AppState& state, QObject* parent = nullptr);

@@ -5,6 +5,7 @@
 #include <QObject>
 
 #include <QVariant>
+#include <QtQml/qqmlregistration.h>
 #include <qcoro/qcorotask.h>
 
 #include <optional>
@@ -18,6 +19,8 @@ class MicrophoneAccess;
 /// and on appearing asks for input access by itself once the microphone is there.
 class PermissionsCheck : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("The welcome window controller makes the check")
     /// null until known, then true or false.
     Q_PROPERTY(QVariant micGranted READ micGrantedValue NOTIFY changed)
     Q_PROPERTY(bool accessibilityGranted READ accessibilityGranted NOTIFY changed)

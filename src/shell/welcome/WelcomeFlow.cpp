@@ -68,6 +68,14 @@ void WelcomeFlow::toggleUseCase(const QString& rawValue) {
     m_settings.setUseCases(cases);
 }
 
+QStringList WelcomeFlow::selectedUseCases() const {
+    QStringList raw;
+    for (UseCase c : m_settings.useCases())
+        raw.append(SettingsStore::useCaseRawValue(c));
+    raw.sort();
+    return raw;
+}
+
 bool WelcomeFlow::isUseCaseSelected(const QString& rawValue) const {
     const auto useCase = SettingsStore::useCaseFromRawValue(rawValue);
     return useCase && m_settings.useCases().contains(*useCase);

@@ -2,6 +2,8 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
+#include <QtQml/qqmlregistration.h>
 
 namespace tamvex {
 
@@ -11,12 +13,16 @@ class SettingsStore;
 /// may advance, and what advancing and finishing report and store.
 class WelcomeFlow : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("The welcome window controller makes the flow")
     Q_PROPERTY(int step READ step WRITE setStep NOTIFY stepChanged)
     Q_PROPERTY(int totalSteps READ totalSteps CONSTANT)
     Q_PROPERTY(bool canAdvance READ canAdvance NOTIFY canAdvanceChanged)
     Q_PROPERTY(bool isLastStep READ isLastStep NOTIFY stepChanged)
     Q_PROPERTY(bool canGoBack READ canGoBack NOTIFY stepChanged)
     Q_PROPERTY(QString advanceTitle READ advanceTitle NOTIFY stepChanged)
+    /// The raw values of the chosen use cases.
+    Q_PROPERTY(QStringList selectedUseCases READ selectedUseCases NOTIFY canAdvanceChanged)
 public:
     static constexpr int defaultTotalSteps = 6;
     /// The step where a use case must be chosen.
@@ -46,6 +52,7 @@ public:
     Q_INVOKABLE void back();
     /// A use-case tile's tap: adds the case or takes it out.
     Q_INVOKABLE void toggleUseCase(const QString& rawValue);
+    QStringList selectedUseCases() const;
     /// True when the case is chosen.
     Q_INVOKABLE bool isUseCaseSelected(const QString& rawValue) const;
 
