@@ -5,6 +5,7 @@
 #include "account/OAuthCallbacks.h"
 #include "account/PhoneNumbers.h"
 
+#include <QJsonDocument>
 #include <QNetworkReply>
 #include <QSignalSpy>
 #include <QTest>
@@ -56,6 +57,15 @@ struct FormEnv {
         return spinUntil([&] { return checks() > before && (pollClock.pendingTimers() == 1 || !form.polling()); });
     }
 };
+
+// A control request to the dev server, as a test script would send it; gives the answer.
+QJsonObject postControl(const QUrl& base, const QString& path, const QJsonObject& body) {
+    QNetworkRequest request(ServiceHosts::join(base, path));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+    std::unique_ptr<QNetworkReply> reply(sharedNetworkManager().post(request, QJsonDocument(body).toJson()));
+    spinUntil([&] { return reply->isFinished(); }, 10000);
+    return QJsonDocument::fromJson(reply->readAll()).object();
+}
 
 // What a browser does with the authorize URL: one GET, and the redirect's target.
 QUrl browserRedirect(const QUrl& url) {
@@ -163,7 +173,8 @@ private slots:
     void botActivationPollSurvivesFailuresAndSignsIn() {
         FormEnv e;
         LogCapture log;
-        e.env.f.server.setBotActivationRequired(true);
+        const QUrl base = e.env.f.server.baseUrl();
+        QCOMPARE(postControl(base, "/__dev/bot", {{"require_activation", true}}).value("ok"), QJsonValue(true));
         e.form.setPhone("+7 999 555 44 33");
         syncWait(e.form.requestCodeTask());
         QCOMPARE(e.form.phase(), Phase::needBotActivation);
@@ -180,7 +191,9 @@ private slots:
         QCOMPARE(e.form.phase(), Phase::needBotActivation);
         QVERIFY(e.form.errorText().isEmpty());
 
-        const QString code = e.env.f.server.activate("+79995554433");
+        // The user presses "Поделиться номером" in Telegram.
+        const QString code = postControl(base, "/__dev/activate", {{"phone", "+79995554433"}}).value("code").toString();
+        QCOMPARE(code.size(), 6);
         QVERIFY(e.pollRound());
         QVERIFY(spinUntil([&] { return e.form.phase() == Phase::enterCode; }));
         QVERIFY(log.has("inline.poll: activation detected → enterCode"));
