@@ -53,6 +53,8 @@ Rectangle {
                     font.pixelSize: 11
                 }
             }
+            // Only the summary selects: the detail's buttons keep their taps.
+            TapHandler { onTapped: row.model.tapEntry(row.entryId) }
         }
         RowLayout {
             visible: row.selected
@@ -89,5 +91,4 @@ Rectangle {
             }
         }
     }
-    TapHandler { onTapped: row.model.tapEntry(row.entryId) }
 }
