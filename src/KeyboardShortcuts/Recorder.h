@@ -30,9 +30,11 @@ class Recorder : public QObject {
     Q_PROPERTY(bool hasShortcut READ hasShortcut NOTIFY shortcutChanged)
     Q_PROPERTY(bool active READ isActive WRITE setActive NOTIFY activeChanged)
     Q_PROPERTY(QString placeholder READ placeholder NOTIFY activeChanged)
+    /// The modifiers held while editing, as the field shows them before the key ("Ctrl+Alt+").
+    Q_PROPERTY(QString heldModifiersText READ heldModifiersText NOTIFY heldModifiersChanged)
 public:
     /// What a key press did.
-    enum class Outcome { ignored, cancelled, cleared, beeped, usedByMenuItem, usedBySystem, stored };
+    enum class Outcome { ignored, cancelled, cleared, beeped, usedByMenuItem, usedBySystem, stored, modifierHeld };
     Q_ENUM(Outcome)
 
     /// Looks up the title of the application's menu item with this shortcut, if any.
@@ -57,10 +59,17 @@ public:
     /// "record_shortcut" when idle, "press_shortcut" while editing, in Russian.
     QString placeholder() const;
 
-    /// A key press while editing: virtual key code and event flags.
+    /// A key press while editing: virtual key code and event flags. A modifier key's own
+    /// press only changes the held modifiers; the shortcut is taken at the first other key.
     Outcome handleKeyDown(int keyCode, quint64 eventFlags);
+    /// A key release while editing: a released modifier leaves the held ones.
+    void handleKeyUp(int keyCode, quint64 eventFlags);
+    /// The held modifiers in Linux form, empty when none.
+    QString heldModifiersText() const;
     /// A key press as QML sees it: the native scan code (X11/Wayland: evdev + 8) and Qt's modifiers.
     Q_INVOKABLE int handleQtKey(int nativeScanCode, int qtModifiers);
+    /// A key release as QML sees it.
+    Q_INVOKABLE void handleQtKeyRelease(int nativeScanCode, int qtModifiers);
     /// The answer "force_use_shortcut" to the system-clash alert: takes the shortcut anyway.
     Q_INVOKABLE void forceUsePending();
     /// The answer "ok" to the system-clash alert: gives the shortcut up.
@@ -71,6 +80,7 @@ public:
 signals:
     void shortcutChanged();
     void activeChanged();
+    void heldModifiersChanged();
     /// The press was refused without words: the field beeps.
     void beep();
     /// An alert to show: its text, the informative text and its buttons, first the default.
@@ -80,6 +90,7 @@ signals:
 
 private:
     void take(const Shortcut& shortcut);
+    void setHeldModifiers(quint64 eventFlags);
 
     ShortcutRegistry& m_registry;
     Name m_name;
@@ -87,6 +98,7 @@ private:
     QList<Shortcut> m_systemShortcuts;
     std::optional<Shortcut> m_pending;
     bool m_active = false;
+    quint64 m_heldModifiers = 0;
 };
 
 } // namespace tamvex::KeyboardShortcuts

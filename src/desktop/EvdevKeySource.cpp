@@ -10,6 +10,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #ifdef TAMVEX_HAVE_EVDEV
@@ -26,6 +27,7 @@ const char* kOwnVirtualKeyboard = "Tamvex virtual keyboard";
 struct EvdevKeySource::Device {
     int id = 0;
     int fd = -1;
+    bool fnKey = false;
 #ifdef TAMVEX_HAVE_EVDEV
     libevdev* dev = nullptr;
 #endif
@@ -48,7 +50,9 @@ struct EvdevKeySource::Device {
 EvdevKeySource::EvdevKeySource(QString directory, QObject* parent)
     : KeySource(parent), m_directory(std::move(directory)) {}
 
-EvdevKeySource::~EvdevKeySource() { stop(); }
+EvdevKeySource::~EvdevKeySource() {
+    stop();
+}
 
 QString EvdevKeySource::unavailableReason() const {
 #ifndef TAMVEX_HAVE_EVDEV
@@ -113,18 +117,29 @@ void EvdevKeySource::openDevice(const QString& path) {
             ++m_unreadable;
         return;
     }
+    libevdev* dev = nullptr;
+    if (libevdev_new_from_fd(fd, &dev) < 0) {
+        ::close(fd);
+        return; // not an evdev node
+    }
+    adoptDevice(path, fd, dev);
+#else
+    Q_UNUSED(path);
+#endif
+}
+
+bool EvdevKeySource::adoptDevice(const QString& path, int fd, libevdev* dev) {
+#ifdef TAMVEX_HAVE_EVDEV
     auto device = std::make_shared<Device>();
     device->fd = fd;
-    if (libevdev_new_from_fd(fd, &device->dev) < 0) {
-        device->dev = nullptr;
-        return; // not an evdev node; the destructor closes it
-    }
+    device->dev = dev;
     const char* deviceName = libevdev_get_name(device->dev);
-    const bool keyboard = libevdev_has_event_code(device->dev, EV_KEY, KEY_A) &&
-                          libevdev_has_event_code(device->dev, EV_KEY, KEY_Z);
+    const bool keyboard =
+        libevdev_has_event_code(device->dev, EV_KEY, KEY_A) && libevdev_has_event_code(device->dev, EV_KEY, KEY_Z);
     const bool fnKey = libevdev_has_event_code(device->dev, EV_KEY, KEY_FN);
-    if ((!keyboard && !fnKey) || qstrcmp(deviceName, kOwnVirtualKeyboard) == 0)
-        return;
+    if ((!keyboard && !fnKey) || qstrcmp(deviceName, kOwnVirtualKeyboard) == 0 || m_devices.contains(path))
+        return false; // the destructor frees and closes it
+    device->fnKey = fnKey;
     const bool wasAvailable = isAvailable();
     device->id = m_nextId++;
     device->notifier = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
@@ -133,9 +148,18 @@ void EvdevKeySource::openDevice(const QString& path) {
     logInfo(QStringLiteral("Keyboard added: %1 (%2)").arg(QString::fromUtf8(deviceName), path));
     if (!wasAvailable)
         emit availabilityChanged(true);
+    return true;
 #else
     Q_UNUSED(path);
+    Q_UNUSED(dev);
+    if (fd >= 0)
+        ::close(fd);
+    return false;
 #endif
+}
+
+bool EvdevKeySource::seesFunctionKey() const {
+    return std::any_of(m_devices.begin(), m_devices.end(), [](const auto& device) { return device->fnKey; });
 }
 
 void EvdevKeySource::closeDevice(const QString& path) {

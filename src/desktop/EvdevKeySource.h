@@ -8,6 +8,7 @@
 #include <memory>
 
 class QSocketNotifier;
+struct libevdev;
 
 namespace tamvex {
 
@@ -25,12 +26,17 @@ public:
     void stop() override;
     bool isAvailable() const override { return !m_devices.isEmpty(); }
     QString name() const override { return QStringLiteral("evdev"); }
-    bool seesFunctionKey() const override { return true; }
+    /// True when some keyboard being read reports KEY_FN among its keys; most PC keyboards
+    /// handle FN in their firmware and never send it.
+    bool seesFunctionKey() const override;
     QString unavailableReason() const override;
     /// How many keyboards are being read.
     int keyboardCount() const { return int(m_devices.size()); }
     /// How many event devices exist but could not be opened for reading.
     int unreadableCount() const { return m_unreadable; }
+    /// Takes an opened device (`fd` is watched, `dev` its libevdev state; both are owned
+    /// from here on) when it is a keyboard or sends FN. False when it was refused and freed.
+    bool adoptDevice(const QString& path, int fd, libevdev* dev);
 
 private:
     struct Device;

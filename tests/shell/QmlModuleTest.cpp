@@ -1,6 +1,7 @@
 #include "shell/QmlModule.h"
 
 #include <QDirIterator>
+#include <QFile>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickWindow>
@@ -54,6 +55,14 @@ private slots:
             QCOMPARE(object->property("c").value<QColor>(), QColor::fromRgbF(1.0f, 0.55f, 0.45f));
         } else {
             QQmlComponent component(&engine, qmlModuleUrl(file));
+            QVERIFY2(component.isReady(), qPrintable(component.errorString()));
+            QFile source(":/Tamvex/" + file);
+            QVERIFY(source.open(QIODevice::ReadOnly));
+            if (source.readAll().contains("required property")) {
+                // Built, with its required properties, by the tests of the window that holds it.
+                QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join("\n")));
+                return;
+            }
             object.reset(component.create());
             QVERIFY2(object, qPrintable(component.errorString()));
         }

@@ -58,6 +58,10 @@ void writeAnswer(const QPointer<QTcpSocket>& socket, QHttpServerResponder& respo
                         QHttpServerResponder::StatusCode::InternalServerError);
         return;
     }
+    if (!answer.location.isEmpty()) {
+        responder.write(answer.body, {{"Content-Type", answer.contentType}, {"Location", answer.location}}, status);
+        return;
+    }
     responder.write(answer.body, answer.contentType, status);
 }
 
@@ -273,6 +277,17 @@ Answer DevServer::control(const Received& r) {
             return json(QJsonObject{{"error", "phone required"}}, 400);
         const QString token = addUser(phone, body.value("balance_tokens").toDouble(m_startingBalance));
         return json(QJsonObject{{"access_token", token}, {"user", user(phone)->toJson()}});
+    }
+    if (r.path == QLatin1String("/__dev/activate") && r.method == QLatin1String("POST")) {
+        const QString phone = body.value("phone").toString();
+        if (phone.isEmpty())
+            return json(QJsonObject{{"error", "phone required"}}, 400);
+        const QString code = activate(phone);
+        return json(QJsonObject{{"ok", true}, {"phone", phone}, {"code", code}});
+    }
+    if (r.path == QLatin1String("/__dev/bot") && r.method == QLatin1String("POST")) {
+        setBotActivationRequired(body.value("require_activation").toBool());
+        return json(QJsonObject{{"ok", true}});
     }
     if (r.path == QLatin1String("/__dev/openrouter-keys") && r.method == QLatin1String("POST")) {
         setOpenRouterKeys(body.value("keys").toVariant().toStringList());

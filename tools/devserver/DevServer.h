@@ -52,7 +52,8 @@ struct Answer {
     int status = 200;
     QByteArray body;
     QByteArray contentType = "application/json";
-    QString filePath; ///< when set, the file's bytes are the body
+    QString filePath;    ///< when set, the file's bytes are the body
+    QByteArray location; ///< when set, sent as the Location header (a redirect)
 };
 
 /// A user account of the development service.
@@ -113,6 +114,11 @@ public:
     std::optional<DevUser> user(const QString& phone) const;
     /// Balance given to new users.
     void setStartingBalance(double tokens) { m_startingBalance = tokens; }
+    /// With true, a phone must start the Telegram bot before a code is sent: request-code
+    /// answers "activation_required" until activate() (or POST /__dev/activate) is called.
+    void setBotActivationRequired(bool required) { m_activationRequired = required; }
+    /// The bot saw the phone: it counts as activated, with a fresh code ready; gives the code.
+    QString activate(const QString& phone);
     /// Every analytics event received, as parsed objects.
     QList<QJsonObject> analyticsEvents() const { return m_analytics; }
 
@@ -140,6 +146,7 @@ private:
     Answer checkActivation(const Received& request) const;
     Answer verify(const Received& request);
     Answer yandexExchange(const Received& request);
+    Answer yandexAuthorize(const Received& request) const;
     Answer analyticsEvent(const Received& request);
     Answer modelFile(const Received& request) const;
     Answer appcast() const;
@@ -169,6 +176,8 @@ private:
     QMap<QString, DevUser> m_users;   // by phone
     QHash<QString, QString> m_tokens; // token -> phone
     QHash<QString, QString> m_codes;  // phone -> pending code
+    bool m_activationRequired = false;
+    QSet<QString> m_activated; // phones whose bot was started
     qint64 m_nextUserId = 1;
 };
 

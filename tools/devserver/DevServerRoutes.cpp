@@ -63,6 +63,8 @@ void DevServer::route(const Received& r, const Respond& respond) {
         return respond(verify(r));
     if (post && p == QLatin1String("/api/oauth/yandex/exchange"))
         return respond(yandexExchange(r));
+    if (get && p == QLatin1String("/authorize"))
+        return respond(yandexAuthorize(r));
     if (post && p == QLatin1String("/api/analytics/event"))
         return respond(analyticsEvent(r));
     if (get && p.startsWith(QLatin1String("/models/")))
@@ -141,6 +143,14 @@ Answer DevServer::requestCode(const Received& r) {
     const QString phone = body ? body->value("phone").toString() : QString();
     if (phone.isEmpty())
         return error(400, QStringLiteral("phone required"));
+    if (m_activationRequired && !m_activated.contains(phone)) {
+        // The bot has not seen this phone yet: no code until the user starts it.
+        return json({{"ok", true},
+                     {"phone", phone},
+                     {"bot_username", "tamvex_dev_bot"},
+                     {"bot_link", "https://t.me/tamvex_dev_bot"},
+                     {"status", "activation_required"}});
+    }
     const QString code = QString::number(100000 + QRandomGenerator::global()->bounded(900000));
     m_codes.insert(phone, code);
     return json({{"ok", true},
@@ -152,8 +162,32 @@ Answer DevServer::requestCode(const Received& r) {
 }
 
 Answer DevServer::checkActivation(const Received& r) const {
-    const bool known = m_codes.contains(queryValue(r, QStringLiteral("phone")));
-    return json({{"activated", known}, {"code_ready", known}});
+    const QString phone = queryValue(r, QStringLiteral("phone"));
+    const bool codeReady = m_codes.contains(phone);
+    const bool activated = m_activationRequired ? m_activated.contains(phone) : codeReady;
+    return json({{"activated", activated}, {"code_ready", activated && codeReady}});
+}
+
+QString DevServer::activate(const QString& phone) {
+    m_activated.insert(phone);
+    const QString code = QString::number(100000 + QRandomGenerator::global()->bounded(900000));
+    m_codes.insert(phone, code);
+    return code;
+}
+
+Answer DevServer::yandexAuthorize(const Received& r) const {
+    // Stands in for Yandex ID's consent page: it agrees at once and sends the browser back.
+    if (queryValue(r, QStringLiteral("response_type")) != QLatin1String("code") ||
+        queryValue(r, QStringLiteral("client_id")).isEmpty())
+        return error(400, QStringLiteral("unsupported authorize request"));
+    const QString redirect = queryValue(r, QStringLiteral("redirect_uri"));
+    if (!redirect.startsWith(QLatin1String("tamvex://")))
+        return error(400, QStringLiteral("redirect_uri must be tamvex://"));
+    QUrl target(redirect);
+    target.setQuery(QStringLiteral("code=dev-") + QString::number(QRandomGenerator::global()->bounded(1000000)));
+    Answer answer{302, {}, "text/plain", {}};
+    answer.location = target.toEncoded();
+    return answer;
 }
 
 Answer DevServer::verify(const Received& r) {

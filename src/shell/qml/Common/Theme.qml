@@ -12,4 +12,6 @@ QtObject {
     // Stand-in for the thin translucent material behind the HUD's shapes.
     readonly property color material: Qt.rgba(0.16, 0.16, 0.18, 0.86)
     readonly property string fontFamily: "sans-serif"
+    // The windows' accent: selection, progress, the microphone ring.
+    readonly property color accent: "#8e8cff"
 }

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "account/OAuthCallbacks.h"
+#include "shell/MainWindowController.h"
+#include "shell/WelcomeWindowController.h"
+#include "shell/main/LoginForms.h"
+
+#include <QObject>
+#include <QStringList>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+
+namespace tamvex {
+
+class AppState;
+class InputAccess;
+class MicrophoneAccess;
+
+/// The two windows and what opens them, for AppDelegate to make once at launch:
+/// the six open actions, the reopen rule, the sign-in return, and the welcome window at
+/// first start that hands over to the main window when onboarding completes.
+class ShellWindows : public QObject {
+    Q_OBJECT
+public:
+    /// Where the windows reach beyond AppState.
+    struct Config {
+        std::function<void()> toggleRecording; ///< the coordinator's toggle
+        InlineLoginForm::UrlOpener openUrl;    ///< QDesktopServices::openUrl unless a test says otherwise
+        QUrl yandexHost;                       ///< ServiceHosts::configured().yandexOAuth
+        QUrl topUpUrl;                         ///< the service's top-up page
+        QString telegramContact = QStringLiteral("@tamvex_support");
+    };
+
+    ShellWindows(AppState& state, Config config, const MicrophoneAccess& microphone, InputAccess& input,
+                 QObject* parent = nullptr);
+    ~ShellWindows() override;
+
+    /// Shows the welcome window when onboarding is not done; call once at the end of launch.
+    void showWelcomeIfNeeded();
+
+    void openHomeAction();
+    void openInsightsAction();
+    void openAccountAction();
+    void openSettingsAction();
+    void openWelcomeAction();
+    /// The tray's "Открыть…" and the reopen rule.
+    void openMainWindow();
+
+    MainWindowController& mainWindow() { return *m_main; }
+    WelcomeWindowController& welcomeWindow() { return *m_welcome; }
+    OAuthCallbacks& oauthCallbacks() { return m_callbacks; }
+
+public slots:
+    /// A second start handed over its arguments (connect ControlService::activated here):
+    /// tamvex:// links go to the sign-in forms; a start without a link shows the main window.
+    void handleActivation(const QStringList& arguments, const QStringList& urls);
+
+private:
+    void open(int section);
+
+    AppState& m_state;
+    OAuthCallbacks m_callbacks;
+    LoginForms m_forms;
+    std::unique_ptr<MainWindowController> m_main;
+    std::unique_ptr<WelcomeWindowController> m_welcome;
+};
+
+} // namespace tamvex

@@ -1,0 +1,70 @@
+#include "shell/WelcomeWindowController.h"
+
+#include "core/AppState.h"
+#include "shell/MainWindowController.h"
+#include "shell/main/LoginForms.h"
+#include "shell/welcome/PermissionsCheck.h"
+
+#include <QGuiApplication>
+#include <QQmlEngine>
+#include <QQuickWindow>
+#include <QScreen>
+
+namespace tamvex {
+
+WelcomeWindowController::WelcomeWindowController(AppState& state, LoginForms& loginForms,
+                                                 const MicrophoneAccess& microphone, InputAccess& input,
+                                                 std::function<void()> onFinished, QObject* parent)
+    : QObject(parent), m_state(&state), m_loginForms(loginForms), m_microphone(microphone), m_input(input),
+      m_onFinished(std::move(onFinished)) {}
+
+WelcomeWindowController::~WelcomeWindowController() {
+    m_window.reset();
+    m_permissions.reset();
+    m_flow.reset();
+}
+
+void WelcomeWindowController::show() {
+    if (m_window) {
+        bringToFront(*m_window);
+        return;
+    }
+    if (!m_state)
+        return;
+    if (!m_engine)
+        m_engine = std::make_unique<QQmlEngine>();
+    m_flow = std::make_unique<WelcomeFlow>(m_state->settings(), 0, QString(), WelcomeFlow::defaultTotalSteps);
+    m_permissions = std::make_unique<PermissionsCheck>(m_state->clock(), m_microphone, m_input);
+    QPointer<WelcomeWindowController> self(this);
+    connect(m_flow.get(), &WelcomeFlow::finished, this, [self] {
+        if (!self)
+            return;
+        self->close();
+        if (self->m_onFinished)
+            self->m_onFinished();
+    });
+    m_window =
+        createModuleWindow(*m_engine, QStringLiteral("Welcome/WelcomeWindow.qml"),
+                           {{QStringLiteral("flow"), QVariant::fromValue(m_flow.get())},
+                            {QStringLiteral("permissions"), QVariant::fromValue(m_permissions.get())},
+                            {QStringLiteral("loginForms"), QVariant::fromValue(&m_loginForms)},
+                            {QStringLiteral("appState"), QVariant::fromValue(static_cast<QObject*>(m_state.data()))}});
+    if (!m_window)
+        return;
+    m_window->setTitle(QStringLiteral("Welcome to Tamvex"));
+    // Titled and closable only: it can be neither resized nor minimised.
+    m_window->setFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    m_window->setMinimumSize(QSize(width, height));
+    m_window->setMaximumSize(QSize(width, height));
+    m_window->resize(width, height);
+    if (const QScreen* screen = QGuiApplication::primaryScreen())
+        m_window->setPosition(screen->availableGeometry().center() - QPoint(width / 2, height / 2));
+    bringToFront(*m_window);
+}
+
+void WelcomeWindowController::close() {
+    if (m_window)
+        m_window->close();
+}
+
+} // namespace tamvex

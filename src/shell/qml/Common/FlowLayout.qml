@@ -1,0 +1,7 @@
+import QtQuick
+import Tamvex
+
+// Wraps its children in rows.
+Flow {
+    spacing: 8
+}

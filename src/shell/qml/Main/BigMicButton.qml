@@ -1,0 +1,42 @@
+import QtQuick
+import Tamvex
+
+// The big microphone: a ring that pulses while recording around a red disc.
+Item {
+    id: button
+    property bool recording: false
+    signal toggled()
+    width: 76
+    height: 76
+    Accessible.role: Accessible.Button
+    Accessible.name: recording ? "Остановить запись" : "Начать запись"
+
+    Rectangle {
+        id: ring
+        anchors.fill: parent
+        radius: width / 2
+        color: "transparent"
+        border.width: 3
+        border.color: button.recording ? Qt.rgba(1, 0, 0, 0.35) : Qt.rgba(Theme.accent.r, Theme.accent.g, Theme.accent.b, 0.4)
+        SequentialAnimation on scale {
+            running: button.recording
+            loops: Animation.Infinite
+            NumberAnimation { from: 1.0; to: 1.2; duration: 1400; easing.type: Easing.InOutQuad }
+            NumberAnimation { from: 1.2; to: 1.0; duration: 1400; easing.type: Easing.InOutQuad }
+            onRunningChanged: if (!running) ring.scale = 1.0
+        }
+    }
+    Rectangle {
+        anchors.centerIn: parent
+        width: 56
+        height: 56
+        radius: 28
+        gradient: Gradient {
+            orientation: Gradient.Vertical
+            GradientStop { position: 0; color: "red" }
+            GradientStop { position: 1; color: Qt.rgba(1.0, 0.4, 0.5, 1) }
+        }
+        SymbolIcon { anchors.centerIn: parent; name: button.recording ? "stop.fill" : "mic.fill"; size: 22; color: "white" }
+    }
+    MouseArea { anchors.fill: parent; onClicked: button.toggled() }
+}

@@ -1,0 +1,140 @@
+import QtQuick
+import QtQuick.Controls.Material
+import QtQuick.Layouts
+import Tamvex
+
+// The home pane: greeting with the microphone, figures and weekly goal, and the history.
+Item {
+    id: pane
+    required property MainWindowModel model
+
+    ListView {
+        id: list
+        objectName: "history"
+        anchors.fill: parent
+        anchors.margins: 28
+        spacing: 4
+        clip: true
+        cacheBuffer: 800
+        reuseItems: true
+        model: pane.model.history
+        ScrollBar.vertical: ScrollBar {}
+        // The header grows as its cards fill in; until the user scrolls, keep its top in view.
+        property bool userScrolled: false
+        onMovementStarted: userScrolled = true
+
+        header: Column {
+            width: list.width
+            onHeightChanged: if (!list.userScrolled) Qt.callLater(list.positionViewAtBeginning)
+            spacing: 16
+            bottomPadding: 12
+            GlassCard {
+                width: parent.width
+                RowLayout {
+                    width: parent.width
+                    spacing: 20
+                    Column {
+                        Layout.fillWidth: true
+                        spacing: 6
+                        Text { text: "Привет, я Sorvel"; color: Theme.primary; font.pixelSize: 22; font.bold: true }
+                        Text {
+                            width: parent.width
+                            wrapMode: Text.WordWrap
+                            text: "Зажми FN и говори. Я превращу твою речь в чистый структурированный текст."
+                            color: Theme.primary
+                            font.pixelSize: 14
+                        }
+                        Text {
+                            width: parent.width
+                            wrapMode: Text.WordWrap
+                            text: "«вставить в поле» — текст автоматически окажется в активном окне."
+                            color: Theme.secondary
+                            font.pixelSize: 13
+                        }
+                        Text { text: "Распознаю автоматически:"; color: Theme.primary; font.pixelSize: 13; font.bold: true; topPadding: 6 }
+                        Repeater {
+                            model: ["Абзацы и переносы строк", "Маркированные списки", "Нумерованные списки", "Заголовки и подзаголовки"]
+                            Text { required property string modelData; text: "• " + modelData; color: Theme.secondary; font.pixelSize: 13 }
+                        }
+                    }
+                    BigMicButton {
+                        recording: pane.model.recording
+                        onToggled: pane.model.toggleRecording()
+                    }
+                }
+            }
+            RowLayout {
+                width: parent.width
+                spacing: 12
+                Repeater {
+                    model: pane.model.homeTiles
+                    GlassCard {
+                        required property var modelData
+                        Layout.fillWidth: true
+                        spacing: 4
+                        Row {
+                            spacing: 6
+                            SymbolIcon { name: modelData.symbol; size: 13; color: Theme.accent }
+                            Text { text: modelData.title; color: Theme.secondary; font.pixelSize: 12 }
+                        }
+                        Text { text: modelData.value; color: Theme.primary; font.pixelSize: 24; font.bold: true }
+                        Text { text: modelData.subtitle; color: Theme.secondary; font.pixelSize: 11; visible: text.length > 0 }
+                    }
+                }
+            }
+            GlassCard {
+                width: parent.width
+                spacing: 8
+                RowLayout {
+                    width: parent.width
+                    Text { text: pane.model.weeklyGoal.label; color: Theme.primary; font.pixelSize: 14; Layout.fillWidth: true }
+                    Text {
+                        text: "Инсайты ›"
+                        color: Theme.accent
+                        font.pixelSize: 13
+                        MouseArea { anchors.fill: parent; onClicked: pane.model.section = "insights" }
+                    }
+                }
+                Rectangle {
+                    width: parent.width
+                    height: 8
+                    radius: 4
+                    color: Qt.rgba(1, 1, 1, 0.08)
+                    Rectangle { width: parent.width * pane.model.weeklyGoal.fill; height: parent.height; radius: 4; color: Theme.accent }
+                }
+                Text { text: pane.model.weeklyGoal.caption; color: Theme.secondary; font.pixelSize: 12 }
+            }
+            Text { text: "ИСТОРИЯ"; color: Theme.secondary; font.pixelSize: 12; font.bold: true; topPadding: 8 }
+            Column {
+                visible: pane.model.history.empty
+                width: parent.width
+                spacing: 6
+                topPadding: 30
+                SymbolIcon { anchors.horizontalCenter: parent.horizontalCenter; name: "tray"; size: 34; color: Theme.secondary }
+                Text { anchors.horizontalCenter: parent.horizontalCenter; text: "История пока пустая"; color: Theme.primary; font.pixelSize: 15 }
+                Text {
+                    anchors.horizontalCenter: parent.horizontalCenter
+                    text: "Зажми FN и говори — записи появятся здесь"
+                    color: Theme.secondary
+                    font.pixelSize: 13
+                }
+            }
+        }
+
+        section.property: "group"
+        section.delegate: Text {
+            required property string section
+            text: section
+            color: Theme.secondary
+            font.pixelSize: 11
+            font.bold: true
+            topPadding: 14
+            bottomPadding: 4
+        }
+
+        delegate: HistoryRow {
+            width: list.width
+            model: pane.model
+        }
+    }
+}

@@ -1,0 +1,28 @@
+import QtQuick
+import Tamvex
+import QtQuick.Layouts
+
+StepPage {
+    symbol: "keyboard"
+    title: "Как записывать?"
+    text: "По умолчанию используется клавиша FN — она удобна тем, что не блокирует другие шорткаты."
+    RowLayout {
+        width: parent.width
+        spacing: 12
+        Repeater {
+            model: [
+                { symbol: "hand.point.up.left.fill", title: "Удержание", text: "Зажми FN — говори — отпусти. Текст вставится." },
+                { symbol: "hand.tap.fill", title: "Двойной клик", text: "Короткий клик FN — запись пошла. Ещё клик — стоп." }
+            ]
+            GlassCard {
+                required property var modelData
+                Layout.fillWidth: true
+                Layout.preferredWidth: 1
+                SymbolIcon { name: modelData.symbol; size: 22; color: Theme.accent }
+                Text { text: modelData.title; color: Theme.primary; font.pixelSize: 15; font.bold: true }
+                Text { width: parent.width; wrapMode: Text.WordWrap; text: modelData.text; color: Theme.secondary; font.pixelSize: 13 }
+            }
+        }
+    }
+    Text { width: parent.width; wrapMode: Text.WordWrap; text: "Не нравится FN? Можно задать дополнительную клавишу:"; color: Theme.secondary; font.pixelSize: 13 }
+}

@@ -1,0 +1,62 @@
+import QtQuick
+import QtQuick.Controls.Material
+import QtQuick.Layouts
+import Tamvex
+
+// The six-step introduction: dots, the step, and "Назад" / "Дальше" / "Готово".
+Window {
+    id: window
+    required property WelcomeFlow flow
+    required property PermissionsCheck permissions
+    required property LoginForms loginForms
+    required property var appState
+    color: Theme.window
+    Material.theme: Material.Dark
+    Material.accent: Theme.accent
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 24
+        spacing: 16
+        Row {
+            objectName: "dots"
+            Layout.alignment: Qt.AlignHCenter
+            spacing: 8
+            Repeater {
+                model: window.flow.totalSteps
+                Rectangle {
+                    required property int index
+                    width: 6
+                    height: 6
+                    radius: 3
+                    color: index === window.flow.step ? Theme.accent : Qt.rgba(1, 1, 1, 0.3)
+                }
+            }
+        }
+        StackLayout {
+            objectName: "steps"
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            currentIndex: window.flow.step
+            HelloStep {}
+            HotkeyStep {}
+            UseCasesStep { flow: window.flow }
+            LoginStep { forms: window.loginForms }
+            PermissionsStep { check: window.permissions; active: window.flow.step === 4 }
+            TestStep { lastTranscription: window.appState ? window.appState.lastTranscription : "" }
+        }
+        RowLayout {
+            Layout.fillWidth: true
+            Button { visible: window.flow.canGoBack; text: "Назад"; flat: true; onClicked: window.flow.back() }
+            Item { Layout.fillWidth: true }
+            Button {
+                objectName: "advance"
+                Layout.minimumWidth: 80
+                text: window.flow.advanceTitle
+                highlighted: true
+                enabled: window.flow.canAdvance
+                onClicked: window.flow.advance()
+            }
+        }
+    }
+}

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "platform/Clock.h"
+
+#include <QObject>
+
+#include <QVariant>
+#include <QtQml/qqmlregistration.h>
+#include <qcoro/qcorotask.h>
+
+#include <optional>
+
+namespace tamvex {
+
+class InputAccess;
+class MicrophoneAccess;
+
+/// The onboarding's permissions step: while shown, it reads both permissions every second,
+/// and on appearing asks for input access by itself once the microphone is there.
+class PermissionsCheck : public QObject {
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("The welcome window controller makes the check")
+    /// null until known, then true or false.
+    Q_PROPERTY(QVariant micGranted READ micGrantedValue NOTIFY changed)
+    Q_PROPERTY(bool accessibilityGranted READ accessibilityGranted NOTIFY changed)
+    Q_PROPERTY(bool running READ isRunning NOTIFY runningChanged)
+public:
+    static constexpr double tickSec = 1.0;
+    /// The pause before the input-access request follows a granted microphone.
+    static constexpr double accessPromptDelaySec = 0.5;
+
+    PermissionsCheck(Clock& clock, const MicrophoneAccess& microphone, InputAccess& input, QObject* parent = nullptr);
+    ~PermissionsCheck() override;
+
+    std::optional<bool> micGranted() const { return m_micGranted; }
+    QVariant micGrantedValue() const { return m_micGranted ? QVariant(*m_micGranted) : QVariant(); }
+    bool accessibilityGranted() const { return m_accessibilityGranted; }
+    bool isRunning() const { return m_ticks.has_value(); }
+
+    /// The step appeared: read both, start the 1 s ticks, and prompt for input access when due.
+    Q_INVOKABLE void appear();
+    /// The step went away: the ticks and a pending prompt end.
+    Q_INVOKABLE void disappear();
+    /// Reads both permissions now.
+    Q_INVOKABLE void read();
+
+signals:
+    void changed();
+    void runningChanged();
+
+private:
+    QCoro::Task<void> tickLoop(Cancellation cancellation);
+
+    Clock& m_clock;
+    const MicrophoneAccess& m_microphone;
+    InputAccess& m_input;
+    std::optional<bool> m_micGranted;
+    bool m_accessibilityGranted = false;
+    std::optional<Cancellation> m_ticks;
+    std::optional<Clock::TimerId> m_prompt;
+};
+
+} // namespace tamvex

@@ -1,0 +1,145 @@
+#include "WindowFixture.h"
+#include "account/AnalyticsService.h"
+#include "shell/main/MainWindowModel.h"
+
+#include <QGuiApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+using namespace tamvex::test;
+
+namespace {
+// Every QML warning fails the test that caused it.
+QStringList g_qmlWarnings;
+QtMessageHandler g_previous = nullptr;
+void catchQmlWarnings(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (type >= QtWarningMsg && (message.contains("qrc:/") || QByteArray(context.category).startsWith("qt.qml")))
+        g_qmlWarnings << message;
+    g_previous(type, context, message);
+}
+
+QQuickItem* currentPane(QQuickWindow* window) {
+    QQuickItem* panes = findItem(window->contentItem(), "panes");
+    return panes ? panes->childItems().value(panes->property("currentIndex").toInt()) : nullptr;
+}
+} // namespace
+
+class MainWindowTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase() { g_previous = qInstallMessageHandler(catchQmlWarnings); }
+    void init() { g_qmlWarnings.clear(); }
+    void cleanup() { QVERIFY2(g_qmlWarnings.isEmpty(), qPrintable(g_qmlWarnings.join('\n'))); }
+
+    void everyPaneShowsItsTexts() {
+        WindowFixture fx;
+        fx.seedSampleData();
+        QSignalSpy tracked(&AnalyticsService::shared(), &AnalyticsService::tracked);
+        fx.windows.openHomeAction();
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        QVERIFY(window);
+        QCOMPARE(window->title(), QString("Tamvex"));
+        QCOMPARE(window->minimumSize(), QSize(1100, 700));
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+
+        const struct {
+            void (ShellWindows::*open)();
+            QString section;
+            QStringList texts;
+        } panes[] = {
+            {&ShellWindows::openHomeAction, "home", {"Привет, я Sorvel", "ИСТОРИЯ", "СЕГОДНЯ", "ВЧЕРА"}},
+            {&ShellWindows::openInsightsAction, "insights", {"Аналитика твоего голосового ввода", "Категории"}},
+            {&ShellWindows::openAccountAction,
+             "account",
+             {"Войти в Tamvex", "Войти через Яндекс ID", "Получить код  →"}},
+            {&ShellWindows::openSettingsAction,
+             "settings",
+             {"Горячая клавиша", "Источник API-ключа", "Связь с автором"}},
+        };
+        for (const auto& pane : panes) {
+            (fx.windows.*pane.open)();
+            QCOMPARE(fx.windows.mainWindow().window(), window); // one window, reused
+            QTRY_COMPARE(fx.windows.mainWindow().model()->section(), pane.section);
+            const QStringList texts = visibleTexts(currentPane(window));
+            for (const QString& expected : pane.texts)
+                QVERIFY2(texts.contains(expected), qPrintable(pane.section + ": no " + expected));
+            QVERIFY2(colourCount(window->grabWindow()) > 20, qPrintable(pane.section + " looks blank"));
+        }
+        QStringList opened;
+        for (const auto& args : tracked)
+            if (args.at(0).toString() == "section_opened")
+                opened << args.at(1).toMap().value("section").toString();
+        QCOMPARE(opened, (QStringList{"insights", "account", "settings"}));
+
+        // Closing only hides: the next show brings back the same window.
+        window->close();
+        fx.windows.openMainWindow();
+        QCOMPARE(fx.windows.mainWindow().window(), window);
+        QVERIFY(window->isVisible());
+    }
+
+    void retryFromTheRowRewritesTheEntryOnScreen() {
+        WindowFixture fx;
+        HistoryEntry failed;
+        failed.id = QUuid::createUuid();
+        failed.createdAt = fx.app.clock.currentDateTime();
+        failed.errorMessage = QStringLiteral("Сервер не ответил");
+        fx.app.state->history().add(failed);
+        HistoryStore& history = fx.app.state->history();
+        fx.app.state->setRetryTranscriptionHook([&](QUuid id) -> QCoro::Task<void> {
+            co_await fx.app.clock.sleep(1.0);
+            history.applyRetrySuccess(id, QStringLiteral("Распознанный заново текст"), std::nullopt, std::nullopt,
+                                      std::nullopt);
+        });
+        fx.windows.openHomeAction();
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QTRY_VERIFY(visibleTexts(currentPane(window)).contains("Ошибка: Сервер не ответил"));
+        MainWindowModel* model = fx.windows.mainWindow().model();
+        model->tapEntry(uuidText(failed.id));
+        model->retryEntry(uuidText(failed.id));
+        model->retryEntry(uuidText(failed.id)); // a second tap does nothing
+        QCOMPARE(model->retrying()->idTexts(), QStringList{uuidText(failed.id)});
+        fx.app.clock.advance(1.0);
+        QTRY_VERIFY(visibleTexts(currentPane(window)).contains("Распознанный заново текст"));
+        QVERIFY(model->retrying()->idTexts().isEmpty());
+    }
+
+    void welcomeWindowWalksItsSteps() {
+        WindowFixture fx;
+        fx.windows.showWelcomeIfNeeded();
+        QQuickWindow* window = fx.windows.welcomeWindow().window();
+        QVERIFY(window);
+        QCOMPARE(window->title(), QString("Welcome to Tamvex"));
+        QCOMPARE(window->maximumSize(), QSize(620, 540));
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        WelcomeFlow* flow = fx.windows.welcomeWindow().flow();
+        const QStringList firstTexts[] = {{"Привет!", "Дальше"},
+                                          {"Как записывать?", "Удержание", "Назад"},
+                                          {"Для чего будешь использовать?", "Мессенджеры"},
+                                          {"Войти в Tamvex"},
+                                          {"Tamvex нужно два разрешения", "Микрофон"},
+                                          {"Готово!", "Готово"}};
+        for (int step = 0; step < 6; ++step) {
+            QTRY_COMPARE(flow->step(), step);
+            const QStringList texts = visibleTexts(window->contentItem());
+            for (const QString& expected : firstTexts[step])
+                QVERIFY2(texts.contains(expected), qPrintable(QString("step %1: no %2").arg(step).arg(expected)));
+            QVERIFY(colourCount(window->grabWindow()) > 10);
+            if (step == 2)
+                flow->toggleUseCase("ai");
+            if (step < 5)
+                flow->advance();
+        }
+        fx.app.state->setLastTranscription("Проверка связи");
+        QTRY_VERIFY(visibleTexts(window->contentItem()).contains("Проверка связи"));
+        flow->advance(); // "Готово": the welcome window goes, the main window comes
+        QVERIFY(fx.app.state->settings().onboardingCompleted());
+        QTRY_VERIFY(!window->isVisible());
+        QVERIFY(fx.windows.mainWindow().window() && fx.windows.mainWindow().window()->isVisible());
+    }
+};
+
+QTEST_MAIN(MainWindowTest)
+#include "MainWindowTest.moc"

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "account/AccountStore.h"
+#include "history/HistoryStore.h"
+#include "history/InsightsStore.h"
+#include "platform/MicrophoneAccess.h"
+#include "shell/SettingsStore.h"
+#include "shell/ShellWindows.h"
+#include "support/AppFixture.h"
+
+#include <QImage>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QStringList>
+
+namespace tamvex::test {
+
+class FixedMicrophone final : public MicrophoneAccess {
+public:
+    Status current = Status::authorized;
+    Status status() const override { return current; }
+};
+
+/// Both windows over a sandboxed AppState, with a browser that only notes what it is sent.
+struct WindowFixture {
+    AppFixture app;
+    FixedMicrophone microphone;
+    FakeAccess input;
+    QList<QUrl> opened;
+    int toggles = 0;
+    ShellWindows windows{*app.state,
+                         ShellWindows::Config{[this] { ++toggles; },
+                                              [this](const QUrl& url) {
+                                                  opened << url;
+                                                  return true;
+                                              },
+                                              QUrl("http://127.0.0.1:9"), QUrl("http://127.0.0.1:9/topup")},
+                         microphone, input};
+
+    /// A week of sample dictations and the insights computed from them.
+    void seedSampleData() {
+        const QDateTime now = app.clock.currentDateTime();
+        const QStringList texts{
+            "Напомни команде про созвон в четверг в 11:00 и пришли повестку",
+            "Привет! Завтра буду в офисе к десяти, захвачу документы по проекту",
+            "Сделать ревью пулреквеста с новым экраном настроек\n- проверить тексты\n- проверить отступы",
+            "Идея: показывать в трее сколько слов надиктовано за день",
+            "Письмо клиенту: спасибо за встречу, отправляю коммерческое предложение во вложении",
+        };
+        const TextCategory categories[] = {TextCategory::tasks, TextCategory::messages, TextCategory::code,
+                                           TextCategory::ideas, TextCategory::emails};
+        for (int day = 6; day >= 0; --day) {
+            for (int i = 0; i < 3; ++i) {
+                HistoryEntry e;
+                e.id = QUuid::createUuid();
+                e.createdAt = now.addDays(-day).addSecs(-3600 * (i + 1));
+                e.durationSec = 8 + i;
+                const int n = (day + i) % texts.size();
+                e.text = texts.at(n);
+                e.category = categories[n];
+                e.costUSD = 0.0004 * (i + 1);
+                app.state->history().add(e);
+            }
+        }
+        HistoryEntry failed;
+        failed.id = QUuid::createUuid();
+        failed.createdAt = now.addSecs(-60);
+        failed.durationSec = 4;
+        failed.errorMessage = QStringLiteral("Сервер не ответил за 25 секунд. Запись сохранена — попробуй ещё раз.");
+        app.state->history().add(failed);
+        app.state->insights().compute();
+    }
+};
+
+/// The texts of the visible Text items under `item`, depth first.
+inline QStringList visibleTexts(const QQuickItem* item) {
+    QStringList texts;
+    if (!item || !item->isVisible())
+        return texts;
+    const QVariant text = item->property("text");
+    if (text.typeId() == QMetaType::QString && !text.toString().isEmpty())
+        texts << text.toString();
+    for (const QQuickItem* child : item->childItems())
+        texts << visibleTexts(child);
+    return texts;
+}
+
+/// The first item named `name` under `item`.
+inline QQuickItem* findItem(QQuickItem* item, const QString& name) {
+    if (!item)
+        return nullptr;
+    if (item->objectName() == name)
+        return item;
+    for (QQuickItem* child : item->childItems())
+        if (QQuickItem* found = findItem(child, name))
+            return found;
+    return nullptr;
+}
+
+/// How many different colours a picture has: a blank window has one or two.
+inline int colourCount(const QImage& image) {
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 4)
+        for (int x = 0; x < image.width(); x += 4)
+            colours.insert(image.pixel(x, y));
+    return int(colours.size());
+}
+
+} // namespace tamvex::test
