@@ -44,8 +44,9 @@ private slots:
         QJsonParseError parseError;
         const QJsonObject report = QJsonDocument::fromJson(r.out.toUtf8(), &parseError).object();
         QVERIFY2(parseError.error == QJsonParseError::NoError, qPrintable(r.out));
+        // At least the time asked for, and less than the 3 s it would be without --seconds.
         const double duration = report["duration_sec"].toDouble();
-        QVERIFY2(duration >= 1.5 && duration < 2.5, qPrintable(r.out));
+        QVERIFY2(duration >= 1.5 && duration < 3.0, qPrintable(r.out));
         QVERIFY2(std::abs(report["peak_db"].toDouble() - toDb(0.42 / std::sqrt(2.0))) < 1.0, qPrintable(r.out));
         QCOMPARE(report["dropped"].toBool(), false);
         QCOMPARE(report["message"].toString(), QString());
@@ -53,8 +54,13 @@ private slots:
         QVERIFY2(QFileInfo(file).fileName().startsWith("sorvel-") && QFileInfo(file).dir() == QDir(m_dir.path()),
                  qPrintable(file));
         QCOMPARE(report["size_bytes"].toInteger(), QFileInfo(file).size());
+        // The file holds the whole 1.5 s waited for. The duration also counts opening the input
+        // and the encoder, which on a busy machine can take a good part of a second, so it
+        // bounds the file's length only from above.
         const double fileSeconds = AudioFileDecoder(file, 0).durationSeconds();
-        QVERIFY2(std::abs(fileSeconds - duration) < 0.1, qPrintable(QString::number(fileSeconds)));
+        QVERIFY2(
+            fileSeconds >= 1.5 - 0.05 && fileSeconds < duration + 0.1,
+            qPrintable(QString::number(fileSeconds) + " s in the file, " + QString::number(duration) + " s reported"));
     }
 
     void aQuietRecordingShowsTheRuleAndTheMessage() {
