@@ -30,9 +30,10 @@ bool isSelectionProtocolTarget(const QString& format) {
 
 // Qt stamps a selection claim with the time of the last X event this process handled. The
 // server ignores a claim older than the selection's last change, so after another program
-// copied something, a stale stamp would leave its text to be pasted. A property change on
-// a window of ours brings a PropertyNotify with the server's current time; Qt takes the
-// time of every PropertyNotify on its windows, so the next claim carries a fresh stamp.
+// (a clipboard manager, say) claimed the clipboard, a stale stamp would leave its text to be
+// pasted. A property change on a window of ours brings a PropertyNotify with the server's
+// current time; Qt takes the time of every PropertyNotify on its windows, so a claim the
+// server ignored is made again with a fresh stamp.
 struct SystemClipboard::X11 final : QAbstractNativeEventFilter {
     explicit X11(xcb_connection_t* connection) : connection(connection) {
         QCoreApplication::instance()->installNativeEventFilter(this);
@@ -149,25 +150,22 @@ ClipboardSnapshot SystemClipboard::snapshot() const {
     return {item};
 }
 
-void SystemClipboard::clear() {
-    if (m_x11)
-        m_x11->refreshTime();
-    QGuiApplication::clipboard()->clear(QClipboard::Clipboard);
-}
+void SystemClipboard::clear() { QGuiApplication::clipboard()->clear(QClipboard::Clipboard); }
 
 bool SystemClipboard::claim(const std::function<QMimeData*()>& make) {
     if (!m_x11) {
         QGuiApplication::clipboard()->setMimeData(make(), QClipboard::Clipboard);
         return true;
     }
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        m_x11->refreshTime();
-        // A new QMimeData each time: Qt ignores a second claim with the data it already holds.
-        QGuiApplication::clipboard()->setMimeData(make(), QClipboard::Clipboard);
-        if (m_x11->ownsClipboard())
-            return true;
-    }
-    return false;
+    // Qt's own stamp first: it is usually recent enough, and a requestor whose time is a
+    // little older than a fresh stamp would be refused. A new QMimeData for the second try,
+    // since Qt ignores a claim with the data it already holds.
+    QGuiApplication::clipboard()->setMimeData(make(), QClipboard::Clipboard);
+    if (m_x11->ownsClipboard())
+        return true;
+    m_x11->refreshTime();
+    QGuiApplication::clipboard()->setMimeData(make(), QClipboard::Clipboard);
+    return m_x11->ownsClipboard();
 }
 
 bool SystemClipboard::setText(const QString& text) {

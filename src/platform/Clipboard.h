@@ -33,9 +33,9 @@ public:
 };
 
 /// The desktop's clipboard through QClipboard (X11 selections or the Wayland data device).
-/// On X11 every claim is stamped with a fresh server time: a background tool receives
-/// almost no X events, so the time Qt would stamp is older than another program's claim
-/// and the server would ignore ours.
+/// On X11 a claim the server ignored is made again with a fresh server time: a background
+/// tool receives almost no X events, so the time Qt stamps can be older than another
+/// program's claim.
 class SystemClipboard final : public Clipboard {
 public:
     SystemClipboard();
