@@ -308,7 +308,8 @@ void RecordingCoordinator::clipboardFallback(const QString& text, const std::exc
     logError("Injection failed: " + description + " — copying to clipboard");
     if (m_injector) {
         m_injector->clipboard().clear();
-        m_injector->clipboard().setText(text);
+        if (!m_injector->clipboard().setText(text))
+            logError("Clipboard fallback failed: another program kept the clipboard");
     }
     AnalyticsService::track("injection_failed_clipboard_fallback", {{"error", description}});
     m_appState.setRecordingState(

@@ -18,6 +18,8 @@ QString TextInjectorError::describe(Kind kind) {
                               "правило udev для /dev/uinput (см. packaging/), затем войди в систему заново.");
     case Kind::eventSourceFailed:
         return QStringLiteral("Не удалось отправить нажатие клавиш: виртуальная клавиатура (uinput/XTest) недоступна.");
+    case Kind::clipboardNotOwned:
+        return QStringLiteral("Не удалось занять буфер обмена: другая программа не отдала его. Текст не вставлен.");
     }
     return {};
 }
@@ -86,7 +88,9 @@ QCoro::Task<void> TextInjector::inject(QString text, Cancellation cancellation) 
     }
     const ClipboardSnapshot snapshot = m_clipboard.snapshot();
     m_clipboard.clear();
-    m_clipboard.setText(text);
+    // Pressing the chord now would paste what another program holds.
+    if (!m_clipboard.setText(text))
+        throw TextInjectorError(TextInjectorError::Kind::clipboardNotOwned);
     const PasteChord chord = pasteChordFor(m_frontmost ? m_frontmost->focusedWindow() : std::nullopt);
     if (!m_keys.sendPaste(chord))
         throw TextInjectorError(TextInjectorError::Kind::eventSourceFailed);

@@ -20,7 +20,7 @@ class KeySender;
 /// Why a paste could not be done.
 class TextInjectorError : public TamvexError {
 public:
-    enum class Kind { accessibilityNotGranted, eventSourceFailed };
+    enum class Kind { accessibilityNotGranted, eventSourceFailed, clipboardNotOwned };
 
     /// The error of `kind` with its Russian text.
     explicit TextInjectorError(Kind kind);

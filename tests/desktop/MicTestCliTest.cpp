@@ -30,6 +30,12 @@ class MicTestCliTest : public QObject {
         return {code, out, err};
     }
 
+    /// The peak of readings of a sine of `amplitude`: its RMS, or up to the amplitude itself when
+    /// a reading covered less than a period, as when the wall clock fired two reads close together.
+    static bool sineLevel(double peakDb, double amplitude) {
+        return peakDb > toDb(amplitude / std::sqrt(2.0)) - 1.0 && peakDb < toDb(amplitude) + 0.5;
+    }
+
 private slots:
     void initTestCase() {
         // The recorder writes into the system's temporary folder: make it ours.
@@ -44,25 +50,30 @@ private slots:
         QJsonParseError parseError;
         const QJsonObject report = QJsonDocument::fromJson(r.out.toUtf8(), &parseError).object();
         QVERIFY2(parseError.error == QJsonParseError::NoError, qPrintable(r.out));
+        // At least the time asked for, and less than the 3 s it would be without --seconds.
         const double duration = report["duration_sec"].toDouble();
-        QVERIFY2(duration >= 1.5 && duration < 2.5, qPrintable(r.out));
-        QVERIFY2(std::abs(report["peak_db"].toDouble() - toDb(0.42 / std::sqrt(2.0))) < 1.0, qPrintable(r.out));
+        QVERIFY2(duration >= 1.5 && duration < 3.0, qPrintable(r.out));
+        QVERIFY2(sineLevel(report["peak_db"].toDouble(), 0.42), qPrintable(r.out));
         QCOMPARE(report["dropped"].toBool(), false);
         QCOMPARE(report["message"].toString(), QString());
         const QString file = report["file"].toString();
         QVERIFY2(QFileInfo(file).fileName().startsWith("sorvel-") && QFileInfo(file).dir() == QDir(m_dir.path()),
                  qPrintable(file));
         QCOMPARE(report["size_bytes"].toInteger(), QFileInfo(file).size());
+        // The file holds the whole 1.5 s waited for. The duration also counts opening the input
+        // and the encoder, which on a busy machine can take a good part of a second, so it
+        // bounds the file's length only from above.
         const double fileSeconds = AudioFileDecoder(file, 0).durationSeconds();
-        QVERIFY2(std::abs(fileSeconds - duration) < 0.1, qPrintable(QString::number(fileSeconds)));
+        QVERIFY2(
+            fileSeconds >= 1.5 - 0.05 && fileSeconds < duration + 0.1,
+            qPrintable(QString::number(fileSeconds) + " s in the file, " + QString::number(duration) + " s reported"));
     }
 
     void aQuietRecordingShowsTheRuleAndTheMessage() {
         const Run r = run({"--audio-input", m_dir.filePath("quiet.wav"), "--seconds", "1.3"});
         QCOMPARE(r.code, 0);
         const auto peak = QRegularExpression("Пик: (-[0-9]+\\.[0-9]) дБ").match(r.out);
-        QVERIFY2(peak.hasMatch() && std::abs(peak.captured(1).toDouble() - toDb(0.0045 / std::sqrt(2.0))) < 1.0,
-                 qPrintable(r.out));
+        QVERIFY2(peak.hasMatch() && sineLevel(peak.captured(1).toDouble(), 0.0045), qPrintable(r.out));
         QVERIFY2(r.out.contains("Итог: запись была бы отброшена (quiet, suspicious): «Слишком тихо — говори ближе к микрофону»"),
                  qPrintable(r.out));
         QVERIFY(r.out.startsWith("Файл: " + m_dir.path()));

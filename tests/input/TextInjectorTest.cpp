@@ -89,7 +89,7 @@ private slots:
         QVERIFY(rig.keys.chords.isEmpty());
     }
 
-    void failedKeysLeaveTheTextAndCancelledWaitsReturn() {
+    void failedKeysOrAKeptClipboardThrowAndCancelledWaitsReturn() {
         Rig rig;
         rig.clipboard.items = kRich;
         rig.keys.works = false;
@@ -102,6 +102,18 @@ private slots:
         }
         QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("x")}}}));
 
+        // A clipboard another program kept: the chord would paste its contents, so none goes out.
+        rig.keys.chords.clear();
+        rig.clipboard.kept = true;
+        try {
+            test::syncWait(rig.injector.inject("z"));
+            QFAIL("inject should have thrown");
+        } catch (const TextInjectorError& error) {
+            QCOMPARE(error.kind(), TextInjectorError::Kind::clipboardNotOwned);
+        }
+        QVERIFY(rig.keys.chords.isEmpty());
+
+        rig.clipboard.kept = false;
         rig.keys.works = true;
         rig.clipboard.items = kRich;
         Cancellation cancel;

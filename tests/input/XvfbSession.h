@@ -38,7 +38,8 @@ public:
         ::close(fds[1]);
         QByteArray number;
         pollfd poller{fds[0], POLLIN, 0};
-        while (!number.endsWith('\n') && poll(&poller, 1, 15000) > 0) {
+        // Only a bound for a server that never comes up: a loaded machine may take a while.
+        while (!number.endsWith('\n') && poll(&poller, 1, 60000) > 0) {
             char c = 0;
             if (::read(fds[0], &c, 1) != 1)
                 break;

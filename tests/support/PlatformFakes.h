@@ -17,9 +17,12 @@ public:
         items.clear();
         log << "clear";
     }
-    void setText(const QString& text) override {
-        items = {{{"text/plain", text.toUtf8()}}};
+    bool setText(const QString& text) override {
         log << "text:" + text;
+        if (kept)
+            return false;
+        items = {{{"text/plain", text.toUtf8()}}};
+        return true;
     }
     void restore(const ClipboardSnapshot& snapshot) override {
         items = snapshot;
@@ -27,6 +30,7 @@ public:
     }
     ClipboardSnapshot items;
     QStringList log;
+    bool kept = false; // another program keeps the clipboard
 };
 
 class FakeKeys final : public KeySender {
