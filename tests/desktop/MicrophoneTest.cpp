@@ -13,6 +13,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <algorithm>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -111,11 +113,12 @@ class MicrophoneTest : public QObject {
         return {};
     }
 
-    AudioRecorder::RecordingResult record(AudioRecorder& recorder, WallClock& clock, double seconds, float& lastLevel) {
+    AudioRecorder::RecordingResult record(AudioRecorder& recorder, WallClock& clock, double seconds,
+                                          QList<float>& levels) {
         recorder.start();
         QEventLoop loop;
         std::function<void()> read = [&] {
-            lastLevel = recorder.readLevel();
+            levels.append(recorder.readLevel());
             clock.schedule(0.06, read);
         };
         clock.schedule(0.06, read);
@@ -156,11 +159,21 @@ private slots:
         WallClock clock;
         TestEnv env;
         AudioRecorder recorder(clock, [] { return std::make_unique<MicrophoneInput>("tamvex_mic"); }, env.paths.tempDir);
-        float lastLevel = -160;
-        const auto result = record(recorder, clock, 1.5, lastLevel);
+        QList<float> levels;
+        const auto result = record(recorder, clock, 1.5, levels);
         const double expected = toDb(toneAmplitude / std::sqrt(2.0));
-        QVERIFY2(std::abs(result.peakPower - expected) < 1.0, qPrintable(QString::number(result.peakPower)));
-        QVERIFY2(std::abs(lastLevel - expected) < 1.0, qPrintable(QString::number(lastLevel)));
+        // Readings on the wall clock can fall on a window with no new samples (-160) or on one
+        // shorter than the tone's period (up to 3 dB high): the typical reading is the tone's level.
+        QList<float> heard;
+        for (float level : levels)
+            if (level > -100)
+                heard.append(level);
+        std::sort(heard.begin(), heard.end());
+        QVERIFY2(heard.size() >= 10, qPrintable(QString::number(heard.size())));
+        const float median = heard[heard.size() / 2];
+        QVERIFY2(std::abs(median - expected) < 1.0, qPrintable(QString::number(median)));
+        QVERIFY2(result.peakPower >= expected - 1.0 && result.peakPower <= expected + 3.5,
+                 qPrintable(QString::number(result.peakPower)));
         QVERIFY(result.duration >= 1.5 && result.duration < 3.0);
 
         AudioFileDecoder decoded(result.url, 0);
