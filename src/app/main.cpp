@@ -21,6 +21,11 @@ int main(int argc, char** argv) {
         if (!request.startApplication)
             return code;
     }
+    // Wayland lets no client place a window or keep it above others, and an unfocused native
+    // client may not touch the clipboard: the HUD and the paste need XWayland.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
+        (qEnvironmentVariable("XDG_SESSION_TYPE") == "wayland" || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")))
+        qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     // A second start (a sign-in link, say) hands its arguments to the running one.
     if (tamvex::forwardToRunningInstance(args))
