@@ -3,6 +3,7 @@
 #include "account/AnalyticsService.h"
 #include "account/Network.h"
 #include "core/AppState.h"
+#include "core/Nudges.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioInputMicrophone.h"
@@ -78,6 +79,10 @@ void AppDelegate::applicationDidFinishLaunching() {
                                                      &m_coordinator->levelReader(),
                                                      [this] { m_menuBar->popUpPointerMenu(); });
     m_hud->show();
+    m_tips = std::make_unique<HotkeyTips>(*m_appState);
+    m_tips->listenTo(*m_coordinator);
+    m_idleNudges = std::make_unique<IdleNudgeManager>(*m_appState);
+    m_idleNudges->start();
     m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
     m_desktop->start();
     m_appState->settings().syncLaunchAtLogin();

@@ -13,6 +13,8 @@ class DesktopIntegration;
 class Clock;
 class Defaults;
 class FrontmostApp;
+class HotkeyTips;
+class IdleNudgeManager;
 class LoginItem;
 class MenuBarController;
 class QuitController;
@@ -55,6 +57,8 @@ private:
     std::unique_ptr<MenuBarController> m_menuBar;
     std::unique_ptr<RecordingHUDController> m_hud;
     std::unique_ptr<QuitController> m_quit;
+    std::unique_ptr<HotkeyTips> m_tips;
+    std::unique_ptr<IdleNudgeManager> m_idleNudges;
 };
 
 } // namespace tamvex
