@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QQuickWindow>
 
 #include <memory>
 
@@ -26,6 +27,11 @@ int main(int argc, char** argv) {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
         (qEnvironmentVariable("XDG_SESSION_TYPE") == "wayland" || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")))
         qputenv("QT_QPA_PLATFORM", "xcb");
+    // The HUD is small and always on screen: Qt Quick's software renderer draws it with a
+    // fraction of the memory and CPU of OpenGL, which is often llvmpipe on desktops without
+    // a GPU driver. QT_QUICK_BACKEND set by the user still wins.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     QApplication app(argc, argv);
     // A second start (a sign-in link, say) hands its arguments to the running one.
     if (tamvex::forwardToRunningInstance(args))

@@ -71,6 +71,8 @@ void AppDelegate::applicationDidFinishLaunching() {
             QCoreApplication::quit();
     };
     m_menuBar = std::make_unique<MenuBarController>(*m_appState, std::move(actions));
+    // The main and welcome windows join closeWindows when they exist; until then the
+    // minimise rule only takes the program out of the task bar.
     m_quit = std::make_unique<QuitController>(m_appState->settings(), QuitController::runDialog, [] {},
                                               [] { QCoreApplication::quit(); });
     // Logging out must not wait on a question: the session ends the process at once.

@@ -15,8 +15,10 @@ Item {
     implicitWidth: column.implicitWidth
     implicitHeight: column.implicitHeight
 
+    // Only the purr and the dots need the time at each frame; while recording the whiskers
+    // move with the level alone.
     FrameAnimation {
-        running: root.visible
+        running: root.visible && root.processing
         onTriggered: root.now = Date.now() / 1000
     }
 
