@@ -86,6 +86,23 @@ QString Shortcut::displayText() const {
     return text + ansiCharacter(carbonKeyCode).toUpper();
 }
 
+QString Shortcut::screenText() const {
+    QString text;
+    if (carbonModifiers & CarbonModifier::control)
+        text += QStringLiteral("Ctrl+");
+    if (carbonModifiers & CarbonModifier::option)
+        text += QStringLiteral("Alt+");
+    if (carbonModifiers & CarbonModifier::shift)
+        text += QStringLiteral("Shift+");
+    if (carbonModifiers & CarbonModifier::command)
+        text += QStringLiteral("Super+");
+    if (carbonModifiers & CarbonModifier::function)
+        text += QStringLiteral("Fn+");
+    if (const auto special = specialKeyForCode(carbonKeyCode))
+        return text + symbolOfSpecialKey(*special);
+    return text + ansiCharacter(carbonKeyCode).toUpper();
+}
+
 QString storageKey(const Name& name) { return QStringLiteral("KeyboardShortcuts_") + name.rawValue; }
 
 } // namespace tamvex::KeyboardShortcuts

@@ -48,6 +48,8 @@ struct Shortcut {
     static std::optional<Shortcut> fromJson(const QString& json);
     /// "⌃⌥⇧⌘", then "🌐︎" for FN, then the key's symbol or upper-case character.
     QString displayText() const;
+    /// The form shown on a Linux screen: "Ctrl+", "Alt+", "Shift+", "Super+", "Fn+", then the key.
+    QString screenText() const;
 };
 
 /// A named shortcut slot.

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QQuickWindow>
 
 #include <memory>
 
@@ -21,6 +22,16 @@ int main(int argc, char** argv) {
         if (!request.startApplication)
             return code;
     }
+    // Wayland lets no client place a window or keep it above others, and an unfocused native
+    // client may not touch the clipboard: the HUD and the paste need XWayland.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
+        (qEnvironmentVariable("XDG_SESSION_TYPE") == "wayland" || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    // The HUD is small and always on screen: Qt Quick's software renderer draws it with a
+    // fraction of the memory and CPU of OpenGL, which is often llvmpipe on desktops without
+    // a GPU driver. QT_QUICK_BACKEND set by the user still wins.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     QApplication app(argc, argv);
     // A second start (a sign-in link, say) hands its arguments to the running one.
     if (tamvex::forwardToRunningInstance(args))

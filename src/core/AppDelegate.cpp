@@ -3,6 +3,7 @@
 #include "account/AnalyticsService.h"
 #include "account/Network.h"
 #include "core/AppState.h"
+#include "core/Nudges.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioInputMicrophone.h"
@@ -17,12 +18,12 @@
 #include "platform/LoginItem.h"
 #include "platform/Paths.h"
 #include "platform/Sounds.h"
+#include "shell/MenuBarController.h"
+#include "shell/QuitController.h"
 #include "shell/SettingsStore.h"
+#include "shell/hud/RecordingHUDController.h"
 
 #include <QApplication>
-#include <QIcon>
-#include <QMenu>
-#include <QSystemTrayIcon>
 
 namespace tamvex {
 
@@ -63,40 +64,35 @@ void AppDelegate::applicationDidFinishLaunching() {
         logInfo("Audio input: " + m_audioInputFile + " instead of the microphone");
     m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState, TextInjector::createForSession(*m_clock));
     m_appState->setRetryTranscriptionHook([this](QUuid id) { return m_coordinator->retryTranscription(id); });
-    buildTray();
+    MenuBarController::Actions actions;
+    actions.toggleRecording = [this] { m_coordinator->toggleRecording(); };
+    actions.terminate = [this] {
+        if (applicationShouldTerminate())
+            QCoreApplication::quit();
+    };
+    m_menuBar = std::make_unique<MenuBarController>(*m_appState, std::move(actions));
+    // The main and welcome windows join closeWindows when they exist; until then the
+    // minimise rule only takes the program out of the task bar.
+    m_quit = std::make_unique<QuitController>(m_appState->settings(), QuitController::runDialog, [] {},
+                                              [] { QCoreApplication::quit(); });
+    // Logging out must not wait on a question: the session ends the process at once.
+    connect(qApp, &QGuiApplication::commitDataRequest, this, [] { QCoreApplication::quit(); });
+    m_hud = std::make_unique<RecordingHUDController>(*m_appState,
+                                                     &m_coordinator->levelReader(),
+                                                     [this] { m_menuBar->popUpPointerMenu(); });
+    m_hud->show();
+    m_tips = std::make_unique<HotkeyTips>(*m_appState);
+    m_tips->listenTo(*m_coordinator);
+    m_idleNudges = std::make_unique<IdleNudgeManager>(*m_appState);
+    m_idleNudges->start();
     m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
     m_desktop->start();
     m_appState->settings().syncLaunchAtLogin();
     m_backendSelector->startRefresh();
 }
 
-void AppDelegate::buildTray() {
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        logInfo("No system tray in this session: use the hotkey or `tamvex ctl`");
-        return;
-    }
-    m_trayMenu = std::make_unique<QMenu>();
-    QAction* record = m_trayMenu->addAction(QStringLiteral("Начать запись"));
-    connect(record, &QAction::triggered, this, [this] { m_coordinator->toggleRecording(); });
-    m_trayMenu->addSeparator();
-    QAction* quit = m_trayMenu->addAction(QStringLiteral("Выйти"));
-    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
-    m_tray = std::make_unique<QSystemTrayIcon>(QIcon::fromTheme("audio-input-microphone"));
-    m_tray->setContextMenu(m_trayMenu.get());
-    connect(m_appState.get(), &AppState::recordingStateChanged, this, &AppDelegate::updateTray);
-    updateTray();
-    m_tray->show();
-}
-
-void AppDelegate::updateTray() {
-    if (!m_tray)
-        return;
-    const RecordingState state = m_appState->recordingState();
-    QAction* record = m_trayMenu->actions().value(0);
-    record->setText(state.is(RecordingState::Case::recording) ? QStringLiteral("Остановить запись")
-                                                              : QStringLiteral("Начать запись"));
-    record->setEnabled(state.is(RecordingState::Case::idle) || state.is(RecordingState::Case::recording));
-    m_tray->setToolTip(state.isError() ? state.message() : QStringLiteral("Tamvex"));
+bool AppDelegate::applicationShouldTerminate() {
+    return m_quit->applicationShouldTerminate();
 }
 
 } // namespace tamvex

@@ -5,9 +5,6 @@
 
 #include <memory>
 
-class QMenu;
-class QSystemTrayIcon;
-
 namespace tamvex {
 
 class AppState;
@@ -16,7 +13,12 @@ class DesktopIntegration;
 class Clock;
 class Defaults;
 class FrontmostApp;
+class HotkeyTips;
+class IdleNudgeManager;
 class LoginItem;
+class MenuBarController;
+class QuitController;
+class RecordingHUDController;
 class RecordingCoordinator;
 class ResourceSounds;
 
@@ -34,9 +36,13 @@ public:
     AppState& appState() { return *m_appState; }
     RecordingCoordinator& coordinator() { return *m_coordinator; }
 
+    /// The platform's quit request (a menu's "Выйти", Ctrl+Q): true to end the process now.
+    bool applicationShouldTerminate();
+
+    RecordingHUDController& hud() { return *m_hud; }
+    MenuBarController& menuBar() { return *m_menuBar; }
+
 private:
-    void buildTray();
-    void updateTray();
 
     QString m_audioInputFile;
     std::unique_ptr<Clock> m_clock;
@@ -48,8 +54,11 @@ private:
     std::unique_ptr<BackendSelector> m_backendSelector;
     std::unique_ptr<RecordingCoordinator> m_coordinator;
     std::unique_ptr<DesktopIntegration> m_desktop;
-    std::unique_ptr<QMenu> m_trayMenu;
-    std::unique_ptr<QSystemTrayIcon> m_tray;
+    std::unique_ptr<MenuBarController> m_menuBar;
+    std::unique_ptr<RecordingHUDController> m_hud;
+    std::unique_ptr<QuitController> m_quit;
+    std::unique_ptr<HotkeyTips> m_tips;
+    std::unique_ptr<IdleNudgeManager> m_idleNudges;
 };
 
 } // namespace tamvex

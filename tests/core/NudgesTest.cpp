@@ -1,0 +1,169 @@
+#include "core/Nudges.h"
+#include "KeyboardShortcuts/ShortcutRegistry.h"
+#include "account/AnalyticsService.h"
+#include "shell/SettingsStore.h"
+#include "support/AppFixture.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tamvex;
+
+class NudgesTest : public QObject {
+    Q_OBJECT
+
+    struct Fixture {
+        test::AppFixture app;
+        AppState& state = *app.state;
+        SettingsStore& settings = app.state->settings();
+        QSignalSpy tracked{&AnalyticsService::shared(), &AnalyticsService::tracked};
+        QDateTime ago(double seconds) const {
+            return app.clock.currentDateTime().addMSecs(-qint64(seconds * 1000));
+        }
+        QString cardTitle() const { return state.pendingNudge() ? state.pendingNudge()->title : QString(); }
+    };
+
+private slots:
+    // Tips refuse strictly below their cooldown, so the exact cooldown shows.
+    void tipCooldowns_data() {
+        QTest::addColumn<bool>("longHold");
+        QTest::addColumn<double>("sinceLast"); // negative: never shown
+        QTest::addColumn<bool>("shows");
+        QTest::newRow("short tap, first ever") << false << -1.0 << true;
+        QTest::newRow("short tap, 21599.9 s") << false << 21599.9 << false;
+        QTest::newRow("short tap, 21600 s exactly") << false << 21600.0 << true;
+        QTest::newRow("long hold, 86399.9 s") << true << 86399.9 << false;
+        QTest::newRow("long hold, 86400 s exactly") << true << 86400.0 << true;
+    }
+    void tipCooldowns() {
+        QFETCH(bool, longHold);
+        QFETCH(double, sinceLast);
+        QFETCH(bool, shows);
+        test::LogCapture log;
+        Fixture f;
+        HotkeyTips tips(f.state);
+        const std::optional<QDateTime> last =
+            sinceLast < 0 ? std::nullopt : std::optional<QDateTime>(f.ago(sinceLast));
+        longHold ? f.settings.setLastLongHoldTipAt(last) : f.settings.setLastShortTapTipAt(last);
+        longHold ? tips.showLongHoldTip() : tips.showShortTapTip();
+        const auto stamp = longHold ? f.settings.lastLongHoldTipAt() : f.settings.lastShortTapTipAt();
+        QCOMPARE(stamp == f.app.clock.currentDateTime(), shows);
+        QCOMPARE(f.cardTitle(), !shows ? QString() : longHold ? "Кнопку можно не держать" : "Слишком короткое нажатие");
+        QCOMPARE(f.tracked.count(), shows ? 1 : 0);
+        if (shows) {
+            QCOMPARE(f.tracked[0][0].toString(), longHold ? "long_hold_tip_shown" : "short_tap_tip_shown");
+            QCOMPARE(f.tracked[0][1].toMap().value("hotkey").toString(), "FN");
+            QVERIFY(log.has(longHold ? "LongHoldTip: queued for hotkey=FN" : "ShortTapTip: queued for hotkey=FN"));
+            // The card stays 9 s.
+            f.app.clock.advance(8.9);
+            QVERIFY(f.state.pendingNudge());
+            f.app.clock.advance(0.1);
+            QVERIFY(!f.state.pendingNudge());
+        }
+    }
+
+    // A tip waits for idle in 60 polls of 0.5 s: the last poll is at 29.5 s.
+    void tipWaitsForIdle_data() {
+        QTest::addColumn<double>("idleAfter");
+        QTest::addColumn<bool>("shows");
+        QTest::newRow("idle before the 60th poll") << 29.4 << true;
+        QTest::newRow("idle after the 60th poll") << 29.6 << false;
+    }
+    void tipWaitsForIdle() {
+        QFETCH(double, idleAfter);
+        QFETCH(bool, shows);
+        Fixture f;
+        HotkeyTips tips(f.state);
+        f.state.setRecordingState(RecordingState::processing());
+        tips.showLongHoldTip();
+        f.app.clock.advance(idleAfter);
+        QVERIFY(!f.state.pendingNudge());
+        f.state.setRecordingState(RecordingState::idle());
+        f.app.clock.advance(0.1);
+        QCOMPARE(f.cardTitle(), shows ? "Кнопку можно не держать" : "");
+        f.app.clock.advance(5);
+        QCOMPARE(bool(f.state.pendingNudge()), shows);
+        // Either way the cooldown is spent.
+        QVERIFY(f.settings.lastLongHoldTipAt());
+        tips.showLongHoldTip();
+        QCOMPARE(f.tracked.count(), 1);
+    }
+
+    void idleNudgeRules_data() {
+        QTest::addColumn<double>("sinceNudge"); // negative: never
+        QTest::addColumn<double>("sinceRequest");
+        QTest::addColumn<QString>("state");
+        QTest::addColumn<bool>("cardShowing");
+        QTest::addColumn<bool>("shows");
+        QTest::newRow("never nudged, never dictated") << -1.0 << -1.0 << "idle" << false << true;
+        QTest::newRow("nudged 86400 s ago exactly") << 86400.0 << -1.0 << "idle" << false << false;
+        QTest::newRow("nudged 86400.5 s ago") << 86400.5 << -1.0 << "idle" << false << true;
+        QTest::newRow("quiet 1800 s exactly") << -1.0 << 1800.0 << "idle" << false << true;
+        QTest::newRow("quiet 1799.9 s") << -1.0 << 1799.9 << "idle" << false << false;
+        QTest::newRow("processing") << -1.0 << -1.0 << "processing" << false << false;
+        QTest::newRow("a card is showing") << -1.0 << -1.0 << "idle" << true << false;
+    }
+    void idleNudgeRules() {
+        QFETCH(double, sinceNudge);
+        QFETCH(double, sinceRequest);
+        QFETCH(QString, state);
+        QFETCH(bool, cardShowing);
+        QFETCH(bool, shows);
+        test::LogCapture log;
+        Fixture f;
+        if (sinceNudge >= 0)
+            f.settings.setLastIdleNudgeAt(f.ago(sinceNudge));
+        if (sinceRequest >= 0) {
+            f.app.clock.setDate(f.ago(sinceRequest));
+            f.settings.markRequest();
+            f.app.clock.setDate(f.ago(-sinceRequest));
+        }
+        if (state == "processing")
+            f.state.setRecordingState(RecordingState::processing());
+        if (cardShowing)
+            f.state.showNudge(nudges::shortTapCard("FN"), 9);
+        IdleNudgeManager manager(f.state);
+        manager.check();
+        QCOMPARE(f.cardTitle() == "Tamvex ждёт", shows);
+        QCOMPARE(f.app.sounds.played, shows ? QStringList{"Glass@0.55"} : QStringList{});
+        QCOMPARE(f.settings.lastIdleNudgeAt() == f.app.clock.currentDateTime(), shows);
+        QCOMPARE(log.has("IdleNudge: shown for hotkey=FN"), shows);
+        QCOMPARE(f.tracked.count(), shows ? 1 : 0);
+    }
+
+    // The first check comes 300 s after start; a press takes a card away at once.
+    void idleNudgeTimerAndDismissalByPress() {
+        Fixture f;
+        IdleNudgeManager manager(f.state);
+        manager.start();
+        f.app.clock.advance(299.9);
+        QVERIFY(!f.state.pendingNudge());
+        f.app.clock.advance(0.1);
+        QCOMPARE(f.cardTitle(), "Tamvex ждёт");
+        f.state.setRecordingState(RecordingState::recording());
+        QVERIFY(!f.state.pendingNudge());
+    }
+
+    void hotkeyNameInEveryCard() {
+        Fixture f;
+        QCOMPARE(nudges::hotkeyDisplayName(f.state), "FN");
+        f.settings.setUseFnHotkey(false);
+        const QString unset = "горячую клавишу записи";
+        QCOMPARE(nudges::hotkeyDisplayName(f.state), unset);
+        for (const NudgeContent& card :
+             {nudges::shortTapCard(unset), nudges::longHoldCard(unset), nudges::idleCard(unset)}) {
+            QCOMPARE(card.hotkey, unset);
+            QVERIFY2(card.body.contains(unset), qPrintable(card.body));
+        }
+        KeyboardShortcuts::ShortcutRegistry shortcuts(*f.app.env.defaults);
+        const KeyboardShortcuts::Shortcut custom{46, KeyboardShortcuts::CarbonModifier::control |
+                                                         KeyboardShortcuts::CarbonModifier::shift};
+        shortcuts.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative, custom);
+        QCOMPARE(nudges::hotkeyDisplayName(f.state), "Ctrl+Shift+M");
+        QCOMPARE((KeyboardShortcuts::Shortcut{0x09, KeyboardShortcuts::CarbonModifier::all}.screenText()),
+                 "Ctrl+Alt+Shift+Super+Fn+V");
+    }
+};
+
+QTEST_MAIN(NudgesTest)
+#include "NudgesTest.moc"
