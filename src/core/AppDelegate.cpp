@@ -7,6 +7,7 @@
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioInputMicrophone.h"
+#include "desktop/ControlService.h"
 #include "desktop/DesktopIntegration.h"
 #include "desktop/TextInjector.h"
 #include "desktop/X11Session.h"
@@ -14,16 +15,23 @@
 #include "pipelines/ServiceHosts.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
+#include "platform/InputAccess.h"
 #include "platform/Log.h"
 #include "platform/LoginItem.h"
+#include "platform/MicrophoneAccess.h"
 #include "platform/Paths.h"
 #include "platform/Sounds.h"
 #include "shell/MenuBarController.h"
+#include "shell/Migration.h"
 #include "shell/QuitController.h"
 #include "shell/SettingsStore.h"
+#include "shell/ShellWindows.h"
+#include "shell/UpdateController.h"
 #include "shell/hud/RecordingHUDController.h"
 
 #include <QApplication>
+#include <QDesktopServices>
+#include <QQuickWindow>
 
 namespace tamvex {
 
@@ -57,6 +65,11 @@ AppDelegate::~AppDelegate() {
 
 void AppDelegate::applicationDidFinishLaunching() {
     logInfo("App launched");
+    {
+        // An earlier installation's export is offered first; the launch waits for its dialogs.
+        MessageBoxMigrationAlerts alerts;
+        Migration(*m_appState, alerts).offerMigration();
+    }
     AnalyticsService::shared().configure(*m_defaults, sharedNetworkManager(), *m_clock,
                                          ServiceHosts::configured().main);
     AnalyticsService::shared().setAccount(&m_appState->account());
@@ -64,8 +77,21 @@ void AppDelegate::applicationDidFinishLaunching() {
         logInfo("Audio input: " + m_audioInputFile + " instead of the microphone");
     m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState, TextInjector::createForSession(*m_clock));
     m_appState->setRetryTranscriptionHook([this](QUuid id) { return m_coordinator->retryTranscription(id); });
+    m_updatePrompter = std::make_unique<MessageBoxUpdatePrompter>();
+    m_updates = std::make_unique<UpdateController>(*m_clock, *m_defaults, sharedNetworkManager(), *m_updatePrompter);
+    m_microphoneAccess = std::make_unique<SystemMicrophoneAccess>();
+    ShellWindows::Config windows;
+    windows.toggleRecording = [this] { m_coordinator->toggleRecording(); };
+    windows.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+    windows.yandexHost = ServiceHosts::configured().yandexOAuth;
+    windows.topUpUrl = ServiceHosts::join(ServiceHosts::configured().main, QStringLiteral("/topup"));
+    m_windows = std::make_unique<ShellWindows>(*m_appState, std::move(windows), *m_microphoneAccess,
+                                               m_coordinator->injector()->inputAccess());
     MenuBarController::Actions actions;
     actions.toggleRecording = [this] { m_coordinator->toggleRecording(); };
+    actions.openMain = [this] { m_windows->openMainWindow(); };
+    actions.openWelcome = [this] { m_windows->openWelcomeAction(); };
+    actions.checkForUpdates = [this] { m_updates->checkForUpdates(); };
     actions.terminate = [this] {
         if (applicationShouldTerminate())
             QCoreApplication::quit();
@@ -73,22 +99,31 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_menuBar = std::make_unique<MenuBarController>(*m_appState, std::move(actions));
     // The main and welcome windows join closeWindows when they exist; until then the
     // minimise rule only takes the program out of the task bar.
-    m_quit = std::make_unique<QuitController>(m_appState->settings(), QuitController::runDialog, [] {},
-                                              [] { QCoreApplication::quit(); });
+    m_quit = std::make_unique<QuitController>(
+        m_appState->settings(), QuitController::runDialog,
+        [this] {
+            if (QQuickWindow* main = m_windows->mainWindow().window())
+                main->hide();
+            m_windows->welcomeWindow().close();
+        },
+        [] { QCoreApplication::quit(); });
     // Logging out must not wait on a question: the session ends the process at once.
     connect(qApp, &QGuiApplication::commitDataRequest, this, [] { QCoreApplication::quit(); });
     m_hud = std::make_unique<RecordingHUDController>(*m_appState,
                                                      &m_coordinator->levelReader(),
                                                      [this] { m_menuBar->popUpPointerMenu(); });
     m_hud->show();
+    m_updates->start();
     m_tips = std::make_unique<HotkeyTips>(*m_appState);
     m_tips->listenTo(*m_coordinator);
     m_idleNudges = std::make_unique<IdleNudgeManager>(*m_appState);
     m_idleNudges->start();
     m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
     m_desktop->start();
+    connect(&m_desktop->control(), &ControlService::activated, m_windows.get(), &ShellWindows::handleActivation);
     m_appState->settings().syncLaunchAtLogin();
     m_backendSelector->startRefresh();
+    m_windows->showWelcomeIfNeeded();
 }
 
 bool AppDelegate::applicationShouldTerminate() {

@@ -17,6 +17,10 @@ class HotkeyTips;
 class IdleNudgeManager;
 class LoginItem;
 class MenuBarController;
+class MessageBoxUpdatePrompter;
+class SystemMicrophoneAccess;
+class ShellWindows;
+class UpdateController;
 class QuitController;
 class RecordingHUDController;
 class RecordingCoordinator;
@@ -59,6 +63,10 @@ private:
     std::unique_ptr<QuitController> m_quit;
     std::unique_ptr<HotkeyTips> m_tips;
     std::unique_ptr<IdleNudgeManager> m_idleNudges;
+    std::unique_ptr<SystemMicrophoneAccess> m_microphoneAccess;
+    std::unique_ptr<ShellWindows> m_windows;
+    std::unique_ptr<MessageBoxUpdatePrompter> m_updatePrompter;
+    std::unique_ptr<UpdateController> m_updates;
 };
 
 } // namespace tamvex
