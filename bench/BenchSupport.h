@@ -5,6 +5,10 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <benchmark/benchmark.h>
+
+#include <malloc.h>
+
 #include <fstream>
 #include <optional>
 #include <stdexcept>
@@ -38,6 +42,17 @@ template <class T> T wait(QCoro::Task<T>&& task) {
     if (!result)
         throw std::runtime_error("timed out");
     return std::move(*result);
+}
+
+/// The main of a benchmark that measures resident memory: large blocks come straight from
+/// mmap and go back on free, so the resident peak shows each round.
+inline int runMemoryAwareBenchmarks(int argc, char** argv) {
+    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
 }
 
 } // namespace tamvex::bench

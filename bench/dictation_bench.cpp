@@ -137,11 +137,5 @@ BENCHMARK(BM_SixtySecondDictation)->UseManualTime()->Unit(benchmark::kMillisecon
 BENCHMARK(BM_RequestPeakMemory60s)->Unit(benchmark::kMillisecond)->Iterations(20);
 
 int main(int argc, char** argv) {
-    // Large blocks straight from mmap and back on free, so the resident peak shows each round.
-    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return tamvex::bench::runMemoryAwareBenchmarks(argc, argv);
 }

