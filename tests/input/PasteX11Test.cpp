@@ -1,6 +1,7 @@
 // The real paste under a private X server: XTest keys, the X11 clipboard between two
 // processes, and the focused window's WM_CLASS.
 #include "InputTestSupport.h"
+#include "PasteTargetProcess.h"
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "XkbLayout.h"
 #include "XvfbSession.h"
@@ -16,8 +17,6 @@
 #include "support/TestSupport.h"
 
 #include <QApplication>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTest>
@@ -35,70 +34,13 @@ namespace {
 
 test::XvfbSession* gXvfb = nullptr;
 
-using Types = QMap<QString, QByteArray>;
+using Types = test::PasteTargetProcess::Types;
 
 /// The other application: a focused line edit in its own process.
-class Target {
+class Target : public test::PasteTargetProcess {
 public:
-    explicit Target(const QString& resourceName = {}) {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("QT_QPA_PLATFORM", "xcb");
-        if (!resourceName.isEmpty())
-            env.insert("RESOURCE_NAME", resourceName); // the WM_CLASS instance name
-        m_process.setProcessEnvironment(env);
-        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_process.start(QCoreApplication::applicationDirPath() + "/input_paste_target", {});
-        ready = wait("ready", 30000).has_value(); // a Qt start on a loaded machine can take seconds
-    }
-    ~Target() {
-        m_process.write("quit\n");
-        if (!m_process.waitForFinished(3000))
-            m_process.kill();
-    }
-    /// Sends a command and waits for the answer starting with `prefix`, serving our own
-    /// clipboard meanwhile (the target may be reading it from us).
-    QByteArray ask(const QByteArray& command, const QByteArray& prefix) {
-        m_process.write(command + "\n");
-        return wait(prefix).value_or(QByteArray());
-    }
-    void setClipboard(const Types& types) {
-        QJsonObject object;
-        for (auto it = types.begin(); it != types.end(); ++it)
-            object.insert(it.key(), QString::fromLatin1(it.value().toBase64()));
-        ask("set-clipboard " + QJsonDocument(object).toJson(QJsonDocument::Compact).toBase64(), "ok");
-    }
-    Types clipboard() {
-        const QByteArray json = QByteArray::fromBase64(ask("dump-clipboard", "clipboard"));
-        Types types;
-        const QJsonObject object = QJsonDocument::fromJson(json).object();
-        const QStringList protocol{"TARGETS", "MULTIPLE", "TIMESTAMP", "SAVE_TARGETS"};
-        for (auto it = object.begin(); it != object.end(); ++it)
-            if (!protocol.contains(it.key())) // answered by whichever process owns the clipboard
-                types.insert(it.key(), QByteArray::fromBase64(it.value().toString().toLatin1()));
-        return types;
-    }
-    QString text() { return QString::fromUtf8(QByteArray::fromBase64(ask("text", "text"))); }
-    QString keys() { return QString::fromUtf8(ask("keys", "keys")); }
-    bool ready = false;
-
-private:
-    std::optional<QByteArray> wait(const QByteArray& prefix, int ms = 10000) {
-        std::optional<QByteArray> found;
-        test::spinUntil(
-            [&] {
-                while (m_process.canReadLine()) {
-                    const QByteArray line = m_process.readLine().trimmed();
-                    if (line.startsWith(prefix)) {
-                        found = line.mid(prefix.size()).trimmed();
-                        return true;
-                    }
-                }
-                return false;
-            },
-            ms);
-        return found;
-    }
-    QProcess m_process;
+    explicit Target(const QString& resourceName = {})
+        : PasteTargetProcess(QCoreApplication::applicationDirPath() + "/input_paste_target", resourceName) {}
 };
 
 /// The injector as the application has it: the system clipboard, XTest keys, the focused window.
