@@ -94,11 +94,15 @@ void AnalyticsService::configure(Defaults& defaults, QNetworkAccessManager& netw
     m_network = &network;
     m_clock = &clock;
     m_endpoint = ServiceHosts::join(mainHost, QStringLiteral("/api/analytics/event"));
+    const QList<EarlyEvent> early = std::exchange(m_early, {});
+    for (const EarlyEvent& e : early)
+        send(e.event, e.properties, e.userProperties);
 }
 
 void AnalyticsService::unconfigure() {
     m_network = nullptr;
     m_clock = nullptr;
+    m_early.clear();
 }
 
 void AnalyticsService::setAccount(AccountStore* account) {
@@ -150,6 +154,8 @@ void AnalyticsService::track(const QString& event, const QVariantMap& properties
     emit self.tracked(event, properties);
     if (self.m_network && self.m_clock)
         self.send(event, properties, userProperties);
+    else if (self.m_early.size() < maxEarlyEvents)
+        self.m_early.append({event, properties, userProperties});
 }
 
 void AnalyticsService::send(const QString& event, const QVariantMap& properties, const QVariantMap& userProperties) {

@@ -28,9 +28,10 @@ public:
     static void track(const QString& event, const QVariantMap& properties = {}, const QVariantMap& userProperties = {});
 
     /// Makes the instance send: reads or creates the device id in `defaults`, and posts to
-    /// `mainHost` + "/api/analytics/event". Before this, events only reach `tracked`.
+    /// `mainHost` + "/api/analytics/event". Events reported before this are kept (the first
+    /// `maxEarlyEvents`) and sent now, so a report early in the launch is not lost.
     void configure(Defaults& defaults, QNetworkAccessManager& network, Clock& clock, const QUrl& mainHost);
-    /// Stops sending (tests); `tracked` is still emitted.
+    /// Stops sending and forgets kept events (tests); `tracked` is still emitted.
     void unconfigure();
     /// The source of the bearer token; held weakly.
     void setAccount(AccountStore* account);
@@ -42,6 +43,7 @@ public:
     /// Request limits of the analytics session: no bytes for 8 s, or 12 s in all, ends it.
     static constexpr double requestTimeoutSec = 8.0;
     static constexpr double resourceTimeoutSec = 12.0;
+    static constexpr int maxEarlyEvents = 100;
 
     /// The wire object of one event: event, device_id, and the property objects when not empty.
     static QJsonObject payload(const QString& event, const QString& deviceId, const QVariantMap& eventProperties,
@@ -65,6 +67,12 @@ private:
     QString m_deviceId;
     QPointer<AccountStore> m_account;
     int m_pending = 0;
+    struct EarlyEvent {
+        QString event;
+        QVariantMap properties;
+        QVariantMap userProperties;
+    };
+    QList<EarlyEvent> m_early;
 };
 
 } // namespace tamvex

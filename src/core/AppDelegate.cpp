@@ -1,14 +1,17 @@
 #include "core/AppDelegate.h"
 
+#include "account/AccountStore.h"
 #include "account/AnalyticsService.h"
 #include "account/Network.h"
 #include "core/AppState.h"
+#include "core/LaunchRules.h"
 #include "core/Nudges.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioInputMicrophone.h"
 #include "desktop/ControlService.h"
 #include "desktop/DesktopIntegration.h"
+#include "desktop/KeyInput.h"
 #include "desktop/TextInjector.h"
 #include "desktop/X11Session.h"
 #include "pipelines/BackendSelector.h"
@@ -70,15 +73,25 @@ void AppDelegate::applicationDidFinishLaunching() {
         MessageBoxMigrationAlerts alerts;
         Migration(*m_appState, alerts).offerMigration();
     }
+    // After the migration, which may bring the settings this reads; anything reported
+    // before this is kept and sent now.
     AnalyticsService::shared().configure(*m_defaults, sharedNetworkManager(), *m_clock,
                                          ServiceHosts::configured().main);
     AnalyticsService::shared().setAccount(&m_appState->account());
+    const AppVersion version = AppVersion::current();
+    AnalyticsService::track(QStringLiteral("app_launched"),
+                            launch::appLaunchedProperties(version, m_appState->account().isLoggedIn(),
+                                                          m_appState->settings().onboardingCompleted()));
+    if (const auto update = launch::seenVersionUpdate(*m_defaults, version))
+        AnalyticsService::track(QStringLiteral("app_updated"), *update);
+
     if (!m_audioInputFile.isEmpty())
         logInfo("Audio input: " + m_audioInputFile + " instead of the microphone");
     m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState, TextInjector::createForSession(*m_clock));
-    m_appState->setRetryTranscriptionHook([this](QUuid id) { return m_coordinator->retryTranscription(id); });
-    m_updatePrompter = std::make_unique<MessageBoxUpdatePrompter>();
-    m_updates = std::make_unique<UpdateController>(*m_clock, *m_defaults, sharedNetworkManager(), *m_updatePrompter);
+    m_appState->setRetryTranscriptionHook([coordinator = QPointer(m_coordinator.get())](QUuid id) {
+        return coordinator ? coordinator->retryTranscription(id) : []() -> QCoro::Task<void> { co_return; }();
+    });
+
     m_microphoneAccess = std::make_unique<SystemMicrophoneAccess>();
     ShellWindows::Config windows;
     windows.toggleRecording = [this] { m_coordinator->toggleRecording(); };
@@ -87,43 +100,70 @@ void AppDelegate::applicationDidFinishLaunching() {
     windows.topUpUrl = ServiceHosts::join(ServiceHosts::configured().main, QStringLiteral("/topup"));
     m_windows = std::make_unique<ShellWindows>(*m_appState, std::move(windows), *m_microphoneAccess,
                                                m_coordinator->injector()->inputAccess());
+    const launch::DockRule dock{[this] { m_windows->openMainWindow(); },
+                                [this] {
+                                    if (QQuickWindow* main = m_windows->mainWindow().window())
+                                        main->hide();
+                                }};
+
     MenuBarController::Actions actions;
     actions.toggleRecording = [this] { m_coordinator->toggleRecording(); };
     actions.openMain = [this] { m_windows->openMainWindow(); };
     actions.openWelcome = [this] { m_windows->openWelcomeAction(); };
     actions.checkForUpdates = [this] { m_updates->checkForUpdates(); };
-    actions.terminate = [this] {
-        if (applicationShouldTerminate())
-            QCoreApplication::quit();
-    };
+    actions.terminate = [this] { requestQuit(); };
     m_menuBar = std::make_unique<MenuBarController>(*m_appState, std::move(actions));
-    // The main and welcome windows join closeWindows when they exist; until then the
-    // minimise rule only takes the program out of the task bar.
     m_quit = std::make_unique<QuitController>(
         m_appState->settings(), QuitController::runDialog,
-        [this] {
-            if (QQuickWindow* main = m_windows->mainWindow().window())
-                main->hide();
+        [this, dock] {
+            dock.closeMainWindow();
             m_windows->welcomeWindow().close();
         },
         [] { QCoreApplication::quit(); });
+    qApp->installEventFilter(new QuitShortcut([this] { requestQuit(); }, this));
     // Logging out must not wait on a question: the session ends the process at once.
     connect(qApp, &QGuiApplication::commitDataRequest, this, [] { QCoreApplication::quit(); });
+
+    m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
+    m_desktop->start();
+    connect(&m_desktop->control(), &ControlService::activated, m_windows.get(), &ShellWindows::handleActivation);
+
     m_hud = std::make_unique<RecordingHUDController>(*m_appState,
                                                      &m_coordinator->levelReader(),
                                                      [this] { m_menuBar->popUpPointerMenu(); });
     m_hud->show();
+    if (m_appState->settings().useFnHotkey() && !m_desktop->keyInput().functionKeyAvailable()) {
+        logInfo("No keyboard of this computer sends FN: the FN hotkey cannot work");
+        m_appState->showNudge(nudges::functionKeyUnavailableCard(), nudges::functionKeyUnavailableDuration);
+    }
+
+    // Updates: the feed is asked a minute after launch, then daily.
+    m_updatePrompter = std::make_unique<MessageBoxUpdatePrompter>();
+    m_updates = std::make_unique<UpdateController>(*m_clock, *m_defaults, sharedNetworkManager(), *m_updatePrompter);
     m_updates->start();
+
     m_tips = std::make_unique<HotkeyTips>(*m_appState);
     m_tips->listenTo(*m_coordinator);
     m_idleNudges = std::make_unique<IdleNudgeManager>(*m_appState);
     m_idleNudges->start();
-    m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
-    m_desktop->start();
-    connect(&m_desktop->control(), &ControlService::activated, m_windows.get(), &ShellWindows::handleActivation);
-    m_appState->settings().syncLaunchAtLogin();
-    m_backendSelector->startRefresh();
+
+    SettingsStore& settings = m_appState->settings();
+    dock.apply(settings.showInDock(), false);
+    settings.syncLaunchAtLogin();
+    QMetaObject::invokeMethod(this, [this] { m_backendSelector->startRefresh(); }, Qt::QueuedConnection);
+    launch::observeSetting(settings, [&settings] { return settings.showInDock(); }, this,
+                           [dock](bool show) { dock.apply(show, show); });
+    launch::observeSetting(settings, [&settings] { return settings.onboardingCompleted(); }, this,
+                           [this](bool completed) {
+                               if (completed)
+                                   m_windows->openMainWindow();
+                           });
     m_windows->showWelcomeIfNeeded();
+}
+
+void AppDelegate::requestQuit() {
+    if (applicationShouldTerminate())
+        QCoreApplication::quit();
 }
 
 bool AppDelegate::applicationShouldTerminate() {

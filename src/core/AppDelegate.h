@@ -46,6 +46,11 @@ public:
     RecordingHUDController& hud() { return *m_hud; }
     MenuBarController& menuBar() { return *m_menuBar; }
 
+    /// The menus' "Выйти" and Ctrl+Q: ends the process when the quit rule says so.
+    void requestQuit();
+
+    ShellWindows& windows() { return *m_windows; }
+
 private:
 
     QString m_audioInputFile;

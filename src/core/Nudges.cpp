@@ -50,6 +50,13 @@ NudgeContent idleCard(const QString& hotkey) {
             hotkey};
 }
 
+NudgeContent functionKeyUnavailableCard() {
+    return {QStringLiteral("keyboard"), QStringLiteral("Клавиша FN здесь не работает"),
+            QStringLiteral("Ни одна клавиатура этого компьютера не передаёт FN. Задай свою комбинацию: "
+                           "Настройки → Горячая клавиша → «Своя комбинация»."),
+            QStringLiteral("FN")};
+}
+
 } // namespace nudges
 
 HotkeyTips::HotkeyTips(AppState& appState, QObject* parent) : QObject(parent), m_appState(appState) {}

@@ -28,6 +28,10 @@ QString hotkeyDisplayName(const AppState& appState);
 NudgeContent shortTapCard(const QString& hotkey);
 NudgeContent longHoldCard(const QString& hotkey);
 NudgeContent idleCard(const QString& hotkey);
+/// Said at launch when the hotkey is FN and no keyboard of this computer can send it.
+NudgeContent functionKeyUnavailableCard();
+/// Seconds that card stays: it explains a hotkey that will not work, so longer than a tip.
+inline constexpr double functionKeyUnavailableDuration = 20.0;
 } // namespace nudges
 
 /// The two tips about how the hotkey was used: the coordinator asks, this decides whether

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QKeyEvent>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -73,6 +74,28 @@ QuitController::DialogResult QuitController::runDialog() {
     else if (box.clickedButton() == quit)
         result.answer = Answer::quit;
     return result;
+}
+
+QuitShortcut::QuitShortcut(std::function<void()> onQuit, QObject* parent)
+    : QObject(parent), m_onQuit(std::move(onQuit)) {}
+
+bool QuitShortcut::isQuitKey(const QKeyEvent& event) {
+    // The X key code of the Q position on PC keyboards (evdev KEY_Q + 8).
+    constexpr quint32 qPosition = 24;
+    const Qt::KeyboardModifiers mods =
+        event.modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier | Qt::MetaModifier);
+    return mods == Qt::ControlModifier && (event.key() == Qt::Key_Q || event.nativeScanCode() == qPosition);
+}
+
+bool QuitShortcut::eventFilter(QObject* watched, QEvent* event) {
+    // A window sees the press first and passes it on to its items: act once, at the window.
+    // Not while a dialog is up: Ctrl+Q in the quit question must not ask again.
+    if (event->type() == QEvent::KeyPress && watched->isWindowType() && !QGuiApplication::modalWindow() &&
+        isQuitKey(*static_cast<QKeyEvent*>(event))) {
+        m_onQuit();
+        return true;
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 } // namespace tamvex

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <QObject>
+
 #include <functional>
+
+class QKeyEvent;
 
 namespace tamvex {
 
@@ -35,6 +39,23 @@ private:
     std::function<DialogResult()> m_ask;
     std::function<void()> m_closeWindows;
     std::function<void()> m_terminate;
+};
+
+/// Ctrl+Q in any window of the program is the menus' "Выйти". The key is matched by its
+/// position as well, so that it works with a Cyrillic layout active (Ctrl+Й).
+class QuitShortcut : public QObject {
+    Q_OBJECT
+public:
+    /// Filters the application's key presses once installed on it.
+    explicit QuitShortcut(std::function<void()> onQuit, QObject* parent = nullptr);
+    /// True for Ctrl+Q, whatever layout is active.
+    static bool isQuitKey(const QKeyEvent& event);
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    std::function<void()> m_onQuit;
 };
 
 } // namespace tamvex

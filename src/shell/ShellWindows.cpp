@@ -1,6 +1,7 @@
 #include "shell/ShellWindows.h"
 
 #include "core/AppState.h"
+#include "platform/Log.h"
 #include "shell/SettingsStore.h"
 
 #include <QDesktopServices>
@@ -34,8 +35,10 @@ ShellWindows::ShellWindows(AppState& state, Config config, const MicrophoneAcces
 ShellWindows::~ShellWindows() = default;
 
 void ShellWindows::showWelcomeIfNeeded() {
-    if (!m_state.settings().onboardingCompleted())
-        m_welcome->show();
+    if (m_state.settings().onboardingCompleted())
+        return; // the program comes up in the tray alone
+    logInfo("Showing welcome window (first run)");
+    m_welcome->show();
 }
 
 void ShellWindows::open(int section) {

@@ -152,14 +152,20 @@ private slots:
         QCOMPARE(seenOn, QThread::currentThread());
     }
 
-    void unconfiguredOnlySignals() {
-        ServiceFixture f;
+    void eventsBeforeConfigureAreSentOnConfigure() {
         AnalyticsService::shared().unconfigure();
         QSignalSpy tracked(&AnalyticsService::shared(), &AnalyticsService::tracked);
-        AnalyticsService::track("app_launched", {{"version", "1.0"}});
-        QCOMPARE(tracked.count(), 1);
-        QCOMPARE(tracked.at(0).at(1).toMap().value("version").toString(), QString("1.0"));
-        QVERIFY(!spinUntil([&] { return !f.server.received().isEmpty(); }, 100));
+        AnalyticsService::track("early", {{"n", 1}});
+        for (int i = 0; i < AnalyticsService::maxEarlyEvents; ++i)
+            AnalyticsService::track("overflow");
+        QCOMPARE(tracked.count(), AnalyticsService::maxEarlyEvents + 1);
+        Env env; // configures
+        const QJsonObject first = env.event(0);
+        QCOMPARE(first.value("event").toString(), QString("early"));
+        QCOMPARE(first.value("event_properties").toObject().value("n").toInt(), 1);
+        // The kept ones are bounded: the last report beyond the bound is dropped.
+        QVERIFY(spinUntil([&] { return env.f.server.received("/api/analytics/event").size() == AnalyticsService::maxEarlyEvents; }));
+        QVERIFY(!spinUntil([&] { return env.f.server.received("/api/analytics/event").size() > AnalyticsService::maxEarlyEvents; }, 200));
     }
 };
 
