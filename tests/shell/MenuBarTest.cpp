@@ -3,8 +3,17 @@
 #include "shell/SettingsStore.h"
 #include "shell/SymbolIcons.h"
 #include "support/AppFixture.h"
+#include "support/SessionBus.h"
+#include "../input/XvfbSession.h"
 
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QMenu>
+#include <QMutex>
+#include <QThread>
+#include <QProcess>
+#include <QSystemTrayIcon>
 #include <QTest>
 
 using namespace tamvex;
@@ -27,6 +36,38 @@ QStringList describe(const QMenu& menu) {
     }
     return rows;
 }
+
+/// The desktop's tray host as the StatusNotifierItem protocol sees it: icons register here.
+/// It answers from a thread of its own, as a panel would from its own process, because Qt
+/// asks it with blocking calls.
+class FakeTrayHost : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
+    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
+    Q_PROPERTY(QStringList RegisteredStatusNotifierItems READ items)
+public:
+    bool hostRegistered() const { return true; }
+    int protocolVersion() const { return 0; }
+    QStringList items() const {
+        QMutexLocker lock(&m_mutex);
+        return m_registered;
+    }
+public slots:
+    void RegisterStatusNotifierItem(const QString& service) {
+        QMutexLocker lock(&m_mutex);
+        m_registered << service;
+    }
+    void RegisterStatusNotifierHost(const QString&) {}
+
+private:
+    mutable QMutex m_mutex;
+    QStringList m_registered;
+};
+
+test::XvfbSession* gXvfb = nullptr;
+test::SessionBus* gBus = nullptr;
+FakeTrayHost* gTrayHost = nullptr;
 
 QAction* find(const QMenu& menu, const QString& title) {
     for (QAction* a : menu.actions())
@@ -102,13 +143,76 @@ private slots:
         QVERIFY(SymbolIcons::icon("no.such.symbol", Qt::white).isNull());
     }
 
-    void withoutTrayTheLogSaysSoOnce() {
+    // A desktop with a tray host: the icon registers with it and its menu is the status menu,
+    // read back over D-Bus as the panel reads it.
+    void trayIconReachesTheDesktopsTrayHost() {
+        if (!gTrayHost)
+            QSKIP("no private X server and session bus for the tray host");
         test::LogCapture log;
         Fixture f;
-        QVERIFY(!f.menus.trayIcon()); // no StatusNotifierWatcher on the test's bus
+        QVERIFY(f.menus.trayIcon());
+        QVERIFY(log.lines().filter("No system tray").isEmpty());
+        // Icons of the earlier tests registered too and are gone with their names: ours is
+        // the one registered name that still has an owner.
+        QString ours;
+        QVERIFY(test::spinUntil([&] {
+            const QStringList items = gTrayHost->items();
+            const auto alive = std::count_if(items.begin(), items.end(), [](const QString& n) { return gBus->hasOwner(n); });
+            if (alive == 1)
+                ours = *std::find_if(items.begin(), items.end(), [](const QString& n) { return gBus->hasOwner(n); });
+            return alive == 1;
+        }));
+        QProcess layout;
+        layout.start("dbus-send", {"--session", "--print-reply", "--dest=" + ours, "/MenuBar",
+                                   "com.canonical.dbusmenu.GetLayout", "int32:0", "int32:-1", "array:string:"});
+        // The reply comes from this very thread: keep the event loop turning while it waits.
+        QVERIFY(test::spinUntil([&] { return layout.state() == QProcess::NotRunning; }, 15000));
+        const QString reply = QString::fromUtf8(layout.readAllStandardOutput() + layout.readAllStandardError());
+        qsizetype at = 0;
+        for (const char* label : {"Запись (зажми горячую клавишу)", "Открыть Sorvel…", "Проверить обновления…",
+                                  "Выйти из Sorvel"}) {
+            at = reply.indexOf(QString("string \"%1\"").arg(label), at);
+            QVERIFY2(at >= 0, qPrintable(QString(label) + " not in order in\n" + reply));
+        }
+    }
+
+    void withoutTrayTheLogSaysSoOnce() {
+        if (gTrayHost) {
+            QDBusConnection::connectToBus(gBus->address, "tray-host").unregisterService("org.kde.StatusNotifierWatcher");
+            QVERIFY(test::spinUntil([] { return !QSystemTrayIcon::isSystemTrayAvailable(); }));
+        }
+        test::LogCapture log;
+        Fixture f;
+        QVERIFY(!f.menus.trayIcon());
         QCOMPARE(log.lines().filter("No system tray").size(), 1);
     }
 };
 
-QTEST_MAIN(MenuBarTest)
+int main(int argc, char** argv) {
+    test::XvfbSession xvfb;
+    test::SessionBus bus;
+    gXvfb = &xvfb;
+    gBus = &bus;
+    const bool desktop = xvfb.ok() && bus.ok();
+    if (desktop)
+        bus.becomeSessionBus();
+    // The tray needs the X platform's theme; offscreen has none.
+    qputenv("QT_QPA_PLATFORM", desktop ? "xcb" : "offscreen");
+    QApplication app(argc, argv);
+    QThread hostThread;
+    FakeTrayHost host;
+    host.moveToThread(&hostThread);
+    hostThread.start();
+    QDBusConnection hostBus = QDBusConnection::connectToBus(bus.address, "tray-host");
+    if (desktop && hostBus.registerService("org.kde.StatusNotifierWatcher") &&
+        hostBus.registerObject("/StatusNotifierWatcher", &host,
+                               QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties))
+        gTrayHost = &host;
+    MenuBarTest test;
+    const int failures = QTest::qExec(&test, argc, argv);
+    hostThread.quit();
+    hostThread.wait();
+    return failures;
+}
+
 #include "MenuBarTest.moc"
