@@ -123,8 +123,14 @@ private slots:
                               {"build", TAMVEX_BUILD_NUMBER},
                               {"logged_in", false},
                               {"onboarding_completed", false}}));
-        QVERIFY(log.has("Showing welcome window (first run)"));
-        QVERIFY(log.lines().indexOf("info: App launched") < log.lines().indexOf("info: Showing welcome window (first run)"));
+        // The sequence's landmarks in their order: hotkeys, then login item, then the welcome.
+        qsizetype at = -1;
+        for (const char* line : {"info: App launched", "info: Hotkey mode: FN", "info: Launch at login: registered",
+                                 "info: Showing welcome window (first run)"}) {
+            const qsizetype next = log.lines().indexOf(line);
+            QVERIFY2(next > at, qPrintable(QString(line) + " out of order in\n" + log.lines().join('\n')));
+            at = next;
+        }
         QVERIFY(visible(l.welcomeWindow()));
         QVERIFY(!l.mainWindow());
         // No keyboard here sends FN, and FN is the hotkey: the HUD's card says so.
