@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QQuickWindow>
 #include <QScreen>
 #include <QTest>
@@ -122,6 +123,22 @@ private slots:
         f.app.state->dismissNudge();
         QTRY_COMPARE(bottomGap(), 6);
         QTRY_VERIFY(centred());
+    }
+
+    // Through XWayland the compositor's window manager may ignore the place and the hints:
+    // the window is left unmanaged there, and still sits at the bottom centre.
+    void unmanagedThroughXWayland() {
+        qputenv("WAYLAND_DISPLAY", "wayland-0");
+        const auto unset = qScopeGuard([] { qunsetenv("WAYLAND_DISPLAY"); });
+        Fixture f;
+        QVERIFY(f.exposed);
+        QWindow* w = f.hud.window();
+        QVERIFY(w->flags().testFlag(Qt::X11BypassWindowManagerHint));
+        const QString info = run("xwininfo", {"-id", QString::number(w->winId())});
+        if (!info.isEmpty())
+            QVERIFY2(info.contains("Override Redirect State: yes"), qPrintable(info));
+        QTRY_COMPARE(f.available().bottom() - w->geometry().bottom(), 6);
+        QTRY_VERIFY(qAbs(w->geometry().center().x() - f.available().center().x()) <= 1);
     }
 
     void drawsEachState() {

@@ -33,4 +33,12 @@ void applyFloatingWindowHints(QWindow& window) {
 #endif
 }
 
+bool leaveUnmanaged(QWindow& window) {
+    const bool xwayland =
+        QGuiApplication::platformName() == QLatin1String("xcb") && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    if (xwayland)
+        window.setFlag(Qt::X11BypassWindowManagerHint);
+    return xwayland;
+}
+
 } // namespace tamvex

@@ -9,4 +9,10 @@ namespace tamvex {
 /// show(); elsewhere (offscreen, native Wayland) it does nothing.
 void applyFloatingWindowHints(QWindow& window);
 
+/// True when the windows are X11 windows of XWayland in a Wayland session. Call before
+/// create(): there the window is left unmanaged, since the compositor's X window manager
+/// may ignore its place (Weston puts it in a corner) and the hints above; an unmanaged
+/// window keeps its place, stays above, is never focused and is in no task bar.
+bool leaveUnmanaged(QWindow& window);
+
 } // namespace tamvex

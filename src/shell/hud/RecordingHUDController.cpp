@@ -62,8 +62,10 @@ void RecordingHUDController::show() {
     connect(window, &QWindow::widthChanged, this, &RecordingHUDController::position);
     connect(window, &QWindow::heightChanged, this, &RecordingHUDController::position);
     // The window manager reads these before the first map.
-    window->create();
-    applyFloatingWindowHints(*window);
+    if (!leaveUnmanaged(*window)) {
+        window->create();
+        applyFloatingWindowHints(*window);
+    }
     position();
     window->show();
 }
