@@ -127,8 +127,14 @@ private slots:
         rig.fixture.clock.advance(2.0);
         result = runClient({"ctl", "toggle"});
         QCOMPARE(result.code, 0);
-        // The stop finishes in a later turn of the loop; on a busy machine it may take several.
-        QVERIFY(test::spinUntil([&] { return !rig.recording(); }, 20000));
+        // The stop's finish task runs over later turns of the loop; the next press must not
+        // race its outcome, so wait until it has left "processing" as well.
+        QVERIFY(test::spinUntil(
+            [&] {
+                const auto kind = rig.fixture.state->recordingState().kind();
+                return kind != RecordingState::Case::recording && kind != RecordingState::Case::processing;
+            },
+            20000));
 
         // Press and release are the hotkey's edges.
         rig.fixture.state->setRecordingState(RecordingState::idle());

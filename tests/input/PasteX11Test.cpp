@@ -17,6 +17,7 @@
 #include "support/TestSupport.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTest>
@@ -214,8 +215,23 @@ private slots:
         QVERIFY(log.hasPrefix("No keyboard found under"));
         QVERIFY(log.hasPrefix("Key source: X11"));
 
-        // Real key events through the X server: Ctrl+V pressed and released by XTest.
+        // The source's event selection travels on its own connection and may reach the server
+        // after keys sent on ours: probe with a chord that is not the shortcut until one is heard.
         X11KeySender keys;
+        int heard = 0;
+        connect(&input, &KeyInput::keyEvent, this, [&] { ++heard; });
+        QDeadlineTimer nextProbe(0);
+        QVERIFY(test::spinUntil(
+            [&] {
+                if (heard == 0 && nextProbe.hasExpired()) {
+                    keys.sendPaste(PasteChord::ctrlShiftV);
+                    nextProbe.setRemainingTime(200);
+                }
+                return heard > 0;
+            },
+            20000));
+        QVERIFY(!rig.recording());
+        // Real key events through the X server: Ctrl+V pressed and released by XTest.
         QVERIFY(keys.sendPaste(PasteChord::ctrlV));
         QVERIFY(test::spinUntil([&] { return rig.recording(); }, 20000));
         QVERIFY(test::spinUntil([&] { return rig.coordinator->currentMode() ==

@@ -108,7 +108,9 @@ private slots:
             QSKIP("needs ../shared/testdata/jfk.wav and the ffmpeg program to make the m4a");
         QTemporaryDir dir;
         const QString m4a = dir.filePath("stereo.m4a");
-        QCOMPARE(QProcess::execute(ffmpeg, {"-v", "error", "-y", "-i", wav, "-ar", "44100", "-af",
+        // -nostdin: ffmpeg otherwise reads the terminal for its keys, and a background job that
+        // does so is stopped by the shell until the test times out.
+        QCOMPARE(QProcess::execute(ffmpeg, {"-nostdin", "-v", "error", "-y", "-i", wav, "-ar", "44100", "-af",
                                             "pan=stereo|c0=c0|c1=c0", "-c:a", "aac", "-b:a", "128k", m4a}),
                  0);
         const std::vector<float> original = readAudioSamples(wav);
