@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "WhisperTestSupport.h"
 #include "support/TestSupport.h"
 
@@ -189,5 +190,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(WhisperEngineTest)
+TAMVEX_TEST_CLASS(WhisperEngineTest)
 #include "WhisperEngineTest.moc"
