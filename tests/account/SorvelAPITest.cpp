@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "account/SorvelAPI.h"
 #include "services/ServiceFixture.h"
 
@@ -125,26 +126,16 @@ private slots:
 
         // The 60 s limit is read from the clock: 59.9 s keeps waiting, 60 s aborts.
         env.f.server.script("/api/me", Script{200, kUser, "application/json", 3000});
-        std::optional<NetworkError> late;
-        bool done = false;
-        // A named lambda: its captures must outlive the coroutine.
-        auto body = [&]() -> QCoro::Task<void> {
-            try {
-                co_await env.api.me("tok");
-            } catch (const NetworkError& e) {
-                late = e;
-            }
-            done = true;
-        };
-        auto task = body();
+        Watched<NetworkError> late;
+        auto task = watch(env.api.me("tok"), late);
         QVERIFY(spinUntil([&] { return env.f.server.received("/api/me").size() == 1; }));
         env.f.clock.advance(59.9);
         QCoreApplication::processEvents();
-        QVERIFY(!done);
+        QVERIFY(!late.done);
         env.f.clock.advance(0.1);
-        QVERIFY(spinUntil([&] { return done; }));
-        QVERIFY(late.has_value());
-        QCOMPARE(late->kind(), NetworkError::Kind::TimedOut);
+        QVERIFY(spinUntil([&] { return late.done; }));
+        QVERIFY(late.error.has_value());
+        QCOMPARE(late.error->kind(), NetworkError::Kind::TimedOut);
     }
 
     void checkActivationIgnoresTheStatusAndKeepsThePlus() {
@@ -193,5 +184,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(SorvelAPITest)
+TAMVEX_TEST_CLASS(SorvelAPITest)
 #include "SorvelAPITest.moc"
