@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "desktop/AudioTestSupport.h"
 #include "support/TestSupport.h"
 
@@ -18,16 +19,8 @@ class MicTestCliTest : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
 
-    struct Run {
-        int code;
-        QString out;
-        QString err;
-    };
-    Run run(const QStringList& args) {
-        QString out, err;
-        QTextStream outStream(&out), errStream(&err);
-        const int code = runMicTest(args, outStream, errStream);
-        return {code, out, err};
+    CommandOutput run(const QStringList& args) {
+        return captureCommand([&](QTextStream& out, QTextStream& err) { return runMicTest(args, out, err); });
     }
 
     /// The peak of readings of a sine of `amplitude`: its RMS, or up to the amplitude itself when
@@ -45,7 +38,7 @@ private slots:
     }
 
     void aLoudRecordingIsKeptAndReportedAsJson() {
-        const Run r = run({"--seconds", "1.5", "--audio-input", m_dir.filePath("loud.wav"), "--json"});
+        const CommandOutput r = run({"--seconds", "1.5", "--audio-input", m_dir.filePath("loud.wav"), "--json"});
         QCOMPARE(r.code, 0);
         QJsonParseError parseError;
         const QJsonObject report = QJsonDocument::fromJson(r.out.toUtf8(), &parseError).object();
@@ -70,7 +63,7 @@ private slots:
     }
 
     void aQuietRecordingShowsTheRuleAndTheMessage() {
-        const Run r = run({"--audio-input", m_dir.filePath("quiet.wav"), "--seconds", "1.3"});
+        const CommandOutput r = run({"--audio-input", m_dir.filePath("quiet.wav"), "--seconds", "1.3"});
         QCOMPARE(r.code, 0);
         QVERIFY2(r.err.startsWith("Запись 1.3 с…\n"), qPrintable(r.err));
         const auto peak = QRegularExpression("Пик: (-[0-9]+\\.[0-9]) дБ").match(r.out);
@@ -88,17 +81,17 @@ private slots:
     void wrongCommandLinesAndMissingFilesFailClearly() {
         for (const QStringList& args : {QStringList{"--seconds", "abc"}, QStringList{"--seconds", "0"},
                                         QStringList{"--seconds"}, QStringList{"--loud"}}) {
-            const Run r = run(args);
+            const CommandOutput r = run(args);
             QCOMPARE(r.code, 2);
             QVERIFY2(r.err.startsWith("mic-test: ") && r.err.contains("Использование: tamvex mic-test"), qPrintable(r.err));
             QVERIFY(r.out.isEmpty());
         }
-        const Run missing = run({"--audio-input", m_dir.filePath("absent.wav"), "--seconds", "0.2"});
+        const CommandOutput missing = run({"--audio-input", m_dir.filePath("absent.wav"), "--seconds", "0.2"});
         QCOMPARE(missing.code, 1);
         QVERIFY2(missing.err.startsWith("Не удалось начать запись: Не удалось начать запись: не удалось прочитать звуковой файл"),
                  qPrintable(missing.err));
     }
 };
 
-QTEST_GUILESS_MAIN(MicTestCliTest)
+TAMVEX_TEST_CLASS(MicTestCliTest)
 #include "MicTestCliTest.moc"
