@@ -243,23 +243,6 @@ private slots:
             QCOMPARE(plain.err, QString("Запись для повтора не сохранилась.\n"));
     }
 
-    void retryIdsAreResolvedOrRefused() {
-        Machine m;
-        const HistoryEntry one = m.failedEntry();
-        HistoryEntry twin = one;
-        twin.id = QUuid(uuidText(one.id).left(8) + "-0000-4000-8000-000000000000");
-        m.state().history().add(twin);
-        CommandOutput r = m.tamvex({"history", "retry", uuidText(one.id).left(8)});
-        QCOMPARE(r.code, 1);
-        QCOMPARE(r.err,
-                 "Под «" + uuidText(one.id).left(8) + "» подходят несколько записей; укажите больше символов ID.\n");
-        r = m.tamvex({"history", "retry", "FFFFFFFF-FFFF"});
-        QCOMPARE(r.code, 1);
-        QCOMPARE(r.err, QString("Запись не найдена: FFFFFFFF-FFFF\n"));
-        QCOMPARE(m.tamvex({"history", "retry"}).code, 2);
-        QVERIFY(gServer->received().isEmpty());
-    }
-
     void retryAsksTheRunningInstance_data() {
         QTest::addColumn<bool>("succeeds");
         QTest::newRow("to success") << true;

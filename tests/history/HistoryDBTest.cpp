@@ -120,41 +120,26 @@ private slots:
     void failuresAreTypedAndCarrySQLitesMessage() {
         QTemporaryDir dir;
         QDir(dir.path()).mkdir("folder.db");
-        try {
-            HistoryDB db(dir.filePath("folder.db"));
-            QFAIL("a directory opened as a database");
-        } catch (const HistoryDBError& e) {
-            QVERIFY(e.kind() == HistoryDBError::Kind::openFailed || e.kind() == HistoryDBError::Kind::execFailed);
-            QVERIFY(!e.message().isEmpty());
-        }
+        auto e = thrown<HistoryDBError>([&] { HistoryDB db(dir.filePath("folder.db")); });
+        QVERIFY(e && (e->kind() == HistoryDBError::Kind::openFailed || e->kind() == HistoryDBError::Kind::execFailed));
+        QVERIFY(!e->message().isEmpty());
         writeFile(dir.filePath("garbage.db"), QByteArray(4096, '\x5a'));
-        try {
-            HistoryDB db(dir.filePath("garbage.db"));
-            QFAIL("garbage opened as a database");
-        } catch (const HistoryDBError& e) {
-            QVERIFY(e.kind() == HistoryDBError::Kind::execFailed);
-            QCOMPARE(e.logText(), QString("execFailed(file is not a database)"));
-        }
+        e = thrown<HistoryDBError>([&] { HistoryDB db(dir.filePath("garbage.db")); });
+        QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
+        QCOMPARE(e->logText(), QString("execFailed(file is not a database)"));
         QCOMPARE(fileBytes(dir.filePath("garbage.db")), QByteArray(4096, '\x5a'));
 
         HistoryDB db(dir.filePath("history.db"));
         db.upsert(makeEntry(1, clockStart(), 0));
-        try {
-            db.exec("SELECT nonsense FROM;");
-            QFAIL("bad SQL ran");
-        } catch (const HistoryDBError& e) {
-            QVERIFY(e.kind() == HistoryDBError::Kind::execFailed);
-            QVERIFY(e.message().contains("syntax error"));
-        }
+        e = thrown<HistoryDBError>([&] { db.exec("SELECT nonsense FROM;"); });
+        QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
+        QVERIFY(e->message().contains("syntax error"));
         // The connection stays usable after a failure.
         QCOMPARE(db.count(), 1);
         db.exec("DROP TABLE entries;");
-        try {
-            db.count();
-            QFAIL("count on a missing table");
-        } catch (const HistoryDBError& e) {
-            QCOMPARE(e.logText(), QString("prepareFailed(no such table: entries)"));
-        }
+        e = thrown<HistoryDBError>([&] { db.count(); });
+        QVERIFY(e);
+        QCOMPARE(e->logText(), QString("prepareFailed(no such table: entries)"));
         QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.fetch(200, 0));
         QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.upsert(makeEntry(2, clockStart(), 0)));
     }

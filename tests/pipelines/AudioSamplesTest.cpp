@@ -77,14 +77,10 @@ private slots:
         const std::pair<QString, QString> cases[] = {{"notes.wav", "Invalid data found"},
                                                      {"missing.m4a", "No such file or directory"}};
         for (const auto& [name, words] : cases) {
-            try {
-                readAudioSamples(dir.filePath(name));
-                QFAIL(qPrintable(name + " was read"));
-            } catch (const WhisperEngineError& e) {
-                QCOMPARE(e.kind(), WhisperEngineError::Kind::audioReadFailed);
-                QVERIFY2(e.description().contains(words), qPrintable(e.description()));
-                QCOMPARE(e.description(), prefix + e.detail());
-            }
+            const auto e = thrown<WhisperEngineError>([&] { readAudioSamples(dir.filePath(name)); });
+            QVERIFY2(e && e->kind() == WhisperEngineError::Kind::audioReadFailed, qPrintable(name));
+            QVERIFY2(e->description().contains(words), qPrintable(e->description()));
+            QCOMPARE(e->description(), prefix + e->detail());
         }
     }
 };

@@ -251,21 +251,6 @@ private slots:
         QVERIFY(!QFile::exists(rig.target() + ".part"));
     }
 
-    void deleteAndSizeReportWhatIsOnDisk() {
-        DownloaderRig rig("http://127.0.0.1:1/models/small.bin");
-        LogCapture log;
-        QCOMPARE(rig.downloader->deleteModel(WhisperModel::largeV3TurboQ5), false);
-        QVERIFY(log.lines().isEmpty());
-        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::nullopt);
-        QCOMPARE(rig.downloader->sha256Hex(WhisperModel::largeV3TurboQ5), std::nullopt);
-        writeFile(rig.target(), "12345");
-        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::optional<qint64>(5));
-        QCOMPARE(rig.downloader->deleteModel(WhisperModel::largeV3TurboQ5), true);
-        QVERIFY(log.has("Whisper model deleted: small.bin"));
-        QVERIFY(!QFile::exists(rig.target()));
-        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
-    }
-
     void realModelsLiveWhereTheEngineLooksAndComeFromTheMainHost() {
         TestEnv env;
         WallClock clock;

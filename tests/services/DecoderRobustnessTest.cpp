@@ -65,12 +65,8 @@ private slots:
     void chatAndRecommendAnswersFailAsDecodingFailed() {
         const QByteArray valid = R"({"choices":[{"message":{"content":"ok"}}],"usage":{"cost":1}})";
         for (const auto& [name, body] : hostileBodies(valid)) {
-            try {
-                decodeChatResponse(body);
-                QFAIL(qPrintable("decoded: " + name));
-            } catch (const OpenRouterError& e) {
-                QCOMPARE(e.kind(), OpenRouterError::Kind::decodingFailed);
-            }
+            const auto e = thrown<OpenRouterError>([&] { decodeChatResponse(body); });
+            QVERIFY2(e && e->kind() == OpenRouterError::Kind::decodingFailed, qPrintable(name));
             QVERIFY_THROWS_EXCEPTION(OpenRouterError, decodeRecommend(body));
             QVERIFY2(!BackendSelector::CachedChoice::decode(body), qPrintable(name));
         }

@@ -78,6 +78,16 @@ template <class T> T syncWait(QCoro::Task<T>&& task, int timeoutMs = 20000) {
     return std::move(*result);
 }
 
+/// The error of type E that `f` throws, or none when it returns.
+template <class E, class F> std::optional<E> thrown(F&& f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e;
+    }
+    return std::nullopt;
+}
+
 /// How a task that a test lets run (while it moves the clock) ended: `done`, and the error of
 /// type E it failed with, if any.
 template <class E> struct Watched {
