@@ -243,11 +243,7 @@ private slots:
             QCOMPARE(plain.err, QString("Запись для повтора не сохранилась.\n"));
     }
 
-    void retryAsksTheRunningInstance_data() {
-        QTest::addColumn<bool>("succeeds");
-        QTest::newRow("to success") << true;
-        QTest::newRow("to failure") << false;
-    }
+    void retryAsksTheRunningInstance_data() { retryWithoutARunningInstance_data(); }
 
     void retryAsksTheRunningInstance() {
         QFETCH(bool, succeeds);
