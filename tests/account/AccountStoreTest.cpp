@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "account/AccountStore.h"
 #include "account/AnalyticsService.h"
 #include "account/SorvelAPI.h"
@@ -131,5 +132,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(AccountStoreTest)
+TAMVEX_TEST_CLASS(AccountStoreTest)
 #include "AccountStoreTest.moc"

@@ -1,5 +1,7 @@
+#include "support/TestMain.h"
 #include "account/InlineLoginForm.h"
 #include "../services/ServiceFixture.h"
+#include "support/ProcessFixtures.h"
 #include "account/AccountStore.h"
 #include "account/AnalyticsService.h"
 #include "account/OAuthCallbacks.h"
@@ -57,15 +59,6 @@ struct FormEnv {
         return spinUntil([&] { return checks() > before && (pollClock.pendingTimers() == 1 || !form.polling()); });
     }
 };
-
-// A control request to the dev server, as a test script would send it; gives the answer.
-QJsonObject postControl(const QUrl& base, const QString& path, const QJsonObject& body) {
-    QNetworkRequest request(ServiceHosts::join(base, path));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
-    std::unique_ptr<QNetworkReply> reply(sharedNetworkManager().post(request, QJsonDocument(body).toJson()));
-    spinUntil([&] { return reply->isFinished(); }, 10000);
-    return QJsonDocument::fromJson(reply->readAll()).object();
-}
 
 // What a browser does with the authorize URL: one GET, and the redirect's target.
 QUrl browserRedirect(const QUrl& url) {
@@ -174,7 +167,7 @@ private slots:
         FormEnv e;
         LogCapture log;
         const QUrl base = e.env.f.server.baseUrl();
-        QCOMPARE(postControl(base, "/__dev/bot", {{"require_activation", true}}).value("ok"), QJsonValue(true));
+        QCOMPARE(devCall(base, "POST", "/__dev/bot", {{"require_activation", true}})["ok"], QJsonValue(true));
         e.form.setPhone("+7 999 555 44 33");
         syncWait(e.form.requestCodeTask());
         QCOMPARE(e.form.phase(), Phase::needBotActivation);
@@ -192,7 +185,7 @@ private slots:
         QVERIFY(e.form.errorText().isEmpty());
 
         // The user presses "Поделиться номером" in Telegram.
-        const QString code = postControl(base, "/__dev/activate", {{"phone", "+79995554433"}}).value("code").toString();
+        const QString code = devCall(base, "POST", "/__dev/activate", {{"phone", "+79995554433"}})["code"].toString();
         QCOMPARE(code.size(), 6);
         QVERIFY(e.pollRound());
         QVERIFY(spinUntil([&] { return e.form.phase() == Phase::enterCode; }));
@@ -209,12 +202,11 @@ private slots:
     }
 
     void thePollStopsWithItsView() {
-        ServiceFixture f;
-        TestEnv sandbox;
-        SorvelAPI api{f.network, f.clock, *sandbox.defaults, f.server.baseUrl()};
-        AccountStore account{*sandbox.defaults, api};
+        AccountEnv env;
+        auto& f = env.f;
+        AccountStore account{*env.sandbox.defaults, env.api};
         f.server.setBotActivationRequired(true);
-        auto form = std::make_unique<InlineLoginForm>(api, account, f.clock, f.server.baseUrl(), nullptr);
+        auto form = std::make_unique<InlineLoginForm>(env.api, account, f.clock, f.server.baseUrl(), nullptr);
         form->setPhone("+79990001122");
         form->startPolling();
         form->backToPhone(); // "Изменить номер"
@@ -279,5 +271,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(InlineLoginFormTest)
+TAMVEX_TEST_CLASS(InlineLoginFormTest)
 #include "InlineLoginFormTest.moc"

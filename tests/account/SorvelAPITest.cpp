@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "account/SorvelAPI.h"
 #include "services/ServiceFixture.h"
 
@@ -96,22 +97,14 @@ private slots:
         QCOMPARE(wire->kind(), APIError::Kind::http);
         QCOMPARE(wire->status(), 199);
 
-        QVERIFY_THROWS_EXCEPTION(APIError, SorvelAPI::checkAnswer(HttpAnswer{199, "early", {}}));
-        try {
-            SorvelAPI::checkAnswer(HttpAnswer{199, "early", {}});
-        } catch (const APIError& e) {
-            QCOMPARE(e.kind(), APIError::Kind::http);
-            QCOMPARE(e.description(), QString("Сервер вернул 199: early"));
-        }
+        auto e = thrown<APIError>([] { SorvelAPI::checkAnswer(HttpAnswer{199, "early", {}}); });
+        QVERIFY(e && e->kind() == APIError::Kind::http);
+        QCOMPARE(e->description(), QString("Сервер вернул 199: early"));
         SorvelAPI::checkAnswer(HttpAnswer{200, {}, {}});
         SorvelAPI::checkAnswer(HttpAnswer{299, {}, {}});
-        try {
-            SorvelAPI::checkAnswer(HttpAnswer{-1, {}, {}});
-            QFAIL("no response must fail");
-        } catch (const APIError& e) {
-            QCOMPARE(e.kind(), APIError::Kind::other);
-            QCOMPARE(e.description(), QString("no response"));
-        }
+        e = thrown<APIError>([] { SorvelAPI::checkAnswer(HttpAnswer{-1, {}, {}}); });
+        QVERIFY(e && e->kind() == APIError::Kind::other);
+        QCOMPARE(e->description(), QString("no response"));
     }
 
     void transportFailuresPassUnmapped() {
@@ -125,26 +118,16 @@ private slots:
 
         // The 60 s limit is read from the clock: 59.9 s keeps waiting, 60 s aborts.
         env.f.server.script("/api/me", Script{200, kUser, "application/json", 3000});
-        std::optional<NetworkError> late;
-        bool done = false;
-        // A named lambda: its captures must outlive the coroutine.
-        auto body = [&]() -> QCoro::Task<void> {
-            try {
-                co_await env.api.me("tok");
-            } catch (const NetworkError& e) {
-                late = e;
-            }
-            done = true;
-        };
-        auto task = body();
+        Watched<NetworkError> late;
+        auto task = watch(env.api.me("tok"), late);
         QVERIFY(spinUntil([&] { return env.f.server.received("/api/me").size() == 1; }));
         env.f.clock.advance(59.9);
         QCoreApplication::processEvents();
-        QVERIFY(!done);
+        QVERIFY(!late.done);
         env.f.clock.advance(0.1);
-        QVERIFY(spinUntil([&] { return done; }));
-        QVERIFY(late.has_value());
-        QCOMPARE(late->kind(), NetworkError::Kind::TimedOut);
+        QVERIFY(spinUntil([&] { return late.done; }));
+        QVERIFY(late.error.has_value());
+        QCOMPARE(late.error->kind(), NetworkError::Kind::TimedOut);
     }
 
     void checkActivationIgnoresTheStatusAndKeepsThePlus() {
@@ -193,5 +176,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(SorvelAPITest)
+TAMVEX_TEST_CLASS(SorvelAPITest)
 #include "SorvelAPITest.moc"

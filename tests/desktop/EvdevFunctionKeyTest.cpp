@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "desktop/EvdevKeySource.h"
 
 #include <QTest>
@@ -51,5 +52,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(EvdevFunctionKeyTest)
+TAMVEX_TEST_CLASS(EvdevFunctionKeyTest)
 #include "EvdevFunctionKeyTest.moc"

@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "HistoryFixtures.h"
 #include "cli/HistoryCommands.h"
 #include "history/HistoryStore.h"
@@ -15,19 +16,8 @@ using namespace tamvex;
 using namespace tamvex::test;
 
 namespace {
-struct Run {
-    int code;
-    QString out;
-    QString err;
-};
-
-Run run(int (*command)(const QStringList&, QTextStream&, QTextStream&), const QStringList& args) {
-    QString out, err;
-    QTextStream o(&out), e(&err);
-    const int code = command(args, o, e);
-    o.flush();
-    e.flush();
-    return {code, out, err};
+CommandOutput run(int (*command)(const QStringList&, QTextStream&, QTextStream&), const QStringList& args) {
+    return captureCommand([&](QTextStream& out, QTextStream& err) { return command(args, out, err); });
 }
 
 // The commands read Paths::standard(), which follows XDG_DATA_HOME.
@@ -42,7 +32,7 @@ class HistoryCommandsTest : public QObject {
 private slots:
     void withoutADatabaseEverythingIsEmptyAndNothingIsCreated() {
         CliEnv env;
-        Run r = run(runHistoryCommand, {"list"});
+        CommandOutput r = run(runHistoryCommand, {"list"});
         QCOMPARE(r.code, 0);
         QCOMPARE(r.out, QString("История пуста.\n"));
         r = run(runHistoryCommand, {"list", "--json"});
@@ -74,7 +64,7 @@ private slots:
         store.add(failed);
         const QByteArray dbBefore = fileBytes(env.paths.dataFile("history.db"));
 
-        Run r = run(runHistoryCommand, {"list"});
+        CommandOutput r = run(runHistoryCommand, {"list"});
         QCOMPARE(r.code, 0);
         QStringList lines = r.out.split('\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 21);
@@ -102,9 +92,9 @@ private slots:
         r = run(runHistoryCommand, {"show", uuidText(makeEntry(5, now, 0).id), "--json"});
         QCOMPARE(HistoryEntry::fromJson(QJsonDocument::fromJson(r.out.toUtf8()).object())->text,
                  QString("запись номер 5"));
-        r = run(runHistoryCommand, {"show", "00000000"});
+        r = run(runHistoryCommand, {"show", "00000000"}); // `retry` names its entry the same way
         QCOMPARE(r.code, 1);
-        QVERIFY(r.err.contains("несколько записей"));
+        QCOMPARE(r.err, QString("Под «00000000» подходят несколько записей; укажите больше символов ID.\n"));
 
         r = run(runHistoryCommand, {"export", "--json"});
         QList<HistoryEntry> exported;
@@ -136,7 +126,7 @@ private slots:
         QCOMPARE(run(runInsightsCommand, {"extra"}).code, 2);
         QDir().mkpath(env.paths.dataDir);
         writeFile(env.paths.dataFile("history.db"), QByteArray(8192, 'x'));
-        const Run r = run(runHistoryCommand, {"list"});
+        const CommandOutput r = run(runHistoryCommand, {"list"});
         QCOMPARE(r.code, 1);
         QVERIFY(r.err.startsWith("Не удалось"));
         QCOMPARE(fileBytes(env.paths.dataFile("history.db")), QByteArray(8192, 'x'));
@@ -151,7 +141,7 @@ private slots:
         InsightsStore::save(computeInsights({}, clock.currentDateTime().addDays(-1), QString("старое")),
                             env.paths.dataFile("insights.json"));
 
-        Run r = run(runInsightsCommand, {"--recompute", "--json"});
+        CommandOutput r = run(runInsightsCommand, {"--recompute", "--json"});
         QCOMPARE(r.code, 0);
         const QJsonObject o = QJsonDocument::fromJson(r.out.toUtf8()).object();
         QCOMPARE(o.value("totalWords").toInt(), 5);
@@ -170,5 +160,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(HistoryCommandsTest)
+TAMVEX_TEST_CLASS(HistoryCommandsTest)
 #include "HistoryCommandsTest.moc"

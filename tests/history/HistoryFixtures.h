@@ -2,13 +2,17 @@
 
 #include "history/HistoryDB.h"
 #include "history/HistoryEntry.h"
+#include "history/HistoryStore.h"
+#include "support/TestSupport.h"
 
 #include <QDateTime>
-#include <QFile>
+#include <QDir>
 #include <QString>
 #include <QUuid>
 
 #include <sqlite3.h>
+
+#include <memory>
 
 namespace tamvex::test {
 
@@ -64,17 +68,29 @@ inline QString rawQuery(const QString& path, const QString& sql) {
     return result;
 }
 
-/// The whole content of a file.
-inline QByteArray fileBytes(const QString& path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+/// A sandbox with its data folder (unless told not to make it), `rows` seeded rows (row 0
+/// newest), and the store over it once opened.
+struct Sandbox {
+    explicit Sandbox(int rows = 0, bool makeFolder = true) {
+        if (makeFolder)
+            QDir().mkpath(env.paths.dataDir);
+        if (rows > 0)
+            seedRows(db(), rows, now);
+    }
+    QString db() const { return env.paths.dataFile("history.db"); }
+    QString file(const QString& name) const { return env.paths.dataFile(name); }
+    HistoryStore& open() { // as a start of the application: the one before is gone
+        store.reset();
+        store = std::make_unique<HistoryStore>(env.paths, clock);
+        store->init();
+        return *store;
+    }
+    QUuid id(int n) const { return makeEntry(n, now, 0).id; }
 
-/// Writes `data` to `path`.
-inline void writeFile(const QString& path, const QByteArray& data) {
-    QFile f(path);
-    if (f.open(QIODevice::WriteOnly))
-        f.write(data);
-}
+    TestEnv env;
+    ManualClock clock;
+    QDateTime now = clock.currentDateTime();
+    std::unique_ptr<HistoryStore> store;
+};
 
 } // namespace tamvex::test

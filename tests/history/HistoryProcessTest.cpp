@@ -1,5 +1,6 @@
 // Tests that need a second process: a kill in the middle of writes, and a folder the
 // store may not write to (as root, which ignores permissions, the child drops to "nobody").
+#include "support/TestMain.h"
 #include "HistoryFixtures.h"
 #include "history/HistoryDB.h"
 #include "support/TestSupport.h"
@@ -103,5 +104,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(HistoryProcessTest)
+TAMVEX_TEST_CLASS(HistoryProcessTest)
 #include "HistoryProcessTest.moc"

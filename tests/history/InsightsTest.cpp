@@ -1,4 +1,5 @@
 // Runs with TZ=MSK-3 (UTC+3 all year), so local day keys differ from UTC ones near midnight.
+#include "support/TestMain.h"
 #include "HistoryFixtures.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
@@ -124,21 +125,18 @@ private slots:
         QCOMPARE(s.topWords.value(QString("слово") + QChar(u'а' + 19)), 20);
         QVERIFY(!s.topWords.contains(QString("слово") + QChar(u'а' + 0)));
         QCOMPARE(computeInsights({entryAt(1, now, "абвг abcd")}, now).topWords.size(), 0);
-        QCOMPARE(insightsStopWords().size(), 30);
     }
 
     void theFileRoundTripsWithSortedKeysAndKeepsTheSummary() {
-        TestEnv env;
-        ManualClock clock;
-        HistoryStore history(env.paths, clock);
-        history.init();
-        history.add(entryAt(1, clock.currentDateTime(), "первая запись"));
-        const QString file = env.paths.dataFile("insights.json");
+        Sandbox box;
+        HistoryStore& history = box.open();
+        history.add(entryAt(1, box.clock.currentDateTime(), "первая запись"));
+        const QString file = box.env.paths.dataFile("insights.json");
         {
-            Insights seeded = computeInsights({}, clock.currentDateTime().addSecs(-7200), QString("из файла"));
+            Insights seeded = computeInsights({}, box.clock.currentDateTime().addSecs(-7200), QString("из файла"));
             QVERIFY(InsightsStore::save(seeded, file));
         }
-        InsightsStore store(history, env.paths, clock);
+        InsightsStore store(history, box.env.paths, box.clock);
         QVERIFY(store.hasInsights());
         QCOMPARE(store.insights()->llmSummary, std::optional<QString>("из файла"));
         QSignalSpy changed(&store, &InsightsStore::changed);
@@ -155,7 +153,7 @@ private slots:
                                         "totalWords", "wordsLastMonth", "wordsLastWeek"}));
         QVERIFY(data.indexOf("\"avgWordsPerMinute\"") < data.indexOf("\"wordsLastWeek\""));
         QVERIFY(data.contains("\n    \"heatmap\": {\n"));
-        InsightsStore reloaded(history, env.paths, clock);
+        InsightsStore reloaded(history, box.env.paths, box.clock);
         QCOMPARE(*reloaded.insights(), *store.insights());
     }
 
@@ -175,35 +173,31 @@ private slots:
     }
     void aCorruptOrIncompleteCacheCountsAsNone() {
         QFETCH(QByteArray, content);
-        TestEnv env;
-        ManualClock clock;
-        HistoryStore history(env.paths, clock);
-        history.init();
-        writeFile(env.paths.dataFile("insights.json"), content);
-        InsightsStore store(history, env.paths, clock);
+        Sandbox box;
+        HistoryStore& history = box.open();
+        writeFile(box.env.paths.dataFile("insights.json"), content);
+        InsightsStore store(history, box.env.paths, box.clock);
         QVERIFY(!store.hasInsights());
         QVERIFY(store.shouldRecompute());
         store.refresh();
         QVERIFY(store.hasInsights());
-        QVERIFY(InsightsStore::load(env.paths.dataFile("insights.json")).has_value());
+        QVERIFY(InsightsStore::load(box.env.paths.dataFile("insights.json")).has_value());
     }
 
     void recomputationWaitsMoreThanAnHour() {
-        TestEnv env;
-        ManualClock clock;
-        HistoryStore history(env.paths, clock);
-        history.init();
-        InsightsStore store(history, env.paths, clock);
+        Sandbox box;
+        HistoryStore& history = box.open();
+        InsightsStore store(history, box.env.paths, box.clock);
         QVERIFY(store.shouldRecompute());
         store.refresh();
         const QDateTime first = store.insights()->generatedAt;
-        history.add(entryAt(1, clock.currentDateTime(), "новая диктовка"));
-        clock.advance(3600.0);
+        history.add(entryAt(1, box.clock.currentDateTime(), "новая диктовка"));
+        box.clock.advance(3600.0);
         QVERIFY(!store.shouldRecompute()); // exactly an hour is not yet more
         store.refresh();
         QCOMPARE(store.insights()->generatedAt, first);
         QCOMPARE(store.insights()->totalWords, 0);
-        clock.advance(0.001);
+        box.clock.advance(0.001);
         QVERIFY(store.shouldRecompute());
         store.refresh();
         QCOMPARE(store.insights()->totalWords, 2);
@@ -211,17 +205,14 @@ private slots:
     }
 
     void aGoneHistoryStopsTheComputation() {
-        TestEnv env;
-        ManualClock clock;
-        auto history = std::make_unique<HistoryStore>(env.paths, clock);
-        history->init();
-        InsightsStore store(*history, env.paths, clock);
-        history.reset();
+        Sandbox box;
+        InsightsStore store(box.open(), box.env.paths, box.clock);
+        box.store.reset();
         store.compute();
         QVERIFY(!store.hasInsights());
         QVERIFY(!QFileInfo::exists(store.fileURL()));
     }
 };
 
-QTEST_GUILESS_MAIN(InsightsTest)
+TAMVEX_TEST_CLASS(InsightsTest)
 #include "InsightsTest.moc"

@@ -1,9 +1,9 @@
 // D-Bus control on a private session bus (the test runs under dbus-run-session).
+#include "support/TestMain.h"
 #include "InputTestSupport.h"
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "cli/CtlCommand.h"
 #include "desktop/ControlService.h"
-#include "desktop/DesktopIntegration.h"
 #include "desktop/HotkeyManager.h"
 #include "desktop/KeyInput.h"
 #include "desktop/PortalShortcuts.h"
@@ -22,21 +22,10 @@ using namespace tamvex;
 
 namespace {
 
-struct Result {
-    int code = -1;
-    QString out;
-    QString err;
-};
-
 /// Runs the client process while our event loop serves the bus.
-Result runClient(const QStringList& args) {
-    QProcess process;
-    process.start(QCoreApplication::applicationDirPath() + "/input_control_client", args);
-    // A generous bound for a loaded machine; a client that never ends is a failure, not a pass.
-    if (!test::spinUntil([&] { return process.state() == QProcess::NotRunning; }, 60000))
-        return {-3, {}, "the client did not finish"};
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2,
-            QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+test::CommandOutput runClient(const QStringList& args) {
+    return test::runProcess(QCoreApplication::applicationDirPath() + "/input_control_client", args,
+                            QProcessEnvironment::systemEnvironment());
 }
 
 /// A stand-in for the desktop's GlobalShortcuts portal, on its own bus connection. It reads
@@ -105,7 +94,7 @@ private slots:
     }
 
     void ctlWithoutInstanceSaysSo() {
-        const Result result = runClient({"ctl", "toggle"});
+        const test::CommandOutput result = runClient({"ctl", "toggle"});
         QCOMPARE(result.code, 1);
         QVERIFY2(result.err.contains("Tamvex не запущен"), qPrintable(result.err));
         QCOMPARE(runClient({"ctl", "jump"}).code, 2);
@@ -115,20 +104,26 @@ private slots:
 
     void ctlDrivesTheRunningInstance() {
         test::CoordinatorRig rig;
-        ControlService service(*rig.coordinator);
-        QVERIFY(service.registerOn());
+        auto service = std::make_unique<ControlService>(*rig.coordinator);
+        QVERIFY(service->registerOn());
         // A second owner is refused: this is the single-instance guard.
         ControlService second(*rig.coordinator);
         QVERIFY(!second.registerOn(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "second")));
 
-        Result result = runClient({"ctl", "toggle"});
+        test::CommandOutput result = runClient({"ctl", "toggle"});
         QCOMPARE(result.code, 0);
         QVERIFY(rig.recording());
         rig.fixture.clock.advance(2.0);
         result = runClient({"ctl", "toggle"});
         QCOMPARE(result.code, 0);
-        // The stop finishes in a later turn of the loop; on a busy machine it may take several.
-        QVERIFY(test::spinUntil([&] { return !rig.recording(); }, 20000));
+        // The stop's finish task runs over later turns of the loop; the next press must not
+        // race its outcome, so wait until it has left "processing" as well.
+        QVERIFY(test::spinUntil(
+            [&] {
+                const auto kind = rig.fixture.state->recordingState().kind();
+                return kind != RecordingState::Case::recording && kind != RecordingState::Case::processing;
+            },
+            20000));
 
         // Press and release are the hotkey's edges.
         rig.fixture.state->setRecordingState(RecordingState::idle());
@@ -138,24 +133,8 @@ private slots:
         rig.fixture.clock.advance(1.0);
         QCOMPARE(runClient({"ctl", "release"}).code, 0);
         QVERIFY(!rig.coordinator->currentMode());
-    }
-
-    void theApplicationsDesktopSideStarts() {
-        // As the application builds it: the name on the bus, the hotkeys in FN mode, and a
-        // key source (or "none") chosen and logged, whatever this machine offers.
-        test::CoordinatorRig rig;
-        test::LogCapture log;
-        {
-            DesktopIntegration desktop(*rig.coordinator, rig.fixture.state->settings(), *rig.fixture.env.defaults);
-            desktop.start();
-            QVERIFY(desktop.hotkeys().alternativeWired());
-            QVERIFY(desktop.hotkeys().fnMonitor().isEnabled());
-            QVERIFY(log.has("Hotkey mode: FN"));
-            QVERIFY(log.hasPrefix("Key source: "));
-            QCOMPARE(runClient({"ctl", "toggle"}).code, 0);
-            QVERIFY(rig.recording());
-        }
         // Gone with its owner: the name is free again.
+        service.reset();
         QCOMPARE(runClient({"ctl", "toggle"}).code, 1);
     }
 
@@ -164,7 +143,7 @@ private slots:
         ControlService service(*rig.coordinator);
         QVERIFY(service.registerOn());
         QSignalSpy activated(&service, &ControlService::activated);
-        const Result result = runClient({"forward", "--flag", "tamvex://oauth/yandex?code=42"});
+        const test::CommandOutput result = runClient({"forward", "--flag", "tamvex://oauth/yandex?code=42"});
         QCOMPARE(result.code, 0);
         QCOMPARE(activated.count(), 1);
         QCOMPARE(activated.at(0).at(0).toStringList(), (QStringList{"--flag", "tamvex://oauth/yandex?code=42"}));
@@ -221,5 +200,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(ControlTest)
+TAMVEX_TEST_CLASS(ControlTest)
 #include "ControlTest.moc"

@@ -4,7 +4,7 @@
 #include "PasteTargetProcess.h"
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "XkbLayout.h"
-#include "XvfbSession.h"
+#include "support/ProcessFixtures.h"
 #include "desktop/EvdevKeySource.h"
 #include "desktop/HotkeyManager.h"
 #include "desktop/KeyInput.h"
@@ -17,6 +17,7 @@
 #include "support/TestSupport.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTest>
@@ -61,11 +62,6 @@ struct SessionInjector {
         test::syncWait(std::move(inject));
         return ok;
     }
-};
-
-class DeniedAccess final : public InputAccess {
-public:
-    bool isTrusted() const override { return false; }
 };
 
 /// The X server's current time, read as any client reads it: a property change on its own window.
@@ -116,17 +112,6 @@ private slots:
         QCOMPARE(after, before);
     }
 
-    void emptyClipboardKeepsTheTextAndTerminalsGetCtrlShiftV() {
-        Target target("xterm");
-        QVERIFY(target.ready);
-        target.ask("clear-clipboard", "ok");
-        QVERIFY(target.clipboard().isEmpty());
-
-        SessionInjector session;
-        QVERIFY(session.paste("echo диктовка", [&] { return target.keys() == "ctrl+shift+V"; }));
-        QCOMPARE(target.clipboard().value("text/plain"), QByteArray("echo диктовка"));
-    }
-
     void anotherProgramsLaterClaimDoesNotWinOverThePaste() {
         Target target;
         QVERIFY(target.ready);
@@ -166,33 +151,22 @@ private slots:
             {"Russian only, a terminal", {"ru"}, 0, "xterm", "ctrl+shift+V"},
         };
         auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
+        const QString text = "Вставка при русской раскладке";
         for (const Row& row : rows) {
             QCOMPARE(test::useKeyboardLayout(row.layouts, row.group), row.group);
             Target target(row.resource);
             QVERIFY2(target.ready, row.name);
+            if (!row.resource.isEmpty()) { // the terminal: an empty clipboard, which then keeps the text
+                target.ask("clear-clipboard", "ok");
+                QVERIFY(target.clipboard().isEmpty());
+            }
             SessionInjector session;
-            QVERIFY2(session.paste("Вставка при русской раскладке", [&] { return target.keys() == row.chord; }),
-                     row.name);
+            QVERIFY2(session.paste(text, [&] { return target.keys() == row.chord; }), row.name);
             if (row.resource.isEmpty()) // a line edit takes only Ctrl+V as paste
-                QCOMPARE(target.text(), QString("Вставка при русской раскладке"));
+                QCOMPARE(target.text(), text);
+            else
+                QCOMPARE(target.clipboard().value("text/plain"), text.toUtf8());
         }
-    }
-
-    void deniedAccessLeavesTheClipboardAlone() {
-        Target target;
-        QVERIFY(target.ready);
-        target.setClipboard(kOriginal);
-        const Types before = target.clipboard();
-        WallClock clock;
-        SystemClipboard clipboard;
-        X11KeySender keys;
-        DeniedAccess access;
-        TextInjector injector(clock, clipboard, keys, access);
-        QVERIFY_THROWS_EXCEPTION(TextInjectorError, test::syncWait(injector.inject("не вставится")));
-        QCOMPARE(access.promptCount(), 1);
-        QCOMPARE(target.clipboard(), before);
-        QCOMPARE(target.text(), QString());
-        QCOMPARE(target.keys(), QString());
     }
 
     void withoutKeyboardAccessTheX11SourceDrivesTheCoordinator() {
@@ -214,8 +188,23 @@ private slots:
         QVERIFY(log.hasPrefix("No keyboard found under"));
         QVERIFY(log.hasPrefix("Key source: X11"));
 
-        // Real key events through the X server: Ctrl+V pressed and released by XTest.
+        // The source's event selection travels on its own connection and may reach the server
+        // after keys sent on ours: probe with a chord that is not the shortcut until one is heard.
         X11KeySender keys;
+        int heard = 0;
+        connect(&input, &KeyInput::keyEvent, this, [&] { ++heard; });
+        QDeadlineTimer nextProbe(0);
+        QVERIFY(test::spinUntil(
+            [&] {
+                if (heard == 0 && nextProbe.hasExpired()) {
+                    keys.sendPaste(PasteChord::ctrlShiftV);
+                    nextProbe.setRemainingTime(200);
+                }
+                return heard > 0;
+            },
+            20000));
+        QVERIFY(!rig.recording());
+        // Real key events through the X server: Ctrl+V pressed and released by XTest.
         QVERIFY(keys.sendPaste(PasteChord::ctrlV));
         QVERIFY(test::spinUntil([&] { return rig.recording(); }, 20000));
         QVERIFY(test::spinUntil([&] { return rig.coordinator->currentMode() ==

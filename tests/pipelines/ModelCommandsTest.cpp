@@ -1,15 +1,13 @@
+#include "support/TestMain.h"
 #include "ModelTestServers.h"
 #include "support/TestSupport.h"
 
 #include "cli/ModelCommands.h"
-#include "pipelines/ModelDownloader.h"
 #include "pipelines/WhisperEngine.h"
 
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkProxy>
 #include <QTest>
 
 using namespace tamvex;
@@ -17,43 +15,22 @@ using namespace tamvex::test;
 
 namespace {
 
-struct Output {
-    int code = -1;
-    QString out;
-    QString err;
-    QJsonObject json() const { return QJsonDocument::fromJson(out.toUtf8()).object(); }
-};
+QJsonObject json(const CommandOutput& o) { return QJsonDocument::fromJson(o.out.toUtf8()).object(); }
 
-/// A sandboxed downloader whose "model" is served as `file` by a local server.
+/// `tamvex model ARGS` over a sandboxed downloader whose model is served as `file` by a local server.
 struct Cli {
-    explicit Cli(const QString& file = "small.bin") {
-        network.setProxy(QNetworkProxy::NoProxy);
-        const QString base = server.base();
-        downloader = std::make_unique<ModelDownloader>(env.paths, clock, &network, [base, file](WhisperModel m) {
-            return ModelDescriptor{whisperModels::fileName(m), kPatternSize, kPatternSha256,
-                                   QUrl(base + "/models/" + file)};
-        });
+    explicit Cli(const QString& file = "small.bin") : rig(server.base() + "/models/" + file) {}
+    CommandOutput model(const QStringList& args) {
+        return captureCommand([&](QTextStream& out, QTextStream& err) { return runModelCommand(args, out, err, *rig.downloader); });
     }
-    Output model(const QStringList& args) {
-        Output o;
-        QTextStream out(&o.out), err(&o.err);
-        o.code = runModelCommand(args, out, err, *downloader);
-        return o;
-    }
-    QString path() const { return downloader->localURL(WhisperModel::largeV3TurboQ5); }
+    QString path() const { return rig.target(); }
 
-    TestEnv env;
-    WallClock clock;
     ModelServer server;
-    QNetworkAccessManager network;
-    std::unique_ptr<ModelDownloader> downloader;
+    DownloaderRig rig;
 };
 
-Output transcribe(const QStringList& args) {
-    Output o;
-    QTextStream out(&o.out), err(&o.err);
-    o.code = runTranscribeLocal(args, out, err);
-    return o;
+CommandOutput transcribe(const QStringList& args) {
+    return captureCommand([&](QTextStream& out, QTextStream& err) { return runTranscribeLocal(args, out, err); });
 }
 
 } // namespace
@@ -71,7 +48,7 @@ private slots:
         Cli cli;
         for (const QStringList& args : {QStringList{}, QStringList{"fetch"}, QStringList{"status", "ggml-tiny"},
                                         QStringList{"status", "a", "b"}}) {
-            const Output o = cli.model(args);
+            const CommandOutput o = cli.model(args);
             QCOMPARE(o.code, 2);
             QVERIFY2(o.err.contains("Использование: tamvex model"), qPrintable(o.err));
         }
@@ -81,11 +58,11 @@ private slots:
 
     void fetchCheckAndDeleteFromTheTerminal() {
         Cli cli;
-        Output o = cli.model({"status", "--json"});
+        CommandOutput o = cli.model({"status", "--json"});
         QCOMPARE(o.code, 0);
-        QCOMPARE(o.json()["present"].toBool(), false);
-        QCOMPARE(o.json()["file"].toString(), cli.path());
-        QCOMPARE(o.json()["engine_available"].toBool(), WhisperEngine::isAvailable());
+        QCOMPARE(json(o)["present"].toBool(), false);
+        QCOMPARE(json(o)["file"].toString(), cli.path());
+        QCOMPARE(json(o)["engine_available"].toBool(), WhisperEngine::isAvailable());
 
         o = cli.model({"verify"});
         QCOMPARE(o.code, 1);
@@ -106,7 +83,7 @@ private slots:
 
         o = cli.model({"verify", "--json"});
         QCOMPARE(o.code, 0);
-        QCOMPARE(o.json()["sha256"].toString(), QString(kPatternSha256));
+        QCOMPARE(json(o)["sha256"].toString(), QString(kPatternSha256));
 
         QFile file(cli.path());
         QVERIFY(file.open(QIODevice::ReadWrite));
@@ -122,16 +99,16 @@ private slots:
         QCOMPARE(o.out, "Модель удалена: " + cli.path() + "\n");
         o = cli.model({"delete", "--json"});
         QCOMPARE(o.code, 0);
-        QCOMPARE(o.json()["deleted"].toBool(), false);
+        QCOMPARE(json(o)["deleted"].toBool(), false);
         QVERIFY(!QFile::exists(cli.path()));
     }
 
     void aFailedDownloadExitsWithTheReason() {
         Cli cli("not-there.bin");
-        Output o = cli.model({"download", "--json"});
+        CommandOutput o = cli.model({"download", "--json"});
         QCOMPARE(o.code, 1);
-        QCOMPARE(o.json()["state"].toString(), QString("failed"));
-        QCOMPARE(o.json()["reason"].toString(), QString("Файл повреждён при загрузке. Попробуй ещё раз."));
+        QCOMPARE(json(o)["state"].toString(), QString("failed"));
+        QCOMPARE(json(o)["reason"].toString(), QString("Файл повреждён при загрузке. Попробуй ещё раз."));
         QVERIFY(o.err.contains("Не удалось загрузить модель: Файл повреждён при загрузке."));
         QVERIFY(!QFile::exists(cli.path()));
     }
@@ -142,12 +119,12 @@ private slots:
         if (model.isEmpty() || speech.isEmpty())
             QSKIP("needs ../shared/testdata/for-tests-ggml-tiny.bin and speech-ru-16k.wav");
         if (!WhisperEngine::isAvailable()) {
-            const Output o = transcribe({speech, "--model", model});
+            const CommandOutput o = transcribe({speech, "--model", model});
             QCOMPARE(o.code, 1);
             QVERIFY2(o.err.contains("нет локального распознавания"), qPrintable(o.err));
             return;
         }
-        Output o = transcribe({speech, "--model", model});
+        CommandOutput o = transcribe({speech, "--model", model});
         QCOMPARE(o.code, 0);
         QCOMPARE(o.out, QString("\n")); // the test model has no weights: no words
         o = transcribe({speech, "--model", speech});
@@ -156,5 +133,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(ModelCommandsTest)
+TAMVEX_TEST_CLASS(ModelCommandsTest)
 #include "ModelCommandsTest.moc"

@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "ModelTestServers.h"
 #include "support/TestSupport.h"
 
@@ -16,59 +17,23 @@ namespace {
 
 using Kind = ModelDownloadState::Kind;
 
-void writeFile(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
+/// The states a downloader went through, each once, a download of any progress as "downloading".
+QStringList printed(const DownloaderRig& rig) {
+    QStringList out;
+    for (const auto& s : rig.states)
+        out.append(s.kind() == Kind::downloading ? "downloading" : s.toString());
+    out.removeDuplicates();
+    return out;
 }
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-/// One downloader under a sandbox, serving its "model" from `base`.
-struct Rig {
-    explicit Rig(const QString& base, const QString& digest = kPatternSha256, Clock* clock = nullptr)
-        : clock(clock ? clock : &wall) {
-        network.setProxy(QNetworkProxy::NoProxy);
-        downloader = std::make_unique<ModelDownloader>(env.paths, *this->clock, &network, [base, digest](WhisperModel) {
-            return ModelDescriptor{"small.bin", kPatternSize, digest, QUrl(base + "/models/small.bin")};
-        });
-        QObject::connect(downloader.get(), &ModelDownloader::stateChanged,
-                         [this](const ModelDownloadState& s) { states.append(s); });
-    }
-    bool waitForEnd(int ms = 15000) {
-        return spinUntil(
-            [this] {
-                const Kind k = downloader->state().kind();
-                return k == Kind::completed || k == Kind::failed;
-            },
-            ms);
-    }
-    QString target() const { return downloader->localURL(WhisperModel::largeV3TurboQ5); }
-    QStringList printed() const {
-        QStringList out;
-        for (const auto& s : states)
-            out.append(s.kind() == Kind::downloading ? "downloading" : s.toString());
-        out.removeDuplicates();
-        return out;
-    }
-
-    TestEnv env;
-    WallClock wall;
-    Clock* clock;
-    QNetworkAccessManager network;
-    std::unique_ptr<ModelDownloader> downloader;
-    QList<ModelDownloadState> states;
-};
 
 } // namespace
 
 class ModelDownloaderTest : public QObject {
     Q_OBJECT
 private slots:
+    // Read once per process by the host table, so it is set before anything asks.
+    void initTestCase() { qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:9"); }
+
     void digestIsStreamedAndMatchesAnOutsideAnswer() {
         TestEnv env;
         const QString path = env.root.filePath("pattern.bin");
@@ -84,11 +49,11 @@ private slots:
 
     void goodFileCompletesThroughVerifying() {
         ModelServer server;
-        Rig rig(server.base());
+        DownloaderRig rig(server.url());
         LogCapture log;
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
-        QCOMPARE(rig.printed(), (QStringList{"downloading", "verifying", "completed"}));
+        QCOMPARE(printed(rig), (QStringList{"downloading", "verifying", "completed"}));
         QCOMPARE(rig.states.first(), ModelDownloadState::downloading(0.0));
         double last = 0.0;
         for (const auto& s : rig.states) {
@@ -98,21 +63,18 @@ private slots:
             last = s.progress();
         }
         QCOMPARE(last, 1.0);
-        QCOMPARE(readFile(rig.target()), server.body);
+        QCOMPARE(fileBytes(rig.target()), server.body);
         QVERIFY(!QFile::exists(rig.target() + ".part"));
         QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::optional<qint64>(kPatternSize));
         QVERIFY(log.has("Whisper model download started: small.bin (~2.1 MB)"));
         QVERIFY(log.has("Whisper model written: " + rig.target()));
         QVERIFY(log.has("Whisper model verified: small.bin"));
-        QCOMPARE(server.requests, 1);
+        QCOMPARE(server.requests(), 1);
     }
 
     void errorPageIsSavedThenRefusedByItsDigest() {
         ModelServer server;
-        Rig rig(server.base());
-        rig.downloader = std::make_unique<ModelDownloader>(rig.env.paths, rig.wall, &rig.network, [&](WhisperModel) {
-            return ModelDescriptor{"small.bin", kPatternSize, kPatternSha256, QUrl(server.base() + "/models/gone.bin")};
-        });
+        DownloaderRig rig(server.base() + "/models/gone.bin");
         LogCapture log;
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
@@ -125,12 +87,12 @@ private slots:
 
     void presentFileIsProvedWithoutTheNetworkOrHealedByRefetching() {
         ModelServer server;
-        Rig rig(server.base());
+        DownloaderRig rig(server.url());
         writeFile(rig.target(), server.body);
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
-        QCOMPARE(rig.printed(), (QStringList{"verifying", "completed"}));
-        QCOMPARE(server.requests, 0);
+        QCOMPARE(printed(rig), (QStringList{"verifying", "completed"}));
+        QCOMPARE(server.requests(), 0);
 
         // A damaged file: deleted and fetched again without being asked.
         LogCapture log;
@@ -138,15 +100,15 @@ private slots:
         writeFile(rig.target(), QByteArray("truncated") + server.body.left(1000));
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
-        QCOMPARE(rig.printed(), (QStringList{"verifying", "downloading", "completed"}));
+        QCOMPARE(printed(rig), (QStringList{"verifying", "downloading", "completed"}));
         QVERIFY(log.has("Whisper model present but SHA mismatch: small.bin — re-downloading"));
-        QCOMPARE(server.requests, 1);
-        QCOMPARE(readFile(rig.target()), server.body);
+        QCOMPARE(server.requests(), 1);
+        QCOMPARE(fileBytes(rig.target()), server.body);
     }
 
     void upperCaseDigestComparesEqual() {
         ModelServer server;
-        Rig rig(server.base(), QString(kPatternSha256).toUpper());
+        DownloaderRig rig(server.url(), QString(kPatternSha256).toUpper());
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.downloader->state(), ModelDownloadState::completed());
@@ -158,7 +120,7 @@ private slots:
             s->write(okHeaders(kPatternSize));
             s->write(patternBytes(kPatternSize).left(100000));
         };
-        Rig rig(peer.base());
+        DownloaderRig rig(peer.url());
         LogCapture log;
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(spinUntil([&] { return rig.downloader->state().progress() > 0.0; }));
@@ -187,7 +149,7 @@ private slots:
             s->flush();
             s->disconnectFromHost();
         };
-        Rig rig(peer.base());
+        DownloaderRig rig(peer.url());
         LogCapture log;
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
@@ -203,7 +165,7 @@ private slots:
         QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
         const quint16 port = closed.serverPort();
         closed.close();
-        Rig nobody(QStringLiteral("http://127.0.0.1:%1").arg(port));
+        DownloaderRig nobody(QStringLiteral("http://127.0.0.1:%1/models/small.bin").arg(port));
         nobody.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(nobody.waitForEnd());
         QCOMPARE(nobody.downloader->state().kind(), Kind::failed);
@@ -218,7 +180,7 @@ private slots:
             s->write(okHeaders(-1));
             s->write(body.left(1000000));
         };
-        Rig rig(peer.base());
+        DownloaderRig rig(peer.url());
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(spinUntil([&] { return QFileInfo(rig.target() + ".part").size() >= 1000000; }));
         QCOMPARE(rig.downloader->state(), ModelDownloadState::downloading(0.0));
@@ -226,7 +188,7 @@ private slots:
         peer.last->disconnectFromHost();
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.downloader->state(), ModelDownloadState::completed());
-        QCOMPARE(readFile(rig.target()), body);
+        QCOMPARE(fileBytes(rig.target()), body);
     }
 
     void silenceOfSixtySecondsEndsTheTransferInVirtualTime() {
@@ -236,7 +198,7 @@ private slots:
             s->write(patternBytes(5000));
         };
         ManualClock clock;
-        Rig rig(peer.base(), kPatternSha256, &clock);
+        DownloaderRig rig(peer.url(), kPatternSha256, &clock);
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(spinUntil([&] { return rig.downloader->state().progress() > 0.0; }));
         QTest::qWait(50);
@@ -251,7 +213,7 @@ private slots:
         RawHttpPeer peer;
         peer.onRequest = [](QTcpSocket* s) { s->write(okHeaders(kPatternSize)); };
         ManualClock clock;
-        Rig rig(peer.base(), kPatternSha256, &clock);
+        DownloaderRig rig(peer.url(), kPatternSha256, &clock);
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(spinUntil([&] { return peer.last != nullptr; }));
         qint64 sent = 0;
@@ -273,35 +235,20 @@ private slots:
 
     void moveFailureSaysTheFileCouldNotBeSaved() {
         ModelServer server;
-        Rig rig(server.base());
+        DownloaderRig rig(server.url());
         // A non-empty folder where the file belongs can't be removed or replaced.
         QVERIFY(QDir().mkpath(rig.target() + "/blocker"));
         LogCapture log;
         // Found present, it fails its digest, can't be deleted, is fetched, can't be replaced.
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
-        QCOMPARE(rig.printed(), (QStringList{"verifying", "downloading", rig.downloader->state().toString()}));
+        QCOMPARE(printed(rig), (QStringList{"verifying", "downloading", rig.downloader->state().toString()}));
         QVERIFY(log.hasPrefix("Failed to delete small.bin: "));
         QCOMPARE(rig.downloader->state().kind(), Kind::failed);
         QVERIFY2(rig.downloader->state().reason().startsWith("Не удалось сохранить файл: "),
                  qPrintable(rig.downloader->state().reason()));
         QVERIFY(log.hasPrefix("Failed to move whisper model to destination: "));
         QVERIFY(!QFile::exists(rig.target() + ".part"));
-    }
-
-    void deleteAndSizeReportWhatIsOnDisk() {
-        Rig rig("http://127.0.0.1:1");
-        LogCapture log;
-        QCOMPARE(rig.downloader->deleteModel(WhisperModel::largeV3TurboQ5), false);
-        QVERIFY(log.lines().isEmpty());
-        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::nullopt);
-        QCOMPARE(rig.downloader->sha256Hex(WhisperModel::largeV3TurboQ5), std::nullopt);
-        writeFile(rig.target(), "12345");
-        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::optional<qint64>(5));
-        QCOMPARE(rig.downloader->deleteModel(WhisperModel::largeV3TurboQ5), true);
-        QVERIFY(log.has("Whisper model deleted: small.bin"));
-        QVERIFY(!QFile::exists(rig.target()));
-        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
     }
 
     void realModelsLiveWhereTheEngineLooksAndComeFromTheMainHost() {
@@ -320,12 +267,5 @@ private slots:
     }
 };
 
-int main(int argc, char** argv) {
-    // Read once per process by the host table, so it is set before anything asks.
-    qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:9");
-    QCoreApplication app(argc, argv);
-    ModelDownloaderTest test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+TAMVEX_TEST_CLASS(ModelDownloaderTest)
 #include "ModelDownloaderTest.moc"

@@ -1,17 +1,22 @@
 #pragma once
 
-// HTTP peers for the model downloader's tests: a real QHttpServer for whole answers, and a
-// raw socket peer for what QHttpServer cannot do (stalls, drops, no Content-Length).
+// HTTP peers for the model downloader's tests: the development server for whole answers, and
+// a raw socket peer for what it cannot do (stalls, drops, no Content-Length).
+
+#include "DevServer.h"
+#include "pipelines/ModelDownloader.h"
+#include "support/TestSupport.h"
 
 #include <QByteArray>
 #include <QHostAddress>
-#include <QHttpServer>
-#include <QHttpServerResponse>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
 #include <QPointer>
 #include <QTcpServer>
 #include <QTcpSocket>
 
 #include <functional>
+#include <memory>
 
 namespace tamvex::test {
 
@@ -57,6 +62,7 @@ public:
     }
     /// Base URL of the peer.
     QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort()); }
+    QString url() const { return base() + "/models/small.bin"; }
 
 private:
     QTcpServer m_server;
@@ -70,23 +76,49 @@ inline QByteArray okHeaders(qint64 contentLength) {
     return head + "\r\n";
 }
 
-/// A QHttpServer serving the good file, a 404 page, and counting requests.
+/// The development server with the good file as its model "small.bin" (any other name is a 404).
 struct ModelServer {
     ModelServer() {
-        server.route("/models/<arg>", [this](const QString& name) {
-            ++requests;
-            if (name == "small.bin")
-                return QHttpServerResponse("application/octet-stream", body);
-            return QHttpServerResponse("text/html", "<html><body>404 Not Found</body></html>",
-                                       QHttpServerResponse::StatusCode::NotFound);
-        });
-        port = server.listen(QHostAddress::LocalHost, 0);
+        writeFile(dir.filePath("models/small.bin"), body);
+        server.start();
     }
-    QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(port); }
-    QHttpServer server;
+    QString base() const { return server.baseUrl().toString(); }
+    QString url() const { return base() + "/models/small.bin"; }
+    int requests() const { return int(server.received().size()); }
+
+    QTemporaryDir dir;
     QByteArray body = patternBytes(kPatternSize);
-    int requests = 0;
-    quint16 port = 0;
+    devserver::DevServer server{dir.path()};
+};
+
+/// One downloader under a sandbox, fetching its model (any WhisperModel) from `url`; every state
+/// it passes through is noted.
+struct DownloaderRig {
+    explicit DownloaderRig(const QString& url, const QString& digest = kPatternSha256, Clock* clock = nullptr)
+        : clock(clock ? clock : &wall) {
+        network.setProxy(QNetworkProxy::NoProxy);
+        downloader = std::make_unique<ModelDownloader>(env.paths, *this->clock, &network, [url, digest](WhisperModel) {
+            return ModelDescriptor{"small.bin", kPatternSize, digest, QUrl(url)};
+        });
+        QObject::connect(downloader.get(), &ModelDownloader::stateChanged,
+                         [this](const ModelDownloadState& s) { states.append(s); });
+    }
+    bool waitForEnd(int ms = 15000) {
+        return spinUntil(
+            [this] {
+                const auto k = downloader->state().kind();
+                return k == ModelDownloadState::Kind::completed || k == ModelDownloadState::Kind::failed;
+            },
+            ms);
+    }
+    QString target() const { return downloader->localURL(WhisperModel::largeV3TurboQ5); }
+
+    TestEnv env;
+    WallClock wall;
+    Clock* clock;
+    QNetworkAccessManager network;
+    std::unique_ptr<ModelDownloader> downloader;
+    QList<ModelDownloadState> states;
 };
 
 } // namespace tamvex::test

@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "WhisperTestSupport.h"
 #include "support/TestSupport.h"
 
@@ -134,15 +135,10 @@ private slots:
             QSKIP(qPrintable(why));
         QTemporaryDir dir;
         auto expectLoadFailure = [](const QString& path, const QString& words) {
-            try {
-                WhisperEngine engine(path);
-                QFAIL("a bad model loaded");
-            } catch (const WhisperEngineError& e) {
-                QCOMPARE(e.kind(), WhisperEngineError::Kind::modelLoadFailed);
-                QVERIFY2(e.description().startsWith("Не получилось загрузить модель: ") &&
-                             e.description().contains(words),
-                         qPrintable(e.description()));
-            }
+            const auto e = thrown<WhisperEngineError>([&] { WhisperEngine engine(path); });
+            QVERIFY2(e && e->kind() == WhisperEngineError::Kind::modelLoadFailed, qPrintable(path));
+            QVERIFY2(e->description().startsWith("Не получилось загрузить модель: ") && e->description().contains(words),
+                     qPrintable(e->description()));
         };
         // An audio file, a file too short to hold the magic, a folder.
         expectLoadFailure(speech, "не является моделью whisper.cpp");
@@ -189,5 +185,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(WhisperEngineTest)
+TAMVEX_TEST_CLASS(WhisperEngineTest)
 #include "WhisperEngineTest.moc"

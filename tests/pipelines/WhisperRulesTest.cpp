@@ -1,5 +1,6 @@
 // What holds with or without whisper.cpp: the thread rule, the model file check, and the
 // refusal of a build that has no engine.
+#include "support/TestMain.h"
 #include "WhisperTestSupport.h"
 #include "support/TestSupport.h"
 
@@ -21,12 +22,8 @@ private:
 
 private slots:
     void threadsLeaveTwoProcessorsAndStopAtEight() {
-        QCOMPARE(whisperThreadCount(1), 1);
-        QCOMPARE(whisperThreadCount(2), 1);
-        QCOMPARE(whisperThreadCount(3), 1);
-        QCOMPARE(whisperThreadCount(5), 3);
-        QCOMPARE(whisperThreadCount(10), 8);
-        QCOMPARE(whisperThreadCount(32), 8);
+        for (const auto& [processors, threads] : {std::pair{1, 1}, {3, 1}, {5, 3}, {10, 8}, {32, 8}})
+            QCOMPARE(whisperThreadCount(processors), threads);
     }
 
     void onlyFilesWithTheGgmlMagicPassAsModels() {
@@ -60,5 +57,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(WhisperRulesTest)
+TAMVEX_TEST_CLASS(WhisperRulesTest)
 #include "WhisperRulesTest.moc"

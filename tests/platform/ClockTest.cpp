@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "support/TestSupport.h"
 
 #include <QTest>
@@ -79,5 +80,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(ClockTest)
+TAMVEX_TEST_CLASS(ClockTest)
 #include "ClockTest.moc"

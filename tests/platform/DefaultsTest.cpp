@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "support/TestSupport.h"
 
 #include <QFile>
@@ -95,5 +96,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(DefaultsTest)
+TAMVEX_TEST_CLASS(DefaultsTest)
 #include "DefaultsTest.moc"

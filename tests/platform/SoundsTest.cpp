@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "platform/Sounds.h"
 #include "support/TestSupport.h"
 
@@ -21,5 +22,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(SoundsTest)
+TAMVEX_TEST_CLASS(SoundsTest)
 #include "SoundsTest.moc"

@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "pipelines/BackendSelector.h"
 #include "services/ServiceFixture.h"
 
@@ -202,5 +203,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(BackendSelectorTest)
+TAMVEX_TEST_CLASS(BackendSelectorTest)
 #include "BackendSelectorTest.moc"

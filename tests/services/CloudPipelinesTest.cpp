@@ -1,7 +1,8 @@
-#include "pipelines/BackendSelector.h"
+#include "support/TestMain.h"
 #include "pipelines/CloudPipelines.h"
 #include "pipelines/PipelinePreset.h"
 #include "services/ServiceFixture.h"
+#include "support/ChatAnswers.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,8 +13,6 @@ using namespace tamvex::test;
 using devserver::Script;
 
 namespace {
-
-const QString kProxyPath = "/api/openrouter/v1/chat/completions";
 
 QByteArray answer(const QString& content, const QString& usage = {}) {
     QJsonObject message{{"role", "assistant"}, {"content", content}};
@@ -28,10 +27,7 @@ QByteArray answer(const QString& content, const QString& usage = {}) {
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
 }
 
-struct Rig {
-    ServiceFixture host;
-    TestEnv sandbox;
-    BackendSelector selector{*sandbox.defaults, host.clock, host.network, ServiceHosts::allAt(host.server.baseUrl())};
+struct Rig : SelectorEnv {
     std::shared_ptr<OpenRouterService> service =
         std::make_shared<OpenRouterService>(OpenRouterService::Mode::proxy("tok"), selector);
     QString audio = sandbox.root.filePath("sorvel-test.m4a");
@@ -167,5 +163,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(CloudPipelinesTest)
+TAMVEX_TEST_CLASS(CloudPipelinesTest)
 #include "CloudPipelinesTest.moc"

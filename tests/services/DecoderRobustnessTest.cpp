@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "account/SorvelAPI.h"
 #include "pipelines/BackendSelector.h"
 #include "pipelines/OpenRouterService.h"
@@ -36,9 +37,9 @@ class DecoderRobustnessTest : public QObject {
     Q_OBJECT
 private slots:
     void serviceAnswersFailAsDecodeErrors() {
-        ServiceFixture f;
-        TestEnv sandbox;
-        SorvelAPI api(f.network, f.clock, *sandbox.defaults, f.server.baseUrl());
+        AccountEnv env;
+        auto& f = env.f;
+        auto& api = env.api;
         const QByteArray valid = R"({"user":{"id":1,"phone":"+7","balance_tokens":2,"created_at":3}})";
         for (const auto& [name, body] : hostileBodies(valid)) {
             f.server.script("/api/me", Script{200, body});
@@ -64,23 +65,17 @@ private slots:
     void chatAndRecommendAnswersFailAsDecodingFailed() {
         const QByteArray valid = R"({"choices":[{"message":{"content":"ok"}}],"usage":{"cost":1}})";
         for (const auto& [name, body] : hostileBodies(valid)) {
-            try {
-                decodeChatResponse(body);
-                QFAIL(qPrintable("decoded: " + name));
-            } catch (const OpenRouterError& e) {
-                QCOMPARE(e.kind(), OpenRouterError::Kind::decodingFailed);
-            }
+            const auto e = thrown<OpenRouterError>([&] { decodeChatResponse(body); });
+            QVERIFY2(e && e->kind() == OpenRouterError::Kind::decodingFailed, qPrintable(name));
             QVERIFY_THROWS_EXCEPTION(OpenRouterError, decodeRecommend(body));
             QVERIFY2(!BackendSelector::CachedChoice::decode(body), qPrintable(name));
         }
         // A huge but well-formed answer is simply text, over real HTTP.
-        ServiceFixture f;
-        TestEnv sandbox;
-        BackendSelector selector(*sandbox.defaults, f.clock, f.network, ServiceHosts::allAt(f.server.baseUrl()));
+        SelectorEnv env;
         const QString big(10 * 1024 * 1024, QChar('a'));
-        f.server.script("/api/openrouter/v1/chat/completions",
-                        Script{200, R"({"choices":[{"message":{"content":")" + big.toLatin1() + R"("}}]})"});
-        OpenRouterService service(OpenRouterService::Mode::proxy("tok"), selector);
+        env.host.server.script("/api/openrouter/v1/chat/completions",
+                               Script{200, R"({"choices":[{"message":{"content":")" + big.toLatin1() + R"("}}]})"});
+        OpenRouterService service(OpenRouterService::Mode::proxy("tok"), env.selector);
         const auto result =
             syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2), 30000);
         QCOMPARE(result.text.size(), big.size());
@@ -93,5 +88,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(DecoderRobustnessTest)
+TAMVEX_TEST_CLASS(DecoderRobustnessTest)
 #include "DecoderRobustnessTest.moc"

@@ -1,6 +1,8 @@
+#include "support/TestMain.h"
 #include "pipelines/OpenRouterService.h"
 #include "pipelines/BackendSelector.h"
 #include "services/ServiceFixture.h"
+#include "support/ChatAnswers.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,9 +14,6 @@ using devserver::Script;
 using Kind = OpenRouterError::Kind;
 
 namespace {
-
-const QString kProxyPath = "/api/openrouter/v1/chat/completions";
-const QString kDirectPath = "/api/v1/chat/completions";
 
 QByteArray answerWith(const QString& usage) {
     return QString(R"({"choices":[{"message":{"role":"assistant","content":"Привет"}}]%1})").arg(usage).toUtf8();
@@ -297,49 +296,32 @@ private slots:
         h.stt.script(kProxyPath, Script{200, answerWith(""), "application/json", 10000});
         OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
         Cancellation cancel;
-        std::optional<NetworkError> error;
-        bool done = false;
-        auto body = [&]() -> QCoro::Task<void> {
-            try {
-                co_await service.chat("preset:fast-audio", textMessages(), 0.2, cancel);
-            } catch (const NetworkError& e) {
-                error = e;
-            }
-            done = true;
-        };
         LogCapture log;
-        auto task = body();
+        Watched<NetworkError> cancelled;
+        auto task = watch(service.chat("preset:fast-audio", textMessages(), 0.2, cancel), cancelled);
         QVERIFY(spinUntil([&] { return h.stt.received(kProxyPath).size() == 1; }));
         cancel.cancel();
-        QVERIFY(spinUntil([&] { return done; }, 500));
-        QCOMPARE(error->kind(), NetworkError::Kind::Cancelled);
+        // Well before the 10 s answer.
+        QVERIFY(spinUntil([&] { return cancelled.done; }));
+        QCOMPARE(cancelled.error->kind(), NetworkError::Kind::Cancelled);
         QVERIFY(log.has("BackendSelector: STT marked unhealthy for 5 min"));
 
         // The 60 s limit, read from the clock, ends a send the same way.
         h.mainHost.clock.advance(BackendSelector::unhealthySec);
         OpenRouterService again(OpenRouterService::Mode::proxy("tok"), *h.selector);
         QCOMPARE(again.chatEndpoint().host(), QString("localhost"));
-        done = false;
-        error.reset();
-        auto timed = [&]() -> QCoro::Task<void> {
-            try {
-                co_await again.chat("preset:fast-audio", textMessages(), 0.2);
-            } catch (const NetworkError& e) {
-                error = e;
-            }
-            done = true;
-        };
-        auto second = timed();
+        Watched<NetworkError> timed;
+        auto second = watch(again.chat("preset:fast-audio", textMessages(), 0.2), timed);
         QVERIFY(spinUntil([&] { return h.stt.received(kProxyPath).size() == 2; }));
         h.mainHost.clock.advance(59.9);
         QCoreApplication::processEvents();
-        QVERIFY(!done);
+        QVERIFY(!timed.done);
         h.mainHost.clock.advance(0.1);
-        QVERIFY(spinUntil([&] { return done; }, 500));
-        QCOMPARE(error->kind(), NetworkError::Kind::TimedOut);
+        QVERIFY(spinUntil([&] { return timed.done; }));
+        QCOMPARE(timed.error->kind(), NetworkError::Kind::TimedOut);
         QCOMPARE(h.selector->currentEndpoint(), h.selector->mainEndpoint());
     }
 };
 
-QTEST_GUILESS_MAIN(OpenRouterServiceTest)
+TAMVEX_TEST_CLASS(OpenRouterServiceTest)
 #include "OpenRouterServiceTest.moc"

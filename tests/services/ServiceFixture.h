@@ -3,6 +3,7 @@
 #include "DevServer.h"
 #include "account/Network.h"
 #include "account/SorvelAPI.h"
+#include "pipelines/BackendSelector.h"
 #include "support/TestSupport.h"
 
 #include <QNetworkAccessManager>
@@ -21,6 +22,13 @@ struct ServiceFixture {
     devserver::DevServer server;
     ManualClock clock;
     QNetworkAccessManager& network = sharedNetworkManager();
+};
+
+/// A dev server, a settings sandbox, and a backend selector that sends every host to the server.
+struct SelectorEnv {
+    ServiceFixture host;
+    TestEnv sandbox;
+    BackendSelector selector{*sandbox.defaults, host.clock, host.network, ServiceHosts::allAt(host.server.baseUrl())};
 };
 
 /// A service client with its own settings sandbox, talking to a fresh dev server.

@@ -1,3 +1,4 @@
+#include "support/TestMain.h"
 #include "pipelines/ServiceHosts.h"
 #include "support/TestSupport.h"
 
@@ -37,5 +38,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(ServiceHostsTest)
+TAMVEX_TEST_CLASS(ServiceHostsTest)
 #include "ServiceHostsTest.moc"

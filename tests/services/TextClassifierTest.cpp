@@ -1,6 +1,7 @@
+#include "support/TestMain.h"
 #include "history/TextClassifier.h"
-#include "pipelines/BackendSelector.h"
 #include "services/ServiceFixture.h"
+#include "support/ChatAnswers.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -13,7 +14,6 @@ using devserver::Script;
 Q_DECLARE_METATYPE(tamvex::TextCategory)
 
 namespace {
-const QString kPath = "/api/openrouter/v1/chat/completions";
 const QString kEight = "раз два три четыре пять шесть семь восемь";
 } // namespace
 
@@ -41,20 +41,13 @@ private slots:
         QFETCH(QString, reply);
         QFETCH(TextCategory, category);
         QFETCH(bool, asked);
-        ServiceFixture host;
-        TestEnv sandbox;
-        BackendSelector selector(*sandbox.defaults, host.clock, host.network, ServiceHosts::allAt(host.server.baseUrl()));
-        const QJsonObject message{{"content", reply}};
-        host.server.script(kPath, Script{status,
-                                         status == 200 ? QJsonDocument(QJsonObject{{"choices", QJsonArray{QJsonObject{
-                                                                                                  {"message", message}}}}})
-                                                             .toJson()
-                                                       : reply.toUtf8()});
+        SelectorEnv env;
+        env.host.server.script(kProxyPath, Script{status, status == 200 ? chatAnswer(reply, false) : reply.toUtf8()});
         LogCapture log;
-        TextClassifier classifier(std::make_shared<OpenRouterService>(OpenRouterService::Mode::proxy("t"), selector),
+        TextClassifier classifier(std::make_shared<OpenRouterService>(OpenRouterService::Mode::proxy("t"), env.selector),
                                   "google/gemini-2.5-flash-lite");
         QCOMPARE(syncWait(classifier.classify(text)), category);
-        const auto sent = host.server.received(kPath);
+        const auto sent = env.host.server.received(kProxyPath);
         QCOMPARE(sent.size(), asked ? 1 : 0);
         if (asked) {
             const QJsonObject body = QJsonDocument::fromJson(sent[0].body).object();
@@ -67,5 +60,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TextClassifierTest)
+TAMVEX_TEST_CLASS(TextClassifierTest)
 #include "TextClassifierTest.moc"

@@ -4,6 +4,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QProcess>
 #include <QMutex>
 
 namespace tamvex::test {
@@ -92,6 +94,34 @@ bool spinUntil(const std::function<bool()>& until, int ms) {
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 10);
     }
     return true;
+}
+
+QByteArray fileBytes(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool writeFile(const QString& path, const QByteArray& data) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
+}
+
+CommandOutput runProcess(const QString& program, const QStringList& args, const QProcessEnvironment& env,
+                         const QByteArray& input, int timeoutMs) {
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.start(program, args);
+    if (!input.isNull())
+        process.write(input);
+    process.closeWriteChannel();
+    if (!spinUntil([&] { return process.state() == QProcess::NotRunning; }, timeoutMs)) {
+        process.kill();
+        process.waitForFinished(5000);
+        return {-3, {}, program + " did not finish"};
+    }
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2,
+            QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
 }
 
 QString testData(const QString& name) {

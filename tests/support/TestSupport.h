@@ -7,8 +7,10 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QProcessEnvironment>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QTextStream>
 
 #include <qcoro/qcorotask.h>
 
@@ -76,6 +78,33 @@ template <class T> T syncWait(QCoro::Task<T>&& task, int timeoutMs = 20000) {
     return std::move(*result);
 }
 
+/// The error of type E that `f` throws, or none when it returns.
+template <class E, class F> std::optional<E> thrown(F&& f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e;
+    }
+    return std::nullopt;
+}
+
+/// How a task that a test lets run (while it moves the clock) ended: `done`, and the error of
+/// type E it failed with, if any.
+template <class E> struct Watched {
+    bool done = false;
+    std::optional<E> error;
+};
+
+/// Runs `task` to its end, noting the end in `watched`; keep the returned task alive meanwhile.
+template <class E, class T> QCoro::Task<void> watch(QCoro::Task<T> task, Watched<E>& watched) {
+    try {
+        co_await std::move(task);
+    } catch (const E& e) {
+        watched.error = e;
+    }
+    watched.done = true;
+}
+
 /// syncWait for a task without a value.
 void syncWait(QCoro::Task<void>&& task, int timeoutMs = 20000);
 
@@ -84,5 +113,32 @@ bool spinUntil(const std::function<bool()>& until, int ms = 5000);
 
 /// Path of a file in the shared test data folder; empty when it is not there.
 QString testData(const QString& name);
+
+/// The whole content of a file; empty when it can't be read.
+QByteArray fileBytes(const QString& path);
+/// Writes `data` to `path`, making its folder first.
+bool writeFile(const QString& path, const QByteArray& data);
+
+/// What a command said and how it ended.
+struct CommandOutput {
+    int code = -1; ///< the exit code; -2 for a crash, -3 for a process that did not finish
+    QString out;
+    QString err;
+};
+
+/// Runs an in-process command entry point `command(out, err)` and keeps what it wrote.
+template <class F> CommandOutput captureCommand(F&& command) {
+    CommandOutput o;
+    QTextStream out(&o.out), err(&o.err);
+    o.code = command(out, err);
+    out.flush();
+    err.flush();
+    return o;
+}
+
+/// Runs `program` to its end while this process's event loop keeps serving (a bus, a server),
+/// with `input` on its standard input. A process that outlives `timeoutMs` is killed.
+CommandOutput runProcess(const QString& program, const QStringList& args, const QProcessEnvironment& env,
+                         const QByteArray& input = {}, int timeoutMs = 60000);
 
 } // namespace tamvex::test
