@@ -1,7 +1,7 @@
 #include "core/AppState.h"
 #include "shell/hud/RecordingHUDController.h"
 #include "support/AppFixture.h"
-#include "../input/XvfbSession.h"
+#include "support/ProcessFixtures.h"
 
 #include <QApplication>
 #include <QDir>

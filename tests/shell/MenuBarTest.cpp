@@ -3,8 +3,7 @@
 #include "shell/SettingsStore.h"
 #include "shell/SymbolIcons.h"
 #include "support/AppFixture.h"
-#include "support/SessionBus.h"
-#include "../input/XvfbSession.h"
+#include "support/ProcessFixtures.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -195,7 +194,7 @@ int main(int argc, char** argv) {
     gBus = &bus;
     const bool desktop = xvfb.ok() && bus.ok();
     if (desktop)
-        bus.becomeSessionBus();
+        qputenv("DBUS_SESSION_BUS_ADDRESS", bus.address.toUtf8());
     // The tray needs the X platform's theme; offscreen has none.
     qputenv("QT_QPA_PLATFORM", desktop ? "xcb" : "offscreen");
     QApplication app(argc, argv);

@@ -7,6 +7,7 @@
 #include "support/TestSupport.h"
 
 #include <QDBusConnection>
+#include <QDeadlineTimer>
 #include <QDBusConnectionInterface>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -38,7 +39,15 @@ inline void endProcess(QProcess& process) {
 
 /// Waits, serving the event loop, until `process` prints a line; gives it trimmed, or empty.
 inline QString firstLine(QProcess& process, int ms = 15000) {
-    spinUntil([&] { return process.canReadLine() || process.state() == QProcess::NotRunning; }, ms);
+    const auto printed = [&] { return process.canReadLine() || process.state() == QProcess::NotRunning; };
+    if (QCoreApplication::instance()) {
+        spinUntil(printed, ms);
+    } else {
+        // Before the application object there is no event loop to serve: block on the pipe.
+        QDeadlineTimer deadline(ms);
+        while (!printed() && !deadline.hasExpired())
+            process.waitForReadyRead(100);
+    }
     return QString::fromUtf8(process.readLine()).trimmed();
 }
 

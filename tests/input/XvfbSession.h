@@ -1,3 +1,0 @@
-#pragma once
-// The private X server lives with the other programs tests start.
-#include "support/ProcessFixtures.h"
