@@ -9,14 +9,6 @@ using namespace tamvex;
 class AppStateTest : public QObject {
     Q_OBJECT
 private slots:
-    void recordingStateEqualityAndPrintedForm() {
-        QVERIFY(RecordingState::error("a") == RecordingState::error("a"));
-        QVERIFY(!(RecordingState::error("a") == RecordingState::error("b")));
-        QVERIFY(!(RecordingState::idle() == RecordingState::error("")));
-        QCOMPARE(RecordingState::processing().description(), QString("processing"));
-        QCOMPARE(RecordingState::error("Запись не запущена.").description(), QString("error(\"Запись не запущена.\")"));
-    }
-
     void slowFlagOnlyLivesDuringProcessing() {
         test::AppFixture f;
         AppState& s = *f.state;
@@ -70,15 +62,6 @@ private slots:
         QVERIFY(!s.usesServiceBalance());
         s.settings().setUseEmbeddedKey(true);
         QVERIFY(s.usesServiceBalance());
-    }
-
-    void storeChangesAreStateChanges() {
-        test::AppFixture f;
-        QSignalSpy spy(f.state.get(), &AppState::changed);
-        f.state->settings().setShowInDock(true);
-        QCOMPARE(spy.count(), 1);
-        QCOMPARE(mainSections::fromRawValue("insights"), std::optional<MainSection>(MainSection::insights));
-        QVERIFY(!mainSections::fromRawValue("Home"));
     }
 };
 
