@@ -29,7 +29,7 @@ qt_add_qml_module(tamvex_core
 # The generated type registration includes each QML_ELEMENT header by its bare name.
 file(GLOB TAMVEX_SHELL_DIRS LIST_DIRECTORIES true ${CMAKE_CURRENT_SOURCE_DIR}/shell/*)
 list(FILTER TAMVEX_SHELL_DIRS EXCLUDE REGEX "/qml$")
-foreach(dir ${CMAKE_CURRENT_SOURCE_DIR}/shell ${TAMVEX_SHELL_DIRS})
+foreach(dir ${CMAKE_CURRENT_SOURCE_DIR}/shell ${TAMVEX_SHELL_DIRS} ${CMAKE_CURRENT_SOURCE_DIR}/KeyboardShortcuts)
   if(IS_DIRECTORY ${dir})
     target_include_directories(tamvex_core PRIVATE ${dir})
   endif()
