@@ -28,7 +28,7 @@ QVariantList tileList(const QList<InsightTile>& tiles) {
 
 MainWindowModel::MainWindowModel(AppState& state, Hooks hooks, QObject* parent)
     : QObject(parent), m_state(state), m_hooks(std::move(hooks)), m_history(state.history(), state.clock()),
-      m_retrying(state) {
+      m_retrying(state), m_settingsPane(state, *m_hooks.microphone, *m_hooks.input, *m_hooks.models) {
     connect(&m_state, &AppState::mainSectionChanged, this, [this] {
         AnalyticsService::track(QStringLiteral("section_opened"), {{"section", section()}});
         emit sectionChanged();

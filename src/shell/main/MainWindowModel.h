@@ -3,6 +3,7 @@
 #include "shell/main/HistoryListModel.h"
 #include "shell/main/LoginForms.h"
 #include "shell/main/RetryingIds.h"
+#include "shell/settings/SettingsPaneModel.h"
 
 #include <QObject>
 #include <QUrl>
@@ -14,6 +15,9 @@
 namespace tamvex {
 
 class AppState;
+class InputAccess;
+class MicrophoneAccess;
+class ModelDownloader;
 class SettingsStore;
 
 /// What the main window's panes show and do, over AppState and its stores. One per window:
@@ -43,6 +47,7 @@ class MainWindowModel : public QObject {
     Q_PROPERTY(QObject* settings READ settingsObject CONSTANT)
     Q_PROPERTY(QVariantList presets READ presets NOTIFY settingsChanged)
     Q_PROPERTY(QString telegramTitle READ telegramTitle CONSTANT)
+    Q_PROPERTY(tamvex::SettingsPaneModel* settingsPane READ settingsPane CONSTANT)
     Q_PROPERTY(tamvex::LoginForms* loginForms READ loginForms CONSTANT)
 public:
     /// What the model reaches beyond AppState.
@@ -52,9 +57,13 @@ public:
         InlineLoginForm::UrlOpener openUrl;    ///< the user's browser
         LoginForms* loginForms = nullptr;      ///< the sign-in forms of the account pane
         QUrl topUpUrl;
-        QString telegramContact = QStringLiteral("@tamvex_support");
+        QString telegramContact;                     ///< "@name" or a link
+        const MicrophoneAccess* microphone = nullptr; ///< the settings' microphone row
+        const InputAccess* input = nullptr;           ///< the settings' input access row
+        ModelDownloader* models = nullptr;            ///< the local model card
     };
 
+    /// The model over `state`; the hooks' microphone, input and models must be set.
     MainWindowModel(AppState& state, Hooks hooks, QObject* parent = nullptr);
 
     QString section() const;
@@ -83,6 +92,7 @@ public:
     QVariantList presets() const;
     QString telegramTitle() const;
     LoginForms* loginForms() const { return m_hooks.loginForms; }
+    SettingsPaneModel* settingsPane() { return &m_settingsPane; }
 
     /// The big microphone button.
     Q_INVOKABLE void toggleRecording();
@@ -120,6 +130,7 @@ private:
     Hooks m_hooks;
     HistoryListModel m_history;
     RetryingIds m_retrying;
+    SettingsPaneModel m_settingsPane;
     QString m_selectedEntryId;
 };
 

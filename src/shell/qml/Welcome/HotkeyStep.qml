@@ -3,6 +3,8 @@ import Tamvex
 import QtQuick.Layouts
 
 StepPage {
+    id: step
+    required property ShortcutRecorder recorder
     symbol: "keyboard"
     title: "Как записывать?"
     text: "По умолчанию используется клавиша FN — она удобна тем, что не блокирует другие шорткаты."
@@ -25,4 +27,5 @@ StepPage {
         }
     }
     Text { width: parent.width; wrapMode: Text.WordWrap; text: "Не нравится FN? Можно задать дополнительную клавишу:"; color: Theme.secondary; font.pixelSize: 13 }
+    ShortcutField { recorder: step.recorder }
 }

@@ -9,6 +9,7 @@ Window {
     required property WelcomeFlow flow
     required property PermissionsCheck permissions
     required property LoginForms loginForms
+    required property ShortcutRecorder recorder
     required property var appState
     color: Theme.window
     Material.theme: Material.Dark
@@ -39,7 +40,7 @@ Window {
             Layout.fillHeight: true
             currentIndex: window.flow.step
             HelloStep {}
-            HotkeyStep {}
+            HotkeyStep { recorder: window.recorder }
             UseCasesStep { flow: window.flow }
             LoginStep { forms: window.loginForms }
             PermissionsStep { check: window.permissions; active: window.flow.step === 4 }
