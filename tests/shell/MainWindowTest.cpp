@@ -133,6 +133,33 @@ private slots:
         QTRY_VERIFY(!settings->microphone()->polling());
     }
 
+    void historyLoadsEveryPageAsTheUserScrolls() {
+        WindowFixture fx;
+        const QDateTime now = fx.app.clock.currentDateTime();
+        for (int i = 0; i < 2 * HistoryStore::pageSize + 50; ++i) {
+            HistoryEntry e;
+            e.id = QUuid::createUuid();
+            e.createdAt = now.addSecs(-60 * i);
+            e.text = QStringLiteral("запись %1").arg(i);
+            fx.app.state->history().add(e);
+        }
+        fx.app.state->history().init(); // a fresh start: the first page only
+        fx.windows.openHomeAction();
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QQuickItem* list = findItem(window->contentItem(), "history");
+        QVERIFY(list);
+        const auto* rows = fx.windows.mainWindow().model()->history();
+        QVERIFY(rows->rowCount() < 2 * HistoryStore::pageSize + 50);
+        // To the end and again, as a user drags: every page comes in, not only the second.
+        for (int step = 0; step < 200 && rows->rowCount() < 2 * HistoryStore::pageSize + 50; ++step) {
+            list->setProperty("contentY", list->property("originY").toDouble() +
+                                              list->property("contentHeight").toDouble() - list->height());
+            QTest::qWait(10);
+        }
+        QCOMPARE(rows->rowCount(), 2 * HistoryStore::pageSize + 50);
+    }
+
     void retryFromTheRowRewritesTheEntryOnScreen() {
         WindowFixture fx;
         HistoryEntry failed;

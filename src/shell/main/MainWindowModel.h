@@ -7,6 +7,7 @@
 
 #include <QObject>
 #include <QUrl>
+#include <QUuid>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
 
@@ -27,6 +28,8 @@ class MainWindowModel : public QObject {
     QML_ELEMENT
     QML_UNCREATABLE("The main window controller makes the model")
     Q_PROPERTY(QString section READ section WRITE setSection NOTIFY sectionChanged)
+    /// The section's place among the panes: home, insights, account, settings.
+    Q_PROPERTY(int sectionIndex READ sectionIndex NOTIFY sectionChanged)
     Q_PROPERTY(bool recording READ recording NOTIFY recordingChanged)
     Q_PROPERTY(bool loggedIn READ loggedIn NOTIFY accountChanged)
     Q_PROPERTY(QString phone READ phone NOTIFY accountChanged)
@@ -67,6 +70,7 @@ public:
     MainWindowModel(AppState& state, Hooks hooks, QObject* parent = nullptr);
 
     QString section() const;
+    int sectionIndex() const;
     /// Selects a section; every change reports "section_opened".
     void setSection(const QString& raw);
     bool recording() const;
@@ -126,11 +130,16 @@ signals:
     void settingsChanged();
 
 private:
+    void historyChanged();
+
     AppState& m_state;
     Hooks m_hooks;
     HistoryListModel m_history;
     RetryingIds m_retrying;
     SettingsPaneModel m_settingsPane;
+    // What the history held at its last change, to tell a loaded page from a new entry.
+    QUuid m_newestEntry;
+    qsizetype m_loadedEntries = 0;
     QString m_selectedEntryId;
 };
 

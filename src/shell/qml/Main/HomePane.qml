@@ -22,6 +22,7 @@ Item {
         // The header grows as its cards fill in; until the user scrolls, keep its top in view.
         property bool userScrolled: false
         onMovementStarted: userScrolled = true
+        onAtYEndChanged: if (atYEnd && contentHeight > height) pane.model.history.loadNextPage()
 
         header: Column {
             width: list.width
