@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Material
 import Tamvex
@@ -45,20 +46,16 @@ Rectangle {
         field.recorder.handleQtKeyRelease(event.nativeScanCode, event.modifiers);
         event.accepted = true;
     }
-    Connections {
-        target: field.recorder
-        // A taken or cancelled shortcut gives the focus up.
-        function onActiveChanged() {
-            if (!field.recorder.active)
-                field.focus = false;
-        }
-        function onAlertRequested(text: string, informativeText: string, buttons: list<string>) {
-            alert.title = text;
-            alert.informative = informativeText;
-            alert.buttons = buttons;
-            alert.open();
-        }
+    // A taken or cancelled shortcut gives the focus up.
+    readonly property bool recording: recorder.active
+    onRecordingChanged: if (!recording) focus = false
+    function showAlert(text: string, informativeText: string, buttons: list<string>) {
+        alert.title = text;
+        alert.informative = informativeText;
+        alert.buttons = buttons;
+        alert.open();
     }
+    Component.onCompleted: recorder.alertRequested.connect(showAlert)
 
     Dialog {
         id: alert
@@ -79,7 +76,7 @@ Rectangle {
                     required property int index
                     required property string modelData
                     text: modelData
-                    DialogButtonBox.buttonRole: index === 0 ? DialogButtonBox.RejectRole : DialogButtonBox.AcceptRole
+                    DialogButtonBox.buttonRole: index === 0 ? DialogButtonBox.RejectRole : DialogButtonBox.AcceptRole // qmllint disable
                 }
             }
         }

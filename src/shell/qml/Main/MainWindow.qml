@@ -33,10 +33,10 @@ Window {
             }
             onCurrentIndexChanged: buildCurrent()
             Component.onCompleted: buildCurrent()
-            Loader { active: false; sourceComponent: HomePane { model: window.model } }
-            Loader { active: false; sourceComponent: InsightsPane { model: window.model } }
-            Loader { active: false; sourceComponent: AccountPane { model: window.model } }
-            Loader { active: false; sourceComponent: SettingsPane { model: window.model } }
+            Loader { active: false; sourceComponent: HomePane { model: window.model } } // qmllint disable unqualified
+            Loader { active: false; sourceComponent: InsightsPane { model: window.model } } // qmllint disable unqualified
+            Loader { active: false; sourceComponent: AccountPane { model: window.model } } // qmllint disable unqualified
+            Loader { active: false; sourceComponent: SettingsPane { model: window.model } } // qmllint disable unqualified
         }
     }
 }

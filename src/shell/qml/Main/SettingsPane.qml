@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
@@ -156,7 +157,7 @@ Flickable {
                 RowLayout {
                     width: parent.width
                     spacing: 8
-                    SymbolIcon { Layout.alignment: Qt.AlignTop; name: "info.circle"; size: 14; color: Theme.secondary }
+                    SymbolIcon { Layout.alignment: Qt.AlignTop; name: "info.circle"; size: 14; color: Theme.secondary } // qmllint disable
                     Text {
                         Layout.fillWidth: true
                         wrapMode: Text.WordWrap

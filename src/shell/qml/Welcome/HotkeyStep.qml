@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import Tamvex
 import QtQuick.Layouts
@@ -17,12 +18,13 @@ StepPage {
                 { symbol: "hand.tap.fill", title: "Двойной клик", text: "Короткий клик FN — запись пошла. Ещё клик — стоп." }
             ]
             GlassCard {
+                id: card
                 required property var modelData
                 Layout.fillWidth: true
                 Layout.preferredWidth: 1
-                SymbolIcon { name: modelData.symbol; size: 22; color: Theme.accent }
-                Text { text: modelData.title; color: Theme.primary; font.pixelSize: 15; font.bold: true }
-                Text { width: parent.width; wrapMode: Text.WordWrap; text: modelData.text; color: Theme.secondary; font.pixelSize: 13 }
+                SymbolIcon { name: card.modelData.symbol; size: 22; color: Theme.accent }
+                Text { text: card.modelData.title; color: Theme.primary; font.pixelSize: 15; font.bold: true }
+                Text { width: parent.width; wrapMode: Text.WordWrap; text: card.modelData.text; color: Theme.secondary; font.pixelSize: 13 }
             }
         }
     }

@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
@@ -21,7 +22,7 @@ Window {
         spacing: 16
         Row {
             objectName: "dots"
-            Layout.alignment: Qt.AlignHCenter
+            Layout.alignment: Qt.AlignHCenter // qmllint disable
             spacing: 8
             Repeater {
                 model: window.flow.totalSteps
