@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
         // The settings pane is taller than the window: the picture shows all of it.
         fx.windows.mainWindow().model()->settingsPane()->input()->request();
         const QSize size = window->size();
-        window->resize(size.width(), 1960);
+        window->resize(size.width(), 1740);
         save(window, pane.name);
         window->resize(size);
     }

@@ -227,6 +227,7 @@ Flickable {
             }
             Button {
                 text: pane.model.telegramTitle
+                font.capitalization: Font.MixedCase // the contact is a name, not a label
                 highlighted: true
                 icon.source: "qrc:/Tamvex/icons/paperplane.fill.svg"
                 onClicked: pane.model.openTelegram()
