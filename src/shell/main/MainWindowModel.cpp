@@ -28,7 +28,7 @@ QVariantList tileList(const QList<InsightTile>& tiles) {
 
 MainWindowModel::MainWindowModel(AppState& state, Hooks hooks, QObject* parent)
     : QObject(parent), m_state(state), m_hooks(std::move(hooks)), m_history(state.history(), state.clock()),
-      m_retrying(state), m_settingsPane(state, *m_hooks.microphone, *m_hooks.input, *m_hooks.models),
+      m_retrying(state),
       m_newestEntry(state.history().entries().isEmpty() ? QUuid() : state.history().entries().first().id),
       m_loadedEntries(state.history().entries().size()) {
     connect(&m_state, &AppState::mainSectionChanged, this, [this] {
@@ -56,6 +56,13 @@ void MainWindowModel::historyChanged() {
 
 QString MainWindowModel::section() const {
     return m_state.mainSectionRaw();
+}
+
+SettingsPaneModel* MainWindowModel::settingsPane() {
+    if (!m_settingsPane)
+        m_settingsPane =
+            std::make_unique<SettingsPaneModel>(m_state, *m_hooks.microphone, *m_hooks.input, *m_hooks.models);
+    return m_settingsPane.get();
 }
 
 int MainWindowModel::sectionIndex() const {

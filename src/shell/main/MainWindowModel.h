@@ -12,6 +12,7 @@
 #include <QtQml/qqmlregistration.h>
 
 #include <functional>
+#include <memory>
 
 namespace tamvex {
 
@@ -96,7 +97,9 @@ public:
     QVariantList presets() const;
     QString telegramTitle() const;
     LoginForms* loginForms() const { return m_hooks.loginForms; }
-    SettingsPaneModel* settingsPane() { return &m_settingsPane; }
+    /// Made when the settings pane is first built: its rows read the microphone, which can
+    /// take a moment, and the window's first frame should not wait for that.
+    SettingsPaneModel* settingsPane();
 
     /// The big microphone button.
     Q_INVOKABLE void toggleRecording();
@@ -136,7 +139,7 @@ private:
     Hooks m_hooks;
     HistoryListModel m_history;
     RetryingIds m_retrying;
-    SettingsPaneModel m_settingsPane;
+    std::unique_ptr<SettingsPaneModel> m_settingsPane;
     // What the history held at its last change, to tell a loaded page from a new entry.
     QUuid m_newestEntry;
     qsizetype m_loadedEntries = 0;
