@@ -56,34 +56,35 @@ const KeyRow kKeys[] = {
 struct SpecialRow {
     SpecialKey key;
     int keyCode;
-    const char* symbol;
+    const char* symbol;     // the Mac glyph of the display text
+    const char* screenName; // what a Linux desktop writes
 };
 
 const SpecialRow kSpecial[] = {
-    {SpecialKey::returnKey, 0x24, "↩"}, {SpecialKey::deleteKey, 0x33, "⌫"},
-    {SpecialKey::deleteForward, 0x75, "⌦"}, {SpecialKey::end, 0x77, "↘"},
-    {SpecialKey::escape, 0x35, "⎋"}, {SpecialKey::help, 0x72, "?⃝"},
-    {SpecialKey::home, 0x73, "↖"}, {SpecialKey::space, 0x31, "Пробел"},
-    {SpecialKey::tab, 0x30, "⇥"}, {SpecialKey::pageUp, 0x74, "⇞"},
-    {SpecialKey::pageDown, 0x79, "⇟"}, {SpecialKey::upArrow, 0x7E, "↑"},
-    {SpecialKey::rightArrow, 0x7C, "→"}, {SpecialKey::downArrow, 0x7D, "↓"},
-    {SpecialKey::leftArrow, 0x7B, "←"},
-    {SpecialKey::f1, 0x7A, "F1"}, {SpecialKey::f2, 0x78, "F2"}, {SpecialKey::f3, 0x63, "F3"},
-    {SpecialKey::f4, 0x76, "F4"}, {SpecialKey::f5, 0x60, "F5"}, {SpecialKey::f6, 0x61, "F6"},
-    {SpecialKey::f7, 0x62, "F7"}, {SpecialKey::f8, 0x64, "F8"}, {SpecialKey::f9, 0x65, "F9"},
-    {SpecialKey::f10, 0x6D, "F10"}, {SpecialKey::f11, 0x67, "F11"}, {SpecialKey::f12, 0x6F, "F12"},
-    {SpecialKey::f13, 0x69, "F13"}, {SpecialKey::f14, 0x6B, "F14"}, {SpecialKey::f15, 0x71, "F15"},
-    {SpecialKey::f16, 0x6A, "F16"}, {SpecialKey::f17, 0x40, "F17"}, {SpecialKey::f18, 0x4F, "F18"},
-    {SpecialKey::f19, 0x50, "F19"}, {SpecialKey::f20, 0x5A, "F20"},
+    {SpecialKey::returnKey, 0x24, "↩", "Enter"}, {SpecialKey::deleteKey, 0x33, "⌫", "Backspace"},
+    {SpecialKey::deleteForward, 0x75, "⌦", "Delete"}, {SpecialKey::end, 0x77, "↘", "End"},
+    {SpecialKey::escape, 0x35, "⎋", "Esc"}, {SpecialKey::help, 0x72, "?⃝", "Help"},
+    {SpecialKey::home, 0x73, "↖", "Home"}, {SpecialKey::space, 0x31, "Пробел", "Space"},
+    {SpecialKey::tab, 0x30, "⇥", "Tab"}, {SpecialKey::pageUp, 0x74, "⇞", "PgUp"},
+    {SpecialKey::pageDown, 0x79, "⇟", "PgDown"}, {SpecialKey::upArrow, 0x7E, "↑", "Up"},
+    {SpecialKey::rightArrow, 0x7C, "→", "Right"}, {SpecialKey::downArrow, 0x7D, "↓", "Down"},
+    {SpecialKey::leftArrow, 0x7B, "←", "Left"},
+    {SpecialKey::f1, 0x7A, "F1", "F1"}, {SpecialKey::f2, 0x78, "F2", "F2"}, {SpecialKey::f3, 0x63, "F3", "F3"},
+    {SpecialKey::f4, 0x76, "F4", "F4"}, {SpecialKey::f5, 0x60, "F5", "F5"}, {SpecialKey::f6, 0x61, "F6", "F6"},
+    {SpecialKey::f7, 0x62, "F7", "F7"}, {SpecialKey::f8, 0x64, "F8", "F8"}, {SpecialKey::f9, 0x65, "F9", "F9"},
+    {SpecialKey::f10, 0x6D, "F10", "F10"}, {SpecialKey::f11, 0x67, "F11", "F11"}, {SpecialKey::f12, 0x6F, "F12", "F12"},
+    {SpecialKey::f13, 0x69, "F13", "F13"}, {SpecialKey::f14, 0x6B, "F14", "F14"}, {SpecialKey::f15, 0x71, "F15", "F15"},
+    {SpecialKey::f16, 0x6A, "F16", "F16"}, {SpecialKey::f17, 0x40, "F17", "F17"}, {SpecialKey::f18, 0x4F, "F18", "F18"},
+    {SpecialKey::f19, 0x50, "F19", "F19"}, {SpecialKey::f20, 0x5A, "F20", "F20"},
     // Keypad keys carry a ring so they read apart from the main row's digits and signs.
-    {SpecialKey::keypad0, 0x52, "⌨0"}, {SpecialKey::keypad1, 0x53, "⌨1"}, {SpecialKey::keypad2, 0x54, "⌨2"},
-    {SpecialKey::keypad3, 0x55, "⌨3"}, {SpecialKey::keypad4, 0x56, "⌨4"}, {SpecialKey::keypad5, 0x57, "⌨5"},
-    {SpecialKey::keypad6, 0x58, "⌨6"}, {SpecialKey::keypad7, 0x59, "⌨7"}, {SpecialKey::keypad8, 0x5B, "⌨8"},
-    {SpecialKey::keypad9, 0x5C, "⌨9"}, {SpecialKey::keypadClear, 0x47, "⌧"},
-    {SpecialKey::keypadDecimal, 0x41, "⌨."}, {SpecialKey::keypadDivide, 0x4B, "⌨/"},
-    {SpecialKey::keypadEnter, 0x4C, "⌤"}, {SpecialKey::keypadEquals, 0x51, "⌨="},
-    {SpecialKey::keypadMinus, 0x4E, "⌨-"}, {SpecialKey::keypadMultiply, 0x43, "⌨*"},
-    {SpecialKey::keypadPlus, 0x45, "⌨+"},
+    {SpecialKey::keypad0, 0x52, "⌨0", "Num 0"}, {SpecialKey::keypad1, 0x53, "⌨1", "Num 1"}, {SpecialKey::keypad2, 0x54, "⌨2", "Num 2"},
+    {SpecialKey::keypad3, 0x55, "⌨3", "Num 3"}, {SpecialKey::keypad4, 0x56, "⌨4", "Num 4"}, {SpecialKey::keypad5, 0x57, "⌨5", "Num 5"},
+    {SpecialKey::keypad6, 0x58, "⌨6", "Num 6"}, {SpecialKey::keypad7, 0x59, "⌨7", "Num 7"}, {SpecialKey::keypad8, 0x5B, "⌨8", "Num 8"},
+    {SpecialKey::keypad9, 0x5C, "⌨9", "Num 9"}, {SpecialKey::keypadClear, 0x47, "⌧", "Clear"},
+    {SpecialKey::keypadDecimal, 0x41, "⌨.", "Num ."}, {SpecialKey::keypadDivide, 0x4B, "⌨/", "Num /"},
+    {SpecialKey::keypadEnter, 0x4C, "⌤", "Num Enter"}, {SpecialKey::keypadEquals, 0x51, "⌨=", "Num ="},
+    {SpecialKey::keypadMinus, 0x4E, "⌨-", "Num -"}, {SpecialKey::keypadMultiply, 0x43, "⌨*", "Num *"},
+    {SpecialKey::keypadPlus, 0x45, "⌨+", "Num +"},
 };
 
 struct Tables {
@@ -122,6 +123,8 @@ std::optional<SpecialKey> specialKeyForCode(int keyCode) {
 int codeOfSpecialKey(SpecialKey key) { return kSpecial[int(key)].keyCode; }
 
 QString symbolOfSpecialKey(SpecialKey key) { return QString::fromUtf8(kSpecial[int(key)].symbol); }
+
+QString screenNameOfSpecialKey(SpecialKey key) { return QString::fromUtf8(kSpecial[int(key)].screenName); }
 
 bool isFunctionKey(int keyCode) {
     const auto special = specialKeyForCode(keyCode);

@@ -39,6 +39,8 @@ std::optional<SpecialKey> specialKeyForCode(int keyCode);
 int codeOfSpecialKey(SpecialKey key);
 /// The symbol shown for a special key ("↩", "F5", ...).
 QString symbolOfSpecialKey(SpecialKey key);
+/// The name a Linux desktop gives a special key ("Enter", "Tab", "PgUp", "Num 5").
+QString screenNameOfSpecialKey(SpecialKey key);
 /// True for F1 to F20.
 bool isFunctionKey(int keyCode);
 

@@ -108,6 +108,11 @@ QString Recorder::displayText() const {
     return shortcut ? shortcut->displayText() : QString();
 }
 
+QString Recorder::text() const {
+    const auto shortcut = m_registry.storedShortcut(m_name);
+    return shortcut ? shortcut->screenText() : QString();
+}
+
 bool Recorder::hasShortcut() const {
     return m_registry.storedShortcut(m_name).has_value();
 }
@@ -236,7 +241,7 @@ void Recorder::clear() {
 
 void Recorder::take(const Shortcut& shortcut) {
     m_registry.storeShortcut(m_name, shortcut);
-    emit changed(shortcut.displayText());
+    emit changed(shortcut.screenText());
     setActive(false);
 }
 

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QtQml/qqmlregistration.h>
 
 #include <functional>
 #include <optional>
@@ -26,7 +27,10 @@ QList<Shortcut> defaultSystemShortcuts();
 /// presses here and shows the texts, beeps and alerts this model asks for.
 class Recorder : public QObject {
     Q_OBJECT
-    Q_PROPERTY(QString displayText READ displayText NOTIFY shortcutChanged)
+    QML_NAMED_ELEMENT(ShortcutRecorder)
+    QML_UNCREATABLE("The settings pane makes the recorder")
+    /// The stored shortcut as a Linux screen shows it ("Ctrl+Alt+D"), or empty.
+    Q_PROPERTY(QString text READ text NOTIFY shortcutChanged)
     Q_PROPERTY(bool hasShortcut READ hasShortcut NOTIFY shortcutChanged)
     Q_PROPERTY(bool active READ isActive WRITE setActive NOTIFY activeChanged)
     Q_PROPERTY(QString placeholder READ placeholder NOTIFY activeChanged)
@@ -48,8 +52,10 @@ public:
     /// Replaces the list of the desktop's own shortcuts.
     void setSystemShortcuts(QList<Shortcut> shortcuts) { m_systemShortcuts = std::move(shortcuts); }
 
-    /// The stored shortcut's display text, or empty.
+    /// The stored shortcut's display text with the Mac glyphs ("⌃⌥D"), or empty: for logs.
     QString displayText() const;
+    /// The stored shortcut in Linux form ("Ctrl+Alt+D"), or empty: what the field shows.
+    QString text() const;
     /// True when a shortcut is stored.
     bool hasShortcut() const;
     /// True while the field has the editing focus.
@@ -85,8 +91,8 @@ signals:
     void beep();
     /// An alert to show: its text, the informative text and its buttons, first the default.
     void alertRequested(const QString& text, const QString& informativeText, const QStringList& buttons);
-    /// A shortcut was stored or cleared by the user (onChange).
-    void changed(const QString& displayText);
+    /// A shortcut was stored or cleared by the user (onChange), with its Linux form.
+    void changed(const QString& text);
 
 private:
     void take(const Shortcut& shortcut);

@@ -99,7 +99,7 @@ QString Shortcut::screenText() const {
     if (carbonModifiers & CarbonModifier::function)
         text += QStringLiteral("Fn+");
     if (const auto special = specialKeyForCode(carbonKeyCode))
-        return text + symbolOfSpecialKey(*special);
+        return text + screenNameOfSpecialKey(*special);
     return text + ansiCharacter(carbonKeyCode).toUpper();
 }
 

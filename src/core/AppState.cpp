@@ -1,5 +1,6 @@
 #include "core/AppState.h"
 
+#include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "account/AccountStore.h"
 #include "account/Network.h"
 #include "account/SorvelAPI.h"
@@ -67,6 +68,7 @@ AppState::AppState(AppEnvironment environment, QObject* parent) : QObject(parent
                                         ServiceHosts::configured().main);
     m_account = std::make_unique<AccountStore>(m_env.defaults, *m_api);
     m_insights = std::make_unique<InsightsStore>(*m_history, m_env.paths, m_env.clock);
+    m_shortcuts = std::make_unique<KeyboardShortcuts::ShortcutRegistry>(m_env.defaults);
     // A change in any store counts as a change of the state; `this` owns the stores, so
     // the connections cannot outlive it.
     connect(m_settings.get(), &SettingsStore::changed, this, &AppState::changed);
@@ -92,6 +94,13 @@ void AppState::setRecordingState(const RecordingState& state) {
 void AppState::recordingStateDidChange() {
     if (!m_recordingState.is(RecordingState::Case::processing) && m_slowProcessing)
         setSlowProcessing(false);
+}
+
+void AppState::setFunctionKeyAvailable(bool available) {
+    if (m_functionKeyAvailable == available)
+        return;
+    m_functionKeyAvailable = available;
+    emit functionKeyAvailableChanged();
 }
 
 void AppState::setLastTranscription(const QString& text) {

@@ -18,6 +18,9 @@ namespace tamvex {
 
 class AccountStore;
 class HistoryStore;
+namespace KeyboardShortcuts {
+class ShortcutRegistry;
+}
 class SorvelAPI;
 class InsightsStore;
 class SettingsStore;
@@ -93,12 +96,20 @@ public:
     /// True when the next cloud dictation is paid from the service balance.
     bool usesServiceBalance() const;
 
+    /// Whether some keyboard of this machine can send FN, once the key input has looked;
+    /// none until then.
+    std::optional<bool> functionKeyAvailable() const { return m_functionKeyAvailable; }
+    void setFunctionKeyAvailable(bool available);
+
     SettingsStore& settings() const { return *m_settings; }
     HistoryStore& history() const { return *m_history; }
     AccountStore& account() const { return *m_account; }
     /// The main service's client that the account store speaks through.
     SorvelAPI& api() const { return *m_api; }
     InsightsStore& insights() const { return *m_insights; }
+    /// The named shortcuts: one registry, so the settings pane's recorder and the hotkeys
+    /// see the same stored values and the same pause.
+    KeyboardShortcuts::ShortcutRegistry& shortcuts() const { return *m_shortcuts; }
 
 signals:
     /// Any change of the state or of one of its stores.
@@ -108,6 +119,7 @@ signals:
     void slowProcessingChanged();
     void pendingNudgeChanged();
     void mainSectionChanged();
+    void functionKeyAvailableChanged();
 
 private:
     QCoro::Task<void> dismissNudgeAfter(double duration, Cancellation cancellation);
@@ -120,12 +132,14 @@ private:
     std::optional<Cancellation> m_nudgeDismissTask;
     MainSection m_mainSection = MainSection::home;
     RetryHook m_retryHook;
+    std::optional<bool> m_functionKeyAvailable;
     // The stores, in creation order.
     std::unique_ptr<SettingsStore> m_settings;
     std::unique_ptr<HistoryStore> m_history;
     std::unique_ptr<SorvelAPI> m_api;
     std::unique_ptr<AccountStore> m_account;
     std::unique_ptr<InsightsStore> m_insights;
+    std::unique_ptr<KeyboardShortcuts::ShortcutRegistry> m_shortcuts;
 };
 
 } // namespace tamvex

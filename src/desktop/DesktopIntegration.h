@@ -22,7 +22,8 @@ class ShortcutRegistry;
 class DesktopIntegration : public QObject {
     Q_OBJECT
 public:
-    /// Builds the pieces for `coordinator`; nothing runs until start().
+    /// Builds the pieces for `coordinator`, over the state's named shortcuts; nothing runs
+    /// until start(). Whether FN can be heard is published on the state.
     DesktopIntegration(RecordingCoordinator& coordinator, SettingsStore& settings, Defaults& defaults,
                        QObject* parent = nullptr);
     ~DesktopIntegration() override;
@@ -30,13 +31,13 @@ public:
     /// Takes "org.tamvex.Tamvex" on the session bus, then starts the hotkeys.
     void start();
 
-    KeyboardShortcuts::ShortcutRegistry& shortcuts() { return *m_shortcuts; }
+    KeyboardShortcuts::ShortcutRegistry& shortcuts() { return m_shortcuts; }
     KeyInput& keyInput() { return *m_keyInput; }
     HotkeyManager& hotkeys() { return *m_hotkeys; }
     ControlService& control() { return *m_control; }
 
 private:
-    std::unique_ptr<KeyboardShortcuts::ShortcutRegistry> m_shortcuts;
+    KeyboardShortcuts::ShortcutRegistry& m_shortcuts;
     std::unique_ptr<KeyInput> m_keyInput;
     std::unique_ptr<HotkeyManager> m_hotkeys;
     std::unique_ptr<ControlService> m_control;

@@ -180,6 +180,8 @@ void HistoryStore::loadMore() {
         return;
     }
     m_hasMore = page.size() == pageSize;
+    if (page.isEmpty())
+        return; // the list did not change: no view needs to rebuild it
     m_entries.append(page);
     emit changed();
 }

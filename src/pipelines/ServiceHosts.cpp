@@ -43,6 +43,14 @@ const ServiceHosts& ServiceHosts::configured() {
     return hosts;
 }
 
+QString ServiceHosts::telegramContact() {
+    static const QString contact = [] {
+        const QString value = qEnvironmentVariable("TAMVEX_TELEGRAM_CONTACT").trimmed();
+        return value.isEmpty() ? QStringLiteral(TAMVEX_DEFAULT_TELEGRAM_CONTACT) : value;
+    }();
+    return contact;
+}
+
 ServiceHosts ServiceHosts::allAt(const QUrl& base) {
     return {base, base, base, base};
 }

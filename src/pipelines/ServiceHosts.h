@@ -5,7 +5,9 @@
 
 // Compiled-in hosts. A build may replace them with -D definitions; the environment
 // (TAMVEX_MAIN_URL, TAMVEX_STT_URL, TAMVEX_OPENROUTER_URL, TAMVEX_YANDEX_OAUTH_URL)
-// overrides them at run time, so tests and self-hosters point at their own servers.
+// overrides them at run time, so tests and self-hosters point at their own servers. The
+// author's Telegram contact of the settings pane is configured the same way
+// (TAMVEX_TELEGRAM_CONTACT).
 #ifndef TAMVEX_DEFAULT_MAIN_URL
 #define TAMVEX_DEFAULT_MAIN_URL "https://api.sorvel.ru"
 #endif
@@ -17,6 +19,9 @@
 #endif
 #ifndef TAMVEX_DEFAULT_YANDEX_OAUTH_URL
 #define TAMVEX_DEFAULT_YANDEX_OAUTH_URL "https://oauth.yandex.ru"
+#endif
+#ifndef TAMVEX_DEFAULT_TELEGRAM_CONTACT
+#define TAMVEX_DEFAULT_TELEGRAM_CONTACT "@tamvex_support"
 #endif
 
 namespace tamvex {
@@ -34,6 +39,9 @@ struct ServiceHosts {
     static ServiceHosts fromEnvironment();
     /// Every host pointing at one base URL, as tests with a single dev server want.
     static ServiceHosts allAt(const QUrl& base);
+
+    /// The author's Telegram contact ("@name" or a t.me link), read once per process.
+    static QString telegramContact();
 
     /// `base` with `path` appended (path starts with "/").
     static QUrl join(const QUrl& base, const QString& path);

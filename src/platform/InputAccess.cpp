@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 
 #include <QDir>
+#include <QStringList>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,17 +17,27 @@ void InputAccess::prompt() {
     emit promptRequested(explanation());
 }
 
+namespace {
+const char* const kGroupCommand = "sudo usermod -aG input $USER";
+const char* const kRuleCommand = "sudo cp 60-tamvex-uinput.rules /etc/udev/rules.d/ && sudo modprobe uinput";
+const char* const kReloadCommand = "sudo udevadm control --reload && sudo udevadm trigger --sysname-match=uinput";
+} // namespace
+
 QString InputAccess::explanation() {
-    return QStringLiteral(
-        "Tamvex нужен доступ к клавиатуре, чтобы слышать клавишу диктовки и вставлять текст.\n\n"
-        "1. Добавь себя в группу input:  sudo usermod -aG input $USER\n"
-        "2. Установи правило udev для /dev/uinput (файл 60-tamvex-uinput.rules лежит в share/tamvex "
-        "установки или в packaging/ исходников):\n"
-        "   sudo cp 60-tamvex-uinput.rules /etc/udev/rules.d/ && sudo modprobe uinput\n"
-        "   sudo udevadm control --reload && sudo udevadm trigger --sysname-match=uinput\n"
-        "3. Выйди из системы и войди снова.\n\n"
-        "На X11 вставка работает и без этого; на Wayland без доступа можно назначить "
-        "команду «tamvex ctl toggle» на сочетание клавиш в настройках рабочего стола.");
+    return QStringLiteral("Tamvex нужен доступ к клавиатуре, чтобы слышать клавишу диктовки и вставлять текст.\n\n"
+                          "1. Добавь себя в группу input:  %1\n"
+                          "2. Установи правило udev для /dev/uinput (файл 60-tamvex-uinput.rules лежит в share/tamvex "
+                          "установки или в packaging/ исходников):\n"
+                          "   %2\n"
+                          "   %3\n"
+                          "3. Выйди из системы и войди снова.\n\n"
+                          "На X11 вставка работает и без этого; на Wayland без доступа можно назначить "
+                          "команду «tamvex ctl toggle» на сочетание клавиш в настройках рабочего стола.")
+        .arg(QLatin1String(kGroupCommand), QLatin1String(kRuleCommand), QLatin1String(kReloadCommand));
+}
+
+QString InputAccess::grantCommands() {
+    return QStringList{kGroupCommand, kRuleCommand, kReloadCommand}.join(u'\n');
 }
 
 SystemInputAccess::SystemInputAccess(const KeySender& keys, QObject* parent) : InputAccess(parent), m_keys(keys) {}

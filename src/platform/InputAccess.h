@@ -26,6 +26,8 @@ public:
     int promptCount() const { return m_prompts; }
     /// The Russian explanation: the `input` group and the udev rule for /dev/uinput.
     static QString explanation();
+    /// The shell commands of that explanation, one a line, for a copy button.
+    static QString grantCommands();
 
 signals:
     void changed();

@@ -1,6 +1,8 @@
 #include "shell/ShellWindows.h"
 
 #include "core/AppState.h"
+#include "pipelines/ModelDownloader.h"
+#include "pipelines/ServiceHosts.h"
 #include "platform/Log.h"
 #include "shell/SettingsStore.h"
 
@@ -26,7 +28,12 @@ ShellWindows::ShellWindows(AppState& state, Config config, const MicrophoneAcces
     hooks.openUrl = openerOrDesktop(config.openUrl);
     hooks.loginForms = &m_forms;
     hooks.topUpUrl = config.topUpUrl;
-    hooks.telegramContact = config.telegramContact;
+    hooks.telegramContact =
+        config.telegramContact.isEmpty() ? ServiceHosts::telegramContact() : config.telegramContact;
+    hooks.microphone = &microphone;
+    hooks.input = &input;
+    // The application's one downloader, which the local engine also looks at.
+    hooks.models = config.models ? config.models : &ModelDownloader::shared();
     m_main = std::make_unique<MainWindowController>(state, std::move(hooks));
     m_welcome =
         std::make_unique<WelcomeWindowController>(state, m_forms, microphone, input, [this] { openMainWindow(); });

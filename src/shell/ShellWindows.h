@@ -17,6 +17,7 @@ namespace tamvex {
 class AppState;
 class InputAccess;
 class MicrophoneAccess;
+class ModelDownloader;
 
 /// The two windows and what opens them, for AppDelegate to make once at launch:
 /// the six open actions, the reopen rule, the sign-in return, and the welcome window at
@@ -30,7 +31,8 @@ public:
         InlineLoginForm::UrlOpener openUrl;    ///< QDesktopServices::openUrl unless a test says otherwise
         QUrl yandexHost;                       ///< ServiceHosts::configured().yandexOAuth
         QUrl topUpUrl;                         ///< the service's top-up page
-        QString telegramContact = QStringLiteral("@tamvex_support");
+        QString telegramContact;               ///< empty: ServiceHosts::telegramContact()
+        ModelDownloader* models = nullptr;     ///< null: ModelDownloader::shared()
     };
 
     ShellWindows(AppState& state, Config config, const MicrophoneAccess& microphone, InputAccess& input,

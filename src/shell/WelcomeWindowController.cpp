@@ -1,5 +1,6 @@
 #include "shell/WelcomeWindowController.h"
 
+#include "KeyboardShortcuts/Recorder.h"
 #include "core/AppState.h"
 #include "shell/MainWindowController.h"
 #include "shell/main/LoginForms.h"
@@ -20,6 +21,7 @@ WelcomeWindowController::WelcomeWindowController(AppState& state, LoginForms& lo
 
 WelcomeWindowController::~WelcomeWindowController() {
     m_window.reset();
+    m_recorder.reset();
     m_permissions.reset();
     m_flow.reset();
 }
@@ -35,6 +37,8 @@ void WelcomeWindowController::show() {
         m_engine = std::make_unique<QQmlEngine>();
     m_flow = std::make_unique<WelcomeFlow>(m_state->settings(), 0, QString(), WelcomeFlow::defaultTotalSteps);
     m_permissions = std::make_unique<PermissionsCheck>(m_state->clock(), m_microphone, m_input);
+    m_recorder = std::make_unique<KeyboardShortcuts::Recorder>(m_state->shortcuts(),
+                                                               KeyboardShortcuts::sorvelRecordAlternative);
     QPointer<WelcomeWindowController> self(this);
     connect(m_flow.get(), &WelcomeFlow::finished, this, [self] {
         if (!self)
@@ -48,6 +52,7 @@ void WelcomeWindowController::show() {
                            {{QStringLiteral("flow"), QVariant::fromValue(m_flow.get())},
                             {QStringLiteral("permissions"), QVariant::fromValue(m_permissions.get())},
                             {QStringLiteral("loginForms"), QVariant::fromValue(&m_loginForms)},
+                            {QStringLiteral("recorder"), QVariant::fromValue(m_recorder.get())},
                             {QStringLiteral("appState"), QVariant::fromValue(static_cast<QObject*>(m_state.data()))}});
     if (!m_window)
         return;

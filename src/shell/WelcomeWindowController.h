@@ -18,6 +18,9 @@ class InputAccess;
 class LoginForms;
 class MicrophoneAccess;
 class PermissionsCheck;
+namespace KeyboardShortcuts {
+class Recorder;
+}
 
 /// Owns the onboarding window: made on first use and kept, fixed in size, closing only
 /// hides it. When the last step is done it closes and calls `onFinished`.
@@ -47,6 +50,7 @@ private:
     std::unique_ptr<QQmlEngine> m_engine;
     std::unique_ptr<WelcomeFlow> m_flow;
     std::unique_ptr<PermissionsCheck> m_permissions;
+    std::unique_ptr<KeyboardShortcuts::Recorder> m_recorder;
     std::unique_ptr<QQuickWindow> m_window;
 };
 

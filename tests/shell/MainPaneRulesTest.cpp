@@ -1,9 +1,11 @@
 #include "history/Formatting.h"
 #include "history/HistoryStore.h"
+#include "pipelines/ModelDownloader.h"
 #include "shell/main/HistoryListModel.h"
 #include "shell/main/HistoryRows.h"
 #include "shell/main/PermissionPoll.h"
 #include "shell/main/RetryingIds.h"
+#include "shell/settings/LocalModelSection.h"
 #include "support/AppFixture.h"
 
 #include <QSignalSpy>
@@ -187,6 +189,52 @@ private slots:
         clock.advance(5.0);
         QCOMPARE(reads, 0);
         QCOMPARE(clock.pendingTimers(), 0);
+    }
+
+    void localModelRowsFollowTheDownloadState() {
+        using S = ModelDownloadState;
+        using Row = LocalModelSection::Row;
+        const QString name = LocalModelSection::modelName();
+        const struct {
+            S state;
+            std::optional<qint64> fileSize;
+            Row row;
+        } cases[] = {
+            {S::idle(), std::nullopt,
+             {"notDownloaded", "", "", "Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн.", "",
+              0.0, "Скачать модель", "arrow.down.circle.fill"}},
+            // A file found on disk is ready without a download in this run.
+            {S::idle(), 574041195, {"ready", "checkmark.seal.fill", name, "Готово · занимает 574 МБ"}},
+            {S::completed(), 1549000000, {"ready", "checkmark.seal.fill", name, "Готово · занимает 1,5 ГБ"}},
+            // Deleted after it was proved: nothing to show as ready.
+            {S::completed(), std::nullopt, {"notDownloaded", "", "", "Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн.", "", 0.0, "Скачать модель", "arrow.down.circle.fill"}},
+            {S::downloading(0.4279), std::nullopt,
+             {"downloading", "", "Скачивается " + name, "", "42%", 0.4279, "Отменить", ""}},
+            {S::downloading(1.0), std::nullopt, {"downloading", "", "Скачивается " + name, "", "100%", 1.0, "Отменить", ""}},
+            {S::verifying(), 574041195, {"verifying", "", "", "Проверяем целостность файла…"}},
+            {S::failed("The network connection was lost."), std::nullopt,
+             {"failed", "exclamationmark.triangle.fill", "", "Ошибка скачивания: The network connection was lost.", "",
+              0.0, "Попробовать снова", "arrow.clockwise"}},
+        };
+        for (const auto& c : cases) {
+            const Row row = LocalModelSection::rowFor(c.state, c.fileSize);
+            QVERIFY2(row == c.row, qPrintable(c.state.toString() + ": " + row.phase + " / " + row.title + " / " +
+                                              row.text + " / " + row.percentText + " / " + row.buttonText));
+        }
+
+        // The button downloads, then cancels.
+        AppFixture fx;
+        ModelDownloader downloader(fx.state->environment().paths, fx.clock, nullptr, [](WhisperModel) {
+            return ModelDescriptor{"model.bin", 10, QString(64, u'0'), QUrl("http://127.0.0.1:9/models/model.bin")};
+        });
+        LocalModelSection section(downloader);
+        QCOMPARE(section.phase(), QString("notDownloaded"));
+        section.press();
+        QCOMPARE(downloader.state(), S::downloading(0.0));
+        QCOMPARE(section.buttonText(), QString("Отменить"));
+        section.press();
+        QCOMPARE(downloader.state(), S::idle());
+        QCOMPARE(section.phase(), QString("notDownloaded"));
     }
 
     void historyModelPagesAsTheViewScrolls() {

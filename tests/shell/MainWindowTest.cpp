@@ -1,3 +1,4 @@
+#include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "WindowFixture.h"
 #include "account/AnalyticsService.h"
 #include "shell/main/MainWindowModel.h"
@@ -77,6 +78,86 @@ private slots:
         fx.windows.openMainWindow();
         QCOMPARE(fx.windows.mainWindow().window(), window);
         QVERIFY(window->isVisible());
+    }
+
+    void settingsPaneShowsItsCardsAndFollowsTheMachine() {
+        WindowFixture fx;
+        fx.input.trusted = false;
+        fx.microphone.current = MicrophoneAccess::Status::noDevice;
+        fx.windows.openSettingsAction();
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QQuickItem* pane = currentPane(window);
+        SettingsPaneModel* settings = fx.windows.mainWindow().model()->settingsPane();
+
+        // The seven cards in their order, and the Linux words of the application card.
+        QStringList texts = visibleTexts(pane);
+        qsizetype last = -1;
+        for (const QString& card : QStringList{"Горячая клавиша", "Модель", "Локальная модель", "Источник API-ключа", "Разрешения",
+                                   "Приложение", "Связь с автором"}) {
+            const qsizetype at = texts.indexOf(card);
+            QVERIFY2(at > last, qPrintable("out of order or missing: " + card));
+            last = at;
+        }
+        for (const QString& expected :
+             QStringList{"активна", "Скачать модель", MicrophoneAccess::explanation(MicrophoneAccess::Status::noDevice),
+              "Доступ к вводу", "Показывать в панели задач", "При нажатии Ctrl+Q", "Выходить",
+              "Написать в Telegram — @tamvex_support"})
+            QVERIFY2(texts.contains(expected), qPrintable("no " + expected));
+
+        // No keyboard here sends FN: the FN choice says so and points to the custom shortcut.
+        fx.app.state->setFunctionKeyAvailable(false);
+        QTRY_VERIFY(visibleTexts(pane).contains(settings->functionKeyNote()));
+        QVERIFY(!visibleTexts(pane).contains("активна"));
+        fx.app.state->settings().setUseFnHotkey(false);
+        fx.app.state->shortcuts().storeShortcut(
+            KeyboardShortcuts::sorvelRecordAlternative,
+            KeyboardShortcuts::Shortcut{0x02, KeyboardShortcuts::CarbonModifier::control |
+                                                  KeyboardShortcuts::CarbonModifier::option});
+        QTRY_VERIFY(visibleTexts(pane).contains("Ctrl+Alt+D"));
+
+        // Input access: the button shows the commands; the poll turns the row to the check mark.
+        PermissionRow* input = settings->input();
+        QVERIFY(!visibleTexts(pane).contains(InputAccess::grantCommands()));
+        input->request();
+        QTRY_VERIFY(visibleTexts(pane).contains(InputAccess::grantCommands()));
+        fx.input.trusted = true;
+        fx.app.clock.advance(1.0);
+        QVERIFY(input->granted() && !input->polling());
+        QTRY_VERIFY(!visibleTexts(pane).contains(InputAccess::grantCommands()));
+
+        // Leaving the pane ends a running poll.
+        settings->microphone()->request();
+        QVERIFY(settings->microphone()->polling());
+        fx.windows.openHomeAction();
+        QTRY_VERIFY(!settings->microphone()->polling());
+    }
+
+    void historyLoadsEveryPageAsTheUserScrolls() {
+        WindowFixture fx;
+        const QDateTime now = fx.app.clock.currentDateTime();
+        for (int i = 0; i < 2 * HistoryStore::pageSize + 50; ++i) {
+            HistoryEntry e;
+            e.id = QUuid::createUuid();
+            e.createdAt = now.addSecs(-60 * i);
+            e.text = QStringLiteral("запись %1").arg(i);
+            fx.app.state->history().add(e);
+        }
+        fx.app.state->history().init(); // a fresh start: the first page only
+        fx.windows.openHomeAction();
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QQuickItem* list = findItem(window->contentItem(), "history");
+        QVERIFY(list);
+        const auto* rows = fx.windows.mainWindow().model()->history();
+        QVERIFY(rows->rowCount() < 2 * HistoryStore::pageSize + 50);
+        // To the end and again, as a user drags: every page comes in, not only the second.
+        for (int step = 0; step < 200 && rows->rowCount() < 2 * HistoryStore::pageSize + 50; ++step) {
+            list->setProperty("contentY", list->property("originY").toDouble() +
+                                              list->property("contentHeight").toDouble() - list->height());
+            QTest::qWait(10);
+        }
+        QCOMPARE(rows->rowCount(), 2 * HistoryStore::pageSize + 50);
     }
 
     void retryFromTheRowRewritesTheEntryOnScreen() {

@@ -29,9 +29,20 @@ int main(int argc, char** argv) {
                  {&ShellWindows::openInsightsAction, "main-insights"},
                  {&ShellWindows::openAccountAction, "main-account"},
                  {&ShellWindows::openSettingsAction, "main-settings"}};
+    fx.input.trusted = false; // so the settings picture shows the commands that grant it
     for (const auto& pane : panes) {
         (fx.windows.*pane.open)();
-        save(fx.windows.mainWindow().window(), pane.name);
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        if (pane.open != &ShellWindows::openSettingsAction) {
+            save(window, pane.name);
+            continue;
+        }
+        // The settings pane is taller than the window: the picture shows all of it.
+        fx.windows.mainWindow().model()->settingsPane()->input()->request();
+        const QSize size = window->size();
+        window->resize(size.width(), 1740);
+        save(window, pane.name);
+        window->resize(size);
     }
     fx.windows.openWelcomeAction();
     WelcomeFlow* flow = fx.windows.welcomeWindow().flow();

@@ -3,6 +3,7 @@
 #include "account/AccountStore.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
+#include "pipelines/ModelDownloader.h"
 #include "platform/MicrophoneAccess.h"
 #include "shell/SettingsStore.h"
 #include "shell/ShellWindows.h"
@@ -28,13 +29,17 @@ struct WindowFixture {
     FakeAccess input;
     QList<QUrl> opened;
     int toggles = 0;
+    ModelDownloader models{app.state->environment().paths, app.clock};
     ShellWindows windows{*app.state,
-                         ShellWindows::Config{[this] { ++toggles; },
-                                              [this](const QUrl& url) {
-                                                  opened << url;
-                                                  return true;
-                                              },
-                                              QUrl("http://127.0.0.1:9"), QUrl("http://127.0.0.1:9/topup")},
+                         ShellWindows::Config{.toggleRecording = [this] { ++toggles; },
+                                              .openUrl =
+                                                  [this](const QUrl& url) {
+                                                      opened << url;
+                                                      return true;
+                                                  },
+                                              .yandexHost = QUrl("http://127.0.0.1:9"),
+                                              .topUpUrl = QUrl("http://127.0.0.1:9/topup"),
+                                              .models = &models},
                          microphone, input};
 
     /// A week of sample dictations and the insights computed from them.

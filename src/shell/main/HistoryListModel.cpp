@@ -9,31 +9,42 @@
 namespace tamvex {
 
 HistoryListModel::HistoryListModel(HistoryStore& store, Clock& clock, QObject* parent)
-    : QAbstractListModel(parent), m_store(store), m_clock(clock), m_rows(build()) {
+    : QAbstractListModel(parent), m_store(store), m_clock(clock), m_rows(build(store.entries())) {
     connect(&m_store, &HistoryStore::changed, this, &HistoryListModel::refresh);
 }
 
-QList<HistoryListModel::Row> HistoryListModel::build() const {
+QList<HistoryListModel::Row> HistoryListModel::build(const QList<HistoryEntry>& entries) const {
     QList<Row> rows;
-    rows.reserve(m_store.entries().size());
-    for (const HistoryGroup& group : historyGroups(m_store.entries(), m_clock.currentDateTime()))
+    rows.reserve(entries.size());
+    for (const HistoryGroup& group : historyGroups(entries, m_clock.currentDateTime()))
         for (const HistoryEntry& entry : group.entries)
             rows.append({entry, group.title});
     return rows;
 }
 
+bool HistoryListModel::storeAppendedToRows() const {
+    const QList<HistoryEntry>& entries = m_store.entries();
+    if (entries.size() <= m_rows.size())
+        return false;
+    return std::equal(m_rows.begin(), m_rows.end(), entries.begin(),
+                      [](const Row& row, const HistoryEntry& entry) { return row.entry.id == entry.id; });
+}
+
 void HistoryListModel::refresh() {
-    QList<Row> rows = build();
-    const auto sameRow = [](const Row& a, const Row& b) { return a.group == b.group && a.entry == b.entry; };
-    // A page appended by scrolling keeps the rows above as they are, and the view's position.
-    const bool prefix = rows.size() > m_rows.size() && std::equal(m_rows.begin(), m_rows.end(), rows.begin(), sameRow);
-    if (prefix) {
-        beginInsertRows({}, int(m_rows.size()), int(rows.size()) - 1);
-        m_rows = std::move(rows);
+    // A page appended by scrolling: only its rows are built (a whole rebuild grows with every
+    // page and stutters past a few thousand), and the rows above keep the view's position.
+    if (storeAppendedToRows()) {
+        const QList<Row> added = build(m_store.entries().mid(m_rows.size()));
+        beginInsertRows({}, int(m_rows.size()), int(m_rows.size() + added.size()) - 1);
+        m_rows.append(added);
         endInsertRows();
-    } else if (rows.size() == m_rows.size() &&
-               std::equal(rows.begin(), rows.end(), m_rows.begin(),
-                          [](const Row& a, const Row& b) { return a.group == b.group && a.entry.id == b.entry.id; })) {
+        emit countChanged();
+        return;
+    }
+    QList<Row> rows = build(m_store.entries());
+    if (rows.size() == m_rows.size() &&
+        std::equal(rows.begin(), rows.end(), m_rows.begin(),
+                   [](const Row& a, const Row& b) { return a.group == b.group && a.entry.id == b.entry.id; })) {
         // Same rows in the same places: a retry or a category changed some of them.
         for (int i = 0; i < rows.size(); ++i) {
             if (!(rows[i].entry == m_rows[i].entry)) {

@@ -42,6 +42,9 @@ public:
     QHash<int, QByteArray> roleNames() const override;
     bool canFetchMore(const QModelIndex& parent) const override;
     void fetchMore(const QModelIndex& parent) override;
+    /// The next page, for a view that reached its end: ListView asks for one page by itself
+    /// and then no more, so the list would stop at 400 entries.
+    Q_INVOKABLE void loadNextPage() { fetchMore({}); }
 
     bool isEmpty() const { return m_rows.isEmpty(); }
     /// The entry of a row.
@@ -59,7 +62,10 @@ private:
         HistoryEntry entry;
         QString group;
     };
-    QList<Row> build() const;
+    /// The rows of `entries`, under their group titles.
+    QList<Row> build(const QList<HistoryEntry>& entries) const;
+    /// True when the store's entries begin with the rows shown, by id, and go on past them.
+    bool storeAppendedToRows() const;
 
     HistoryStore& m_store;
     Clock& m_clock;

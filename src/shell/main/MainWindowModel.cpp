@@ -28,7 +28,9 @@ QVariantList tileList(const QList<InsightTile>& tiles) {
 
 MainWindowModel::MainWindowModel(AppState& state, Hooks hooks, QObject* parent)
     : QObject(parent), m_state(state), m_hooks(std::move(hooks)), m_history(state.history(), state.clock()),
-      m_retrying(state) {
+      m_retrying(state),
+      m_newestEntry(state.history().entries().isEmpty() ? QUuid() : state.history().entries().first().id),
+      m_loadedEntries(state.history().entries().size()) {
     connect(&m_state, &AppState::mainSectionChanged, this, [this] {
         AnalyticsService::track(QStringLiteral("section_opened"), {{"section", section()}});
         emit sectionChanged();
@@ -36,12 +38,35 @@ MainWindowModel::MainWindowModel(AppState& state, Hooks hooks, QObject* parent)
     connect(&m_state, &AppState::recordingStateChanged, this, &MainWindowModel::recordingChanged);
     connect(&m_state.account(), &AccountStore::changed, this, &MainWindowModel::accountChanged);
     connect(&m_state.insights(), &InsightsStore::changed, this, &MainWindowModel::insightsChanged);
-    connect(&m_state.history(), &HistoryStore::changed, this, &MainWindowModel::insightsChanged);
+    connect(&m_state.history(), &HistoryStore::changed, this, &MainWindowModel::historyChanged);
     connect(&m_state.settings(), &SettingsStore::changed, this, &MainWindowModel::settingsChanged);
+}
+
+void MainWindowModel::historyChanged() {
+    // An older page loaded while scrolling changes no figure, and the weekly goal is a
+    // query over the whole week: skip it then, or every page costs a stutter.
+    const auto& entries = m_state.history().entries();
+    const QUuid newest = entries.isEmpty() ? QUuid() : entries.first().id;
+    const bool pageLoaded = newest == m_newestEntry && entries.size() > m_loadedEntries;
+    m_newestEntry = newest;
+    m_loadedEntries = entries.size();
+    if (!pageLoaded)
+        emit insightsChanged();
 }
 
 QString MainWindowModel::section() const {
     return m_state.mainSectionRaw();
+}
+
+SettingsPaneModel* MainWindowModel::settingsPane() {
+    if (!m_settingsPane)
+        m_settingsPane =
+            std::make_unique<SettingsPaneModel>(m_state, *m_hooks.microphone, *m_hooks.input, *m_hooks.models);
+    return m_settingsPane.get();
+}
+
+int MainWindowModel::sectionIndex() const {
+    return int(mainSections::all().indexOf(m_state.mainSection()));
 }
 
 void MainWindowModel::setSection(const QString& raw) {

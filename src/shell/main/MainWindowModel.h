@@ -3,17 +3,23 @@
 #include "shell/main/HistoryListModel.h"
 #include "shell/main/LoginForms.h"
 #include "shell/main/RetryingIds.h"
+#include "shell/settings/SettingsPaneModel.h"
 
 #include <QObject>
 #include <QUrl>
+#include <QUuid>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
 
 #include <functional>
+#include <memory>
 
 namespace tamvex {
 
 class AppState;
+class InputAccess;
+class MicrophoneAccess;
+class ModelDownloader;
 class SettingsStore;
 
 /// What the main window's panes show and do, over AppState and its stores. One per window:
@@ -23,6 +29,8 @@ class MainWindowModel : public QObject {
     QML_ELEMENT
     QML_UNCREATABLE("The main window controller makes the model")
     Q_PROPERTY(QString section READ section WRITE setSection NOTIFY sectionChanged)
+    /// The section's place among the panes: home, insights, account, settings.
+    Q_PROPERTY(int sectionIndex READ sectionIndex NOTIFY sectionChanged)
     Q_PROPERTY(bool recording READ recording NOTIFY recordingChanged)
     Q_PROPERTY(bool loggedIn READ loggedIn NOTIFY accountChanged)
     Q_PROPERTY(QString phone READ phone NOTIFY accountChanged)
@@ -43,6 +51,7 @@ class MainWindowModel : public QObject {
     Q_PROPERTY(QObject* settings READ settingsObject CONSTANT)
     Q_PROPERTY(QVariantList presets READ presets NOTIFY settingsChanged)
     Q_PROPERTY(QString telegramTitle READ telegramTitle CONSTANT)
+    Q_PROPERTY(tamvex::SettingsPaneModel* settingsPane READ settingsPane CONSTANT)
     Q_PROPERTY(tamvex::LoginForms* loginForms READ loginForms CONSTANT)
 public:
     /// What the model reaches beyond AppState.
@@ -52,12 +61,17 @@ public:
         InlineLoginForm::UrlOpener openUrl;    ///< the user's browser
         LoginForms* loginForms = nullptr;      ///< the sign-in forms of the account pane
         QUrl topUpUrl;
-        QString telegramContact = QStringLiteral("@tamvex_support");
+        QString telegramContact;                     ///< "@name" or a link
+        const MicrophoneAccess* microphone = nullptr; ///< the settings' microphone row
+        const InputAccess* input = nullptr;           ///< the settings' input access row
+        ModelDownloader* models = nullptr;            ///< the local model card
     };
 
+    /// The model over `state`; the hooks' microphone, input and models must be set.
     MainWindowModel(AppState& state, Hooks hooks, QObject* parent = nullptr);
 
     QString section() const;
+    int sectionIndex() const;
     /// Selects a section; every change reports "section_opened".
     void setSection(const QString& raw);
     bool recording() const;
@@ -83,6 +97,9 @@ public:
     QVariantList presets() const;
     QString telegramTitle() const;
     LoginForms* loginForms() const { return m_hooks.loginForms; }
+    /// Made when the settings pane is first built: its rows read the microphone, which can
+    /// take a moment, and the window's first frame should not wait for that.
+    SettingsPaneModel* settingsPane();
 
     /// The big microphone button.
     Q_INVOKABLE void toggleRecording();
@@ -116,10 +133,16 @@ signals:
     void settingsChanged();
 
 private:
+    void historyChanged();
+
     AppState& m_state;
     Hooks m_hooks;
     HistoryListModel m_history;
     RetryingIds m_retrying;
+    std::unique_ptr<SettingsPaneModel> m_settingsPane;
+    // What the history held at its last change, to tell a loaded page from a new entry.
+    QUuid m_newestEntry;
+    qsizetype m_loadedEntries = 0;
     QString m_selectedEntryId;
 };
 

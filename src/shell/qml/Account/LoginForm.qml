@@ -70,7 +70,7 @@ Column {
             width: parent.width
             placeholderText: "+7 (999) 123-45-67"
             text: root.form.phone
-            inputMethodHints: Qt.ImhDialableCharactersOnly
+            inputMethodHints: Qt.ImhDialableCharactersOnly // qmllint disable
             onTextEdited: { root.form.phone = text; text = Qt.binding(() => root.form.phone) }
         }
         Button {

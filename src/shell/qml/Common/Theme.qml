@@ -6,6 +6,8 @@ QtObject {
     readonly property color recordingAccent: Qt.rgba(1.0, 0.55, 0.45, 1)
     readonly property color processingAccent: Qt.rgba(0.65, 0.55, 0.95, 1)
     readonly property color orange: Qt.rgba(1.0, 0.584, 0.0, 1)
+    // Granted, ready.
+    readonly property color green: "#34c759"
     readonly property color primary: "#f2f2f7"
     readonly property color secondary: "#98989f"
     readonly property color window: "#1c1c1e"

@@ -21,7 +21,7 @@ Flickable {
             width: parent.width
             active: !pane.model.loggedIn
             visible: active
-            sourceComponent: LoginForm { forms: pane.model.loginForms }
+            sourceComponent: LoginForm { forms: pane.model.loginForms } // qmllint disable unqualified
         }
         Column {
             visible: pane.model.loggedIn
@@ -75,8 +75,8 @@ Flickable {
         title: "Выйти из аккаунта?"
         Label { text: "Придётся войти заново и повторно подтвердить номер." }
         footer: DialogButtonBox {
-            Button { text: "Отмена"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole }
-            Button { text: "Выйти"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole }
+            Button { text: "Отмена"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole } // qmllint disable
+            Button { text: "Выйти"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole } // qmllint disable
         }
         onAccepted: pane.model.signOut()
     }
@@ -88,8 +88,8 @@ Flickable {
         title: "Удалить всю историю и инсайты?"
         Label { text: "Восстановить нельзя." }
         footer: DialogButtonBox {
-            Button { text: "Отмена"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole }
-            Button { text: "Удалить навсегда"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole }
+            Button { text: "Отмена"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole } // qmllint disable
+            Button { text: "Удалить навсегда"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole } // qmllint disable
         }
         onAccepted: pane.model.clearHistory()
     }

@@ -21,8 +21,8 @@ Item {
         SequentialAnimation on scale {
             running: button.recording
             loops: Animation.Infinite
-            NumberAnimation { from: 1.0; to: 1.2; duration: 1400; easing.type: Easing.InOutQuad }
-            NumberAnimation { from: 1.2; to: 1.0; duration: 1400; easing.type: Easing.InOutQuad }
+            NumberAnimation { from: 1.0; to: 1.2; duration: 1400; easing.type: Easing.InOutQuad } // qmllint disable
+            NumberAnimation { from: 1.2; to: 1.0; duration: 1400; easing.type: Easing.InOutQuad } // qmllint disable
             onRunningChanged: if (!running) ring.scale = 1.0
         }
     }

@@ -16,7 +16,7 @@ Rectangle {
     required property string cost
     required property bool saved
     readonly property bool selected: model.selectedEntryId === entryId
-    readonly property bool retrying: model.retrying.ids.indexOf(entryId) >= 0
+    readonly property bool retrying: model.retrying.ids.indexOf(entryId) >= 0 // qmllint disable
 
     radius: 10
     color: selected ? Qt.rgba(1, 1, 1, 0.08) : Qt.rgba(1, 1, 1, 0.03)

@@ -3,10 +3,15 @@ import QtQuick.Controls.Material
 import QtQuick.Layouts
 import Tamvex
 
+// The list's header and delegates reach the pane by id. Qt 6.4's qmllint calls that
+// unqualified, and its cure there (ComponentBehavior: Bound) cannot build a ListView header.
+// qmllint disable unqualified
+
 // The home pane: greeting with the microphone, figures and weekly goal, and the history.
 Item {
     id: pane
     required property MainWindowModel model
+    readonly property var goal: model.weeklyGoal
 
     ListView {
         id: list
@@ -22,6 +27,7 @@ Item {
         // The header grows as its cards fill in; until the user scrolls, keep its top in view.
         property bool userScrolled: false
         onMovementStarted: userScrolled = true
+        onAtYEndChanged: if (atYEnd && contentHeight > height) pane.model.history.loadNextPage()
 
         header: Column {
             width: list.width
@@ -69,16 +75,17 @@ Item {
                 Repeater {
                     model: pane.model.homeTiles
                     GlassCard {
+                        id: tile
                         required property var modelData
                         Layout.fillWidth: true
                         spacing: 4
                         Row {
                             spacing: 6
-                            SymbolIcon { name: modelData.symbol; size: 13; color: Theme.accent }
-                            Text { text: modelData.title; color: Theme.secondary; font.pixelSize: 12 }
+                            SymbolIcon { name: tile.modelData.symbol; size: 13; color: Theme.accent }
+                            Text { text: tile.modelData.title; color: Theme.secondary; font.pixelSize: 12 }
                         }
-                        Text { text: modelData.value; color: Theme.primary; font.pixelSize: 24; font.bold: true }
-                        Text { text: modelData.subtitle; color: Theme.secondary; font.pixelSize: 11; visible: text.length > 0 }
+                        Text { text: tile.modelData.value; color: Theme.primary; font.pixelSize: 24; font.bold: true }
+                        Text { text: tile.modelData.subtitle; color: Theme.secondary; font.pixelSize: 11; visible: text.length > 0 }
                     }
                 }
             }
@@ -87,7 +94,7 @@ Item {
                 spacing: 8
                 RowLayout {
                     width: parent.width
-                    Text { text: pane.model.weeklyGoal.label; color: Theme.primary; font.pixelSize: 14; Layout.fillWidth: true }
+                    Text { text: pane.goal.label; color: Theme.primary; font.pixelSize: 14; Layout.fillWidth: true }
                     Text {
                         text: "Инсайты ›"
                         color: Theme.accent
@@ -100,9 +107,9 @@ Item {
                     height: 8
                     radius: 4
                     color: Qt.rgba(1, 1, 1, 0.08)
-                    Rectangle { width: parent.width * pane.model.weeklyGoal.fill; height: parent.height; radius: 4; color: Theme.accent }
+                    Rectangle { width: parent.width * pane.goal.fill; height: parent.height; radius: 4; color: Theme.accent }
                 }
-                Text { text: pane.model.weeklyGoal.caption; color: Theme.secondary; font.pixelSize: 12 }
+                Text { text: pane.goal.caption; color: Theme.secondary; font.pixelSize: 12 }
             }
             Text { text: "ИСТОРИЯ"; color: Theme.secondary; font.pixelSize: 12; font.bold: true; topPadding: 8 }
             Column {

@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
@@ -39,16 +40,17 @@ Flickable {
                 Repeater {
                     model: pane.model.insightCards
                     GlassCard {
+                        id: card
                         required property var modelData
                         Layout.fillWidth: true
                         spacing: 4
                         Row {
                             spacing: 6
-                            SymbolIcon { name: modelData.symbol; size: 13; color: Theme.accent }
-                            Text { text: modelData.title; color: Theme.secondary; font.pixelSize: 12 }
+                            SymbolIcon { name: card.modelData.symbol; size: 13; color: Theme.accent }
+                            Text { text: card.modelData.title; color: Theme.secondary; font.pixelSize: 12 }
                         }
-                        Text { text: modelData.value; color: Theme.primary; font.pixelSize: 26; font.bold: true }
-                        Text { text: modelData.subtitle; color: Theme.secondary; font.pixelSize: 11; visible: text.length > 0 }
+                        Text { text: card.modelData.value; color: Theme.primary; font.pixelSize: 26; font.bold: true }
+                        Text { text: card.modelData.subtitle; color: Theme.secondary; font.pixelSize: 11; visible: text.length > 0 }
                     }
                 }
             }
@@ -91,19 +93,20 @@ Flickable {
                 Repeater {
                     model: pane.model.categories
                     RowLayout {
+                        id: share
                         required property var modelData
                         width: parent.width
                         spacing: 10
-                        SymbolIcon { name: modelData.symbol; size: 14; color: Theme.accent }
-                        Text { text: modelData.title; color: Theme.primary; font.pixelSize: 13; Layout.preferredWidth: 140 }
+                        SymbolIcon { name: share.modelData.symbol; size: 14; color: Theme.accent }
+                        Text { text: share.modelData.title; color: Theme.primary; font.pixelSize: 13; Layout.preferredWidth: 140 }
                         Rectangle {
                             Layout.fillWidth: true
                             height: 6
                             radius: 3
                             color: Qt.rgba(1, 1, 1, 0.08)
-                            Rectangle { width: parent.width * modelData.percent / 100; height: 6; radius: 3; color: Theme.accent }
+                            Rectangle { width: parent.width * share.modelData.percent / 100; height: 6; radius: 3; color: Theme.accent }
                         }
-                        Text { text: modelData.percentText; color: Theme.secondary; font.pixelSize: 12 }
+                        Text { text: share.modelData.percentText; color: Theme.secondary; font.pixelSize: 12 }
                     }
                 }
             }
@@ -115,12 +118,13 @@ Flickable {
                     Repeater {
                         model: pane.model.topWords
                         Rectangle {
+                            id: chipItem
                             required property var modelData
                             radius: 12
                             color: Qt.rgba(1, 1, 1, 0.08)
                             implicitWidth: chip.implicitWidth + 20
                             implicitHeight: 26
-                            Text { id: chip; anchors.centerIn: parent; text: modelData.word + "  " + modelData.count; color: Theme.primary; font.pixelSize: 12 }
+                            Text { id: chip; anchors.centerIn: parent; text: chipItem.modelData.word + "  " + chipItem.modelData.count; color: Theme.primary; font.pixelSize: 12 }
                         }
                     }
                 }

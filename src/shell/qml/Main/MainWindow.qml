@@ -20,14 +20,23 @@ Window {
             model: window.model
         }
         StackLayout {
+            id: panes
             objectName: "panes"
             Layout.fillWidth: true
             Layout.fillHeight: true
-            currentIndex: ["home", "insights", "account", "settings"].indexOf(window.model.section)
-            HomePane { model: window.model }
-            InsightsPane { model: window.model }
-            AccountPane { model: window.model }
-            SettingsPane { model: window.model }
+            currentIndex: window.model.sectionIndex
+            // A pane is built when first shown, then kept: the first frame waits for one pane only.
+            function buildCurrent() {
+                const pane = panes.children[currentIndex] as Loader;
+                if (pane)
+                    pane.active = true;
+            }
+            onCurrentIndexChanged: buildCurrent()
+            Component.onCompleted: buildCurrent()
+            Loader { active: false; sourceComponent: HomePane { model: window.model } } // qmllint disable unqualified
+            Loader { active: false; sourceComponent: InsightsPane { model: window.model } } // qmllint disable unqualified
+            Loader { active: false; sourceComponent: AccountPane { model: window.model } } // qmllint disable unqualified
+            Loader { active: false; sourceComponent: SettingsPane { model: window.model } } // qmllint disable unqualified
         }
     }
 }

@@ -1,16 +1,44 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
 import Tamvex
 
-// The settings, card by card.
+// The settings, card by card: hotkey, model, local model, API key, permissions, the
+// application, the contact.
 Flickable {
     id: pane
     required property MainWindowModel model
     readonly property var settings: model.settings
+    readonly property SettingsPaneModel extra: model.settingsPane
     contentHeight: column.implicitHeight + 56
     clip: true
     ScrollBar.vertical: ScrollBar {}
+
+    // The rows read their state on appearing; their polls end when the pane goes.
+    onVisibleChanged: {
+        if (!extra)
+            return;
+        if (visible)
+            extra.appear();
+        else
+            extra.disappear();
+    }
+
+    component CardTitle: Row {
+        id: cardTitle
+        property string symbol
+        property string title
+        spacing: 8
+        SymbolIcon { visible: cardTitle.symbol.length > 0; name: cardTitle.symbol; size: 16; color: Theme.accent }
+        Text { text: cardTitle.title; color: Theme.primary; font.pixelSize: 15; font.bold: true }
+    }
+    component Note: Text {
+        width: parent ? parent.width : implicitWidth
+        wrapMode: Text.WordWrap
+        color: Theme.secondary
+        font.pixelSize: 12
+    }
 
     Column {
         id: column
@@ -22,60 +50,65 @@ Flickable {
 
         GlassCard {
             width: parent.width
-            Text { text: "Горячая клавиша"; color: Theme.primary; font.pixelSize: 15; font.bold: true }
+            CardTitle { title: "Горячая клавиша" }
             Row {
                 spacing: 8
                 RadioButton { text: "FN (по умолчанию)"; checked: pane.settings.useFnHotkey; onClicked: pane.settings.useFnHotkey = true }
                 RadioButton { text: "Своя комбинация"; checked: !pane.settings.useFnHotkey; onClicked: pane.settings.useFnHotkey = false }
             }
             Row {
-                visible: pane.settings.useFnHotkey
+                visible: pane.settings.useFnHotkey && pane.extra.functionKeyAvailable
                 spacing: 8
                 Keycap { label: "FN" }
                 Text { anchors.verticalCenter: parent.verticalCenter; text: "активна"; color: Theme.secondary; font.pixelSize: 13 }
             }
-            Text {
+            RowLayout {
+                visible: pane.settings.useFnHotkey && !pane.extra.functionKeyAvailable
+                width: parent.width
+                spacing: 10
+                SymbolIcon { name: "exclamationmark.triangle.fill"; size: 16; color: Theme.orange }
+                Text {
+                    Layout.fillWidth: true
+                    wrapMode: Text.WordWrap
+                    text: pane.extra.functionKeyNote
+                    color: Theme.primary
+                    font.pixelSize: 12
+                }
+                Button { text: "Задать сочетание"; flat: true; onClicked: pane.settings.useFnHotkey = false }
+            }
+            Column {
                 visible: !pane.settings.useFnHotkey
                 width: parent.width
-                wrapMode: Text.WordWrap
-                text: "Если поле не сохраняется — комбинация занята системой. Попробуй другую (например Alt+Space, Ctrl+Shift+M)."
-                color: Theme.secondary
-                font.pixelSize: 12
+                spacing: 8
+                ShortcutField { recorder: pane.extra.recorder }
+                Note { text: "Если поле не сохраняется — комбинация занята системой. Попробуй другую (например Alt+Space, Ctrl+Shift+M)." }
             }
-            Text {
-                width: parent.width
-                wrapMode: Text.WordWrap
-                text: "Зажми — пишется пока удерживаешь. Двойной короткий клик — запись остаётся включённой до следующего клика."
-                color: Theme.secondary
-                font.pixelSize: 12
-            }
+            Note { text: "Зажми — пишется пока удерживаешь. Двойной короткий клик — запись остаётся включённой до следующего клика." }
         }
 
         GlassCard {
             width: parent.width
-            Row {
-                spacing: 8
-                SymbolIcon { name: "brain.head.profile"; size: 16; color: Theme.accent }
-                Text { text: "Модель"; color: Theme.primary; font.pixelSize: 15; font.bold: true }
-            }
+            CardTitle { symbol: "brain.head.profile"; title: "Модель" }
             Repeater {
                 model: pane.model.presets
                 Rectangle {
+                    id: presetCard
                     required property var modelData
                     width: parent.width
                     height: 62
                     radius: 10
                     color: modelData.selected ? Qt.rgba(1, 1, 1, 0.1) : Qt.rgba(1, 1, 1, 0.04)
+                    border.color: modelData.selected ? Theme.accent : "transparent"
                     Column {
                         x: 12
                         anchors.verticalCenter: parent.verticalCenter
                         width: parent.width - 60
                         spacing: 2
-                        Text { text: modelData.title; color: Theme.primary; font.pixelSize: 14 }
-                        Text { width: parent.width; elide: Text.ElideRight; text: modelData.subtitle + " · " + modelData.cost; color: Theme.secondary; font.pixelSize: 12 }
+                        Text { text: presetCard.modelData.title; color: Theme.primary; font.pixelSize: 14 }
+                        Text { width: parent.width; elide: Text.ElideRight; text: presetCard.modelData.subtitle + " · " + presetCard.modelData.cost; color: Theme.secondary; font.pixelSize: 12 }
                     }
                     SymbolIcon {
-                        visible: modelData.selected
+                        visible: presetCard.modelData.selected
                         anchors.right: parent.right
                         anchors.rightMargin: 14
                         anchors.verticalCenter: parent.verticalCenter
@@ -83,18 +116,16 @@ Flickable {
                         size: 18
                         color: Theme.accent
                     }
-                    MouseArea { anchors.fill: parent; onClicked: pane.model.choosePreset(modelData.raw) }
+                    TapHandler { onTapped: pane.model.choosePreset(presetCard.modelData.raw) }
                 }
             }
         }
 
+        LocalModelCard { width: parent.width; section: pane.extra.localModel }
+
         GlassCard {
             width: parent.width
-            Row {
-                spacing: 8
-                SymbolIcon { name: "key.horizontal"; size: 16; color: Theme.accent }
-                Text { text: "Источник API-ключа"; color: Theme.primary; font.pixelSize: 15; font.bold: true }
-            }
+            CardTitle { symbol: "key.horizontal"; title: "Источник API-ключа" }
             Row {
                 spacing: 8
                 RadioButton { text: "Через наш сервер"; checked: pane.settings.useEmbeddedKey; onClicked: pane.settings.useEmbeddedKey = true }
@@ -104,52 +135,103 @@ Flickable {
                 visible: !pane.settings.useEmbeddedKey
                 width: parent.width
                 spacing: 8
-                TextField {
+                RowLayout {
                     width: parent.width
-                    echoMode: TextInput.Password
-                    placeholderText: "sk-or-v1-…"
-                    text: pane.settings.apiKey
-                    onEditingFinished: pane.settings.apiKey = text
+                    spacing: 10
+                    TextField {
+                        Layout.fillWidth: true
+                        echoMode: TextInput.Password
+                        placeholderText: "sk-or-v1-…"
+                        text: pane.settings.apiKey
+                        onTextEdited: pane.settings.apiKey = text
+                    }
+                    SymbolIcon { visible: pane.settings.apiKey.length > 0; name: "checkmark.circle.fill"; size: 18; color: Theme.green }
                 }
-                Text { text: "Введи свой ключ выше — без него работает Sorvel-баланс."; color: Theme.secondary; font.pixelSize: 12 }
+                Note { text: "Введи свой ключ выше — без него работает Sorvel-баланс." }
                 TextField {
                     width: parent.width
                     placeholderText: "Своя модель (например, anthropic/claude-haiku)"
                     text: pane.settings.customModelId
-                    onEditingFinished: pane.settings.customModelId = text
+                    onTextEdited: pane.settings.customModelId = text
                 }
-                Text {
+                RowLayout {
                     width: parent.width
-                    wrapMode: Text.WordWrap
-                    text: "Оставь пустым для авто-выбора модели по пресету. Заполни — отправляется в OpenRouter как есть, минуя preset routing."
-                    color: Theme.secondary
-                    font.pixelSize: 12
+                    spacing: 8
+                    SymbolIcon { Layout.alignment: Qt.AlignTop; name: "info.circle"; size: 14; color: Theme.secondary } // qmllint disable
+                    Text {
+                        Layout.fillWidth: true
+                        wrapMode: Text.WordWrap
+                        text: "Оставь пустым для авто-выбора модели по пресету. Заполни — отправляется в OpenRouter как есть, минуя preset routing."
+                        color: Theme.secondary
+                        font.pixelSize: 12
+                    }
                 }
             }
         }
 
         GlassCard {
             width: parent.width
-            Row {
-                spacing: 8
-                SymbolIcon { name: "macwindow"; size: 16; color: Theme.accent }
-                Text { text: "Приложение"; color: Theme.primary; font.pixelSize: 15; font.bold: true }
-            }
-            Switch { text: "Показывать в панели задач"; checked: pane.settings.showInDock; onToggled: pane.settings.showInDock = checked }
-            Text { width: parent.width; wrapMode: Text.WordWrap; text: "Иконка в панели задач + главное окно. Без галочки — только трей и плавающая полоска."; color: Theme.secondary; font.pixelSize: 12 }
-            Switch { text: "Запускать при входе в систему"; checked: pane.settings.launchAtLogin; onToggled: pane.settings.launchAtLogin = checked }
-            Text { width: parent.width; wrapMode: Text.WordWrap; text: "Sorvel будет автоматически запускаться когда ты входишь в систему. Иначе диктовка появится только после ручного запуска."; color: Theme.secondary; font.pixelSize: 12 }
+            CardTitle { title: "Разрешения" }
+            PermissionRowView { width: parent.width; row: pane.extra.microphone; symbol: "mic.fill" }
+            PermissionRowView { width: parent.width; row: pane.extra.input; symbol: "keyboard" }
         }
 
         GlassCard {
             width: parent.width
+            CardTitle { symbol: "macwindow"; title: "Приложение" }
+            Switch { text: "Показывать в панели задач"; checked: pane.settings.showInDock; onToggled: pane.settings.showInDock = checked }
+            Note { text: "Иконка в панели задач + главное окно. Без галочки — только трей и плавающая полоска." }
+            Switch { text: "Запускать при входе в систему"; checked: pane.settings.launchAtLogin; onToggled: pane.settings.launchAtLogin = checked }
+            Note { text: "Sorvel будет автоматически запускаться когда ты входишь в систему. Иначе диктовка появится только после ручного запуска." }
+            Text { text: "При нажатии Ctrl+Q"; color: Theme.primary; font.pixelSize: 14 }
+            Note { text: "Сворачивать в трей или выходить полностью. По умолчанию — спрашивать." }
             Row {
                 spacing: 8
-                SymbolIcon { name: "bubble.left.and.bubble.right"; size: 16; color: Theme.accent }
-                Text { text: "Связь с автором"; color: Theme.primary; font.pixelSize: 15; font.bold: true }
+                Repeater {
+                    model: pane.extra.quitChoices
+                    RadioButton {
+                        required property var modelData
+                        text: modelData.title
+                        checked: pane.settings.cmdQBehaviorRaw === modelData.raw
+                        onClicked: pane.extra.chooseQuitBehavior(modelData.raw)
+                    }
+                }
             }
-            Text { width: parent.width; wrapMode: Text.WordWrap; text: "Если есть пожелания, идеи или что-то сломалось — напиши напрямую, отвечаю быстро."; color: Theme.secondary; font.pixelSize: 12 }
-            Button { text: pane.model.telegramTitle; highlighted: true; onClicked: pane.model.openTelegram() }
+        }
+
+        GlassCard {
+            width: parent.width
+            CardTitle { symbol: "bubble.left.and.bubble.right"; title: "Связь с автором" }
+            Note { text: "Если есть пожелания, идеи или что-то сломалось — напиши напрямую, отвечаю быстро." }
+            Repeater {
+                model: [
+                    { symbols: ["lightbulb", "sparkles"], title: "Пожелания и идеи", text: "Предложения по фичам" },
+                    { symbols: ["exclamationmark.bubble"], title: "Рассказать о проблеме", text: "" }
+                ]
+                RowLayout {
+                    id: contactRow
+                    required property var modelData
+                    width: parent.width
+                    spacing: 10
+                    Row {
+                        spacing: 2
+                        Repeater {
+                            model: contactRow.modelData.symbols
+                            SymbolIcon { required property string modelData; name: modelData; size: 14; color: Theme.accent }
+                        }
+                    }
+                    Text { text: contactRow.modelData.title; color: Theme.primary; font.pixelSize: 13 }
+                    Text { visible: text.length > 0; text: contactRow.modelData.text; color: Theme.secondary; font.pixelSize: 12 }
+                    Item { Layout.fillWidth: true }
+                }
+            }
+            Button {
+                text: pane.model.telegramTitle
+                font.capitalization: Font.MixedCase // the contact is a name, not a label
+                highlighted: true
+                icon.source: "qrc:/Tamvex/icons/paperplane.fill.svg"
+                onClicked: pane.model.openTelegram()
+            }
         }
     }
 }

@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Layouts
 import Tamvex
@@ -26,6 +27,7 @@ Rectangle {
                 { title: "Настройки", symbol: "gearshape.fill", section: "settings" }
             ]
             delegate: Rectangle {
+                id: row
                 required property var modelData
                 readonly property bool current: sidebar.model.section === modelData.section
                 Layout.fillWidth: true
@@ -36,14 +38,14 @@ Rectangle {
                     anchors.verticalCenter: parent.verticalCenter
                     x: 10
                     spacing: 10
-                    SymbolIcon { name: modelData.symbol; size: 15; color: current ? Theme.accent : Theme.secondary }
-                    Text { text: modelData.title; color: Theme.primary; font.pixelSize: 14 }
+                    SymbolIcon { name: row.modelData.symbol; size: 15; color: row.current ? Theme.accent : Theme.secondary }
+                    Text { text: row.modelData.title; color: Theme.primary; font.pixelSize: 14 }
                 }
                 MouseArea {
                     id: area
                     anchors.fill: parent
                     hoverEnabled: true
-                    onClicked: sidebar.model.section = modelData.section
+                    onClicked: sidebar.model.section = row.modelData.section
                 }
             }
         }

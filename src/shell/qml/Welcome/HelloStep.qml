@@ -13,8 +13,8 @@ Column {
         SymbolIcon { anchors.centerIn: parent; name: "pawprint.fill"; size: 72; color: Theme.accent }
         SequentialAnimation on scale {
             loops: Animation.Infinite
-            NumberAnimation { from: 1.0; to: 1.06; duration: 1400; easing.type: Easing.InOutQuad }
-            NumberAnimation { from: 1.06; to: 1.0; duration: 1400; easing.type: Easing.InOutQuad }
+            NumberAnimation { from: 1.0; to: 1.06; duration: 1400; easing.type: Easing.InOutQuad } // qmllint disable
+            NumberAnimation { from: 1.06; to: 1.0; duration: 1400; easing.type: Easing.InOutQuad } // qmllint disable
         }
     }
     Text { width: parent.width; horizontalAlignment: Text.AlignHCenter; text: "Привет!"; color: Theme.primary; font.pixelSize: 28; font.bold: true }

@@ -1,8 +1,11 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import Tamvex
 import QtQuick.Layouts
 
 StepPage {
+    id: step
+    required property ShortcutRecorder recorder
     symbol: "keyboard"
     title: "Как записывать?"
     text: "По умолчанию используется клавиша FN — она удобна тем, что не блокирует другие шорткаты."
@@ -15,14 +18,16 @@ StepPage {
                 { symbol: "hand.tap.fill", title: "Двойной клик", text: "Короткий клик FN — запись пошла. Ещё клик — стоп." }
             ]
             GlassCard {
+                id: card
                 required property var modelData
                 Layout.fillWidth: true
                 Layout.preferredWidth: 1
-                SymbolIcon { name: modelData.symbol; size: 22; color: Theme.accent }
-                Text { text: modelData.title; color: Theme.primary; font.pixelSize: 15; font.bold: true }
-                Text { width: parent.width; wrapMode: Text.WordWrap; text: modelData.text; color: Theme.secondary; font.pixelSize: 13 }
+                SymbolIcon { name: card.modelData.symbol; size: 22; color: Theme.accent }
+                Text { text: card.modelData.title; color: Theme.primary; font.pixelSize: 15; font.bold: true }
+                Text { width: parent.width; wrapMode: Text.WordWrap; text: card.modelData.text; color: Theme.secondary; font.pixelSize: 13 }
             }
         }
     }
     Text { width: parent.width; wrapMode: Text.WordWrap; text: "Не нравится FN? Можно задать дополнительную клавишу:"; color: Theme.secondary; font.pixelSize: 13 }
+    ShortcutField { recorder: step.recorder }
 }

@@ -7,7 +7,7 @@ Item {
     Loader {
         anchors.horizontalCenter: parent.horizontalCenter
         active: !step.forms.loggedIn
-        sourceComponent: LoginForm { forms: step.forms }
+        sourceComponent: LoginForm { forms: step.forms } // qmllint disable unqualified
     }
     Column {
         visible: step.forms.loggedIn

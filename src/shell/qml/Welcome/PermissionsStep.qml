@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
@@ -17,20 +18,21 @@ StepPage {
             { symbol: "accessibility", title: "Доступ к вводу", text: "Чтобы вставлять распознанный текст в активное поле любого приложения.", mic: false }
         ]
         GlassCard {
+            id: card
             required property var modelData
             readonly property bool granted: modelData.mic ? step.check.micGranted === true : step.check.accessibilityGranted
             width: step.width
             RowLayout {
                 width: parent.width
                 spacing: 12
-                SymbolIcon { name: modelData.symbol; size: 20; color: Theme.accent }
+                SymbolIcon { name: card.modelData.symbol; size: 20; color: Theme.accent }
                 Column {
                     Layout.fillWidth: true
-                    Text { text: modelData.title; color: Theme.primary; font.pixelSize: 14; font.bold: true }
-                    Text { width: parent.width; wrapMode: Text.WordWrap; text: modelData.text; color: Theme.secondary; font.pixelSize: 12 }
+                    Text { text: card.modelData.title; color: Theme.primary; font.pixelSize: 14; font.bold: true }
+                    Text { width: parent.width; wrapMode: Text.WordWrap; text: card.modelData.text; color: Theme.secondary; font.pixelSize: 12 }
                 }
-                SymbolIcon { visible: granted; name: "checkmark.circle.fill"; size: 20; color: Theme.accent }
-                Button { visible: !granted; text: "Как включить"; onClicked: step.check.read() }
+                SymbolIcon { visible: card.granted; name: "checkmark.circle.fill"; size: 20; color: Theme.accent }
+                Button { visible: !card.granted; text: "Как включить"; onClicked: step.check.read() }
             }
         }
     }

@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import Tamvex
 
@@ -19,7 +20,7 @@ StepPage {
             symbol: modelData.symbol
             title: modelData.title
             subtitle: modelData.subtitle
-            selected: step.flow.selectedUseCases.indexOf(modelData.raw) >= 0
+            selected: step.flow.selectedUseCases.indexOf(modelData.raw) >= 0 // qmllint disable
             onTapped: step.flow.toggleUseCase(modelData.raw)
         }
     }

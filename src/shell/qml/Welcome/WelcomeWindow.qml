@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
@@ -9,6 +10,7 @@ Window {
     required property WelcomeFlow flow
     required property PermissionsCheck permissions
     required property LoginForms loginForms
+    required property ShortcutRecorder recorder
     required property var appState
     color: Theme.window
     Material.theme: Material.Dark
@@ -20,7 +22,7 @@ Window {
         spacing: 16
         Row {
             objectName: "dots"
-            Layout.alignment: Qt.AlignHCenter
+            Layout.alignment: Qt.AlignHCenter // qmllint disable
             spacing: 8
             Repeater {
                 model: window.flow.totalSteps
@@ -39,7 +41,7 @@ Window {
             Layout.fillHeight: true
             currentIndex: window.flow.step
             HelloStep {}
-            HotkeyStep {}
+            HotkeyStep { recorder: window.recorder }
             UseCasesStep { flow: window.flow }
             LoginStep { forms: window.loginForms }
             PermissionsStep { check: window.permissions; active: window.flow.step === 4 }

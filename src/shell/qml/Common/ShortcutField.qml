@@ -1,0 +1,86 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Controls.Material
+import Tamvex
+
+// The custom shortcut's field: a click starts the recording, the first key with a modifier
+// is taken; Esc leaves it, Backspace clears it. The recorder decides; this only shows.
+Rectangle {
+    id: field
+    required property ShortcutRecorder recorder
+    readonly property string shown: recorder.active ? recorder.heldModifiersText : recorder.text
+    objectName: "shortcutField"
+    implicitWidth: 240
+    implicitHeight: 34
+    radius: 8
+    color: Qt.rgba(1, 1, 1, recorder.active ? 0.12 : 0.06)
+    border.color: recorder.active ? Theme.accent : Qt.rgba(1, 1, 1, 0.14)
+    activeFocusOnTab: true
+
+    Text {
+        x: 12
+        anchors.verticalCenter: parent.verticalCenter
+        width: parent.width - 52
+        elide: Text.ElideRight
+        text: field.shown.length > 0 ? field.shown : field.recorder.placeholder
+        color: field.shown.length > 0 ? Theme.primary : Theme.secondary
+        font.pixelSize: 13
+    }
+    ToolButton {
+        visible: field.recorder.hasShortcut && !field.recorder.active
+        anchors.right: parent.right
+        anchors.verticalCenter: parent.verticalCenter
+        height: parent.height
+        Accessible.name: "Очистить"
+        text: "×"
+        onClicked: field.recorder.clear()
+    }
+    TapHandler { onTapped: field.forceActiveFocus() }
+
+    onActiveFocusChanged: recorder.active = activeFocus
+    Keys.onPressed: event => {
+        field.recorder.handleQtKey(event.nativeScanCode, event.modifiers);
+        event.accepted = true;
+    }
+    Keys.onReleased: event => {
+        field.recorder.handleQtKeyRelease(event.nativeScanCode, event.modifiers);
+        event.accepted = true;
+    }
+    // A taken or cancelled shortcut gives the focus up.
+    readonly property bool recording: recorder.active
+    onRecordingChanged: if (!recording) focus = false
+    function showAlert(text: string, informativeText: string, buttons: list<string>) {
+        alert.title = text;
+        alert.informative = informativeText;
+        alert.buttons = buttons;
+        alert.open();
+    }
+    Component.onCompleted: recorder.alertRequested.connect(showAlert)
+
+    Dialog {
+        id: alert
+        property string informative
+        property list<string> buttons
+        y: field.height + 8
+        modal: true
+        Label {
+            width: 360
+            wrapMode: Text.WordWrap
+            text: alert.informative
+            visible: text.length > 0
+        }
+        footer: DialogButtonBox {
+            Repeater {
+                model: alert.buttons
+                Button {
+                    required property int index
+                    required property string modelData
+                    text: modelData
+                    DialogButtonBox.buttonRole: index === 0 ? DialogButtonBox.RejectRole : DialogButtonBox.AcceptRole // qmllint disable
+                }
+            }
+        }
+        onAccepted: field.recorder.forceUsePending()
+        onRejected: field.recorder.dismissPending()
+    }
+}

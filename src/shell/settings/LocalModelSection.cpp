@@ -1,0 +1,79 @@
+#include "shell/settings/LocalModelSection.h"
+
+#include "pipelines/ModelDownloader.h"
+
+#include <QLocale>
+
+#include <algorithm>
+
+#include <cmath>
+
+namespace tamvex {
+
+namespace {
+constexpr WhisperModel kModel = WhisperModel::largeV3TurboQ5;
+
+// Decimal units, as a file manager counts a file's size.
+QString sizeText(qint64 bytes) {
+    const QLocale russian(QLocale::Russian);
+    if (bytes >= 1000LL * 1000 * 1000)
+        return russian.toString(double(bytes) / 1e9, 'f', 1) + QStringLiteral(" ГБ");
+    return russian.toString(std::round(double(bytes) / 1e6), 'f', 0) + QStringLiteral(" МБ");
+}
+} // namespace
+
+QString LocalModelSection::modelName() {
+    return QStringLiteral("Whisper Large V3 Turbo (Q5)");
+}
+
+LocalModelSection::Row LocalModelSection::rowFor(const ModelDownloadState& state, std::optional<qint64> fileSize) {
+    using Kind = ModelDownloadState::Kind;
+    switch (state.kind()) {
+    case Kind::downloading: {
+        const double progress = std::clamp(state.progress(), 0.0, 1.0);
+        return {QStringLiteral("downloading"), QString(), QStringLiteral("Скачивается ") + modelName(), QString(),
+                QString::number(qint64(progress * 100.0)) + QStringLiteral("%"), progress,
+                QStringLiteral("Отменить"), QString()};
+    }
+    case Kind::verifying:
+        return {QStringLiteral("verifying"), QString(), QString(), QStringLiteral("Проверяем целостность файла…")};
+    case Kind::failed:
+        return {QStringLiteral("failed"), QStringLiteral("exclamationmark.triangle.fill"), QString(),
+                QStringLiteral("Ошибка скачивания: ") + state.reason(), QString(), 0.0,
+                QStringLiteral("Попробовать снова"), QStringLiteral("arrow.clockwise")};
+    case Kind::idle:
+    case Kind::completed:
+        break;
+    }
+    // Idle or proved: what counts is whether the file is there.
+    if (fileSize)
+        return {QStringLiteral("ready"), QStringLiteral("checkmark.seal.fill"), modelName(),
+                QStringLiteral("Готово · занимает ") + sizeText(*fileSize)};
+    return {QStringLiteral("notDownloaded"), QString(), QString(),
+            QStringLiteral("Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн."),
+            QString(), 0.0, QStringLiteral("Скачать модель"), QStringLiteral("arrow.down.circle.fill")};
+}
+
+LocalModelSection::LocalModelSection(ModelDownloader& downloader, QObject* parent)
+    : QObject(parent), m_downloader(downloader) {
+    connect(&m_downloader, &ModelDownloader::stateChanged, this, &LocalModelSection::refresh);
+    m_row = rowFor(m_downloader.state(), m_downloader.fileSize(kModel));
+}
+
+void LocalModelSection::refresh() {
+    Row row = rowFor(m_downloader.state(), m_downloader.fileSize(kModel));
+    if (row == m_row)
+        return;
+    m_row = std::move(row);
+    emit changed();
+}
+
+void LocalModelSection::press() {
+    const QString phase = m_row.phase;
+    if (phase == QLatin1String("downloading"))
+        m_downloader.cancel();
+    else if (phase == QLatin1String("notDownloaded") || phase == QLatin1String("failed"))
+        m_downloader.download(kModel);
+}
+
+} // namespace tamvex

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "KeyboardShortcuts/Recorder.h"
+#include "shell/settings/LocalModelSection.h"
+#include "shell/settings/PermissionRow.h"
+
+#include <QObject>
+#include <QVariantList>
+#include <QVariantMap>
+#include <QtQml/qqmlregistration.h>
+
+namespace tamvex {
+
+class AppState;
+class InputAccess;
+class MicrophoneAccess;
+class ModelDownloader;
+
+/// What the settings pane needs beyond the settings store: the shortcut recorder, whether
+/// FN can be heard here, the local model, the permission rows and the quit choices.
+class SettingsPaneModel : public QObject {
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("The main window model makes the settings pane's model")
+    Q_PROPERTY(tamvex::KeyboardShortcuts::Recorder* recorder READ recorder CONSTANT)
+    /// False once the key input found that no keyboard here can send FN.
+    Q_PROPERTY(bool functionKeyAvailable READ functionKeyAvailable NOTIFY functionKeyChanged)
+    /// What the FN choice says when FN cannot be heard, else empty.
+    Q_PROPERTY(QString functionKeyNote READ functionKeyNote NOTIFY functionKeyChanged)
+    Q_PROPERTY(tamvex::LocalModelSection* localModel READ localModel CONSTANT)
+    Q_PROPERTY(tamvex::PermissionRow* microphone READ microphone CONSTANT)
+    Q_PROPERTY(tamvex::PermissionRow* input READ input CONSTANT)
+    /// The Ctrl+Q choices in order: {raw, title}.
+    Q_PROPERTY(QVariantList quitChoices READ quitChoices CONSTANT)
+public:
+    SettingsPaneModel(AppState& state, const MicrophoneAccess& microphone, const InputAccess& input,
+                      ModelDownloader& models, QObject* parent = nullptr);
+
+    KeyboardShortcuts::Recorder* recorder() { return &m_recorder; }
+    bool functionKeyAvailable() const;
+    QString functionKeyNote() const;
+    LocalModelSection* localModel() { return &m_localModel; }
+    PermissionRow* microphone() { return &m_microphone; }
+    PermissionRow* input() { return &m_input; }
+    static QVariantList quitChoices();
+
+    /// The pane appeared: the rows and the model card read their state once.
+    Q_INVOKABLE void appear();
+    /// The pane went away: the polls end and the recorder lets go.
+    Q_INVOKABLE void disappear();
+    /// A Ctrl+Q choice by its raw value.
+    Q_INVOKABLE void chooseQuitBehavior(const QString& raw);
+
+signals:
+    void functionKeyChanged();
+
+private:
+    AppState& m_state;
+    KeyboardShortcuts::Recorder m_recorder;
+    LocalModelSection m_localModel;
+    PermissionRow m_microphone;
+    PermissionRow m_input;
+};
+
+} // namespace tamvex
