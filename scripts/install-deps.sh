@@ -11,7 +11,7 @@ $SUDO apt-get install -y --no-install-recommends \
   qt6-tools-dev qcoro-qt6-dev \
   qml6-module-qtquick qml6-module-qtquick-window qml6-module-qtquick-controls \
   qml6-module-qtquick-templates qml6-module-qtquick-layouts qml6-module-qtquick-shapes \
-  qml6-module-qtqml-workerscript qml6-module-qtmultimedia \
+  qml6-module-qtqml qml6-module-qtqml-workerscript qml6-module-qtmultimedia \
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev \
   libsqlite3-dev libevdev-dev libx11-dev libxtst-dev libxi-dev xclip \
   libbenchmark-dev \

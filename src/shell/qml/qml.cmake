@@ -12,11 +12,6 @@ file(GLOB_RECURSE TAMVEX_QML_RESOURCES CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURREN
 set(TAMVEX_QML_SINGLETONS shell/qml/Common/Theme.qml)
 
 set_source_files_properties(${TAMVEX_QML_SINGLETONS} PROPERTIES QT_QML_SINGLETON_TYPE TRUE)
-# qmllint (target tamvex_core_qmllint, test "qmllint") checks every file but the HUD's,
-# which still have findings of their own to clear; then this line goes.
-set(TAMVEX_QML_LINT_SKIPPED ${TAMVEX_QML_FILES})
-list(FILTER TAMVEX_QML_LINT_SKIPPED INCLUDE REGEX "/Hud/")
-set_source_files_properties(${TAMVEX_QML_LINT_SKIPPED} PROPERTIES QT_QML_SKIP_QMLLINT TRUE)
 # Paths inside the module drop the source prefix: qrc:/Tamvex/Hud/HudWindow.qml.
 foreach(file ${TAMVEX_QML_FILES} ${TAMVEX_QML_RESOURCES})
   string(REPLACE "shell/qml/" "" alias ${file})

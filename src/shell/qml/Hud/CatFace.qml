@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import Tamvex
 
@@ -17,18 +18,18 @@ Rectangle {
     border.width: 1.2
 
     component Eye: Rectangle {
+        property bool closed: false
         width: 5
-        height: root.blink ? 1.5 : 7
+        height: closed ? 1.5 : 7
         radius: width / 2
-        color: root.accent
-        Behavior on height { NumberAnimation { duration: 120; easing.type: Easing.InOutQuad } }
+        Behavior on height { NumberAnimation { duration: 120; easing.type: Easing.InOutQuad } } // qmllint disable
     }
 
     Row {
         id: row
         anchors.centerIn: parent
         spacing: 8
-        Eye { anchors.verticalCenter: parent.verticalCenter }
+        Eye { anchors.verticalCenter: parent.verticalCenter; closed: root.blink; color: root.accent }
         Row {
             anchors.verticalCenter: parent.verticalCenter
             spacing: 3
@@ -37,8 +38,9 @@ Rectangle {
             Repeater {
                 model: 5
                 Whisker {
+                    required property int index
                     anchors.verticalCenter: parent.verticalCenter
-                    index: model.index
+                    whiskerIndex: index
                     processing: root.processing
                     level: root.level
                     phase: root.purrPhase
@@ -46,6 +48,6 @@ Rectangle {
                 }
             }
         }
-        Eye { anchors.verticalCenter: parent.verticalCenter }
+        Eye { anchors.verticalCenter: parent.verticalCenter; closed: root.blink; color: root.accent }
     }
 }

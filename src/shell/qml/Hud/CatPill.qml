@@ -59,7 +59,7 @@ Item {
             visible: opacity > 0
             opacity: root.badgeShown ? 1 : 0
             transform: Translate { y: root.badgeShown ? 0 : badge.height }
-            Behavior on opacity { NumberAnimation { duration: 250; easing.type: Easing.InOutQuad } }
+            Behavior on opacity { NumberAnimation { duration: 250; easing.type: Easing.InOutQuad } } // qmllint disable
         }
 
         Row {

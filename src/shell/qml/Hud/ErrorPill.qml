@@ -1,4 +1,3 @@
-import QtQuick
 import Tamvex
 
 // A failure, cut to its first 50 characters.

@@ -34,8 +34,8 @@ Item {
         from: 0.86
         to: 1
         duration: 400
-        easing.type: Easing.OutBack
-        easing.overshoot: 1.2
+        easing.type: Easing.OutBack // qmllint disable
+        easing.overshoot: 1.2 // qmllint disable
     }
 
     Item {
@@ -57,7 +57,7 @@ Item {
             visible: opacity > 0
             opacity: shown ? 1 : 0
             transform: Translate { y: nudge.shown ? 0 : nudge.height / 2 }
-            Behavior on opacity { NumberAnimation { duration: 300; easing.type: Easing.InOutQuad } }
+            Behavior on opacity { NumberAnimation { duration: 300; easing.type: Easing.InOutQuad } } // qmllint disable
             icon: root.nudgeIcon
             title: root.nudgeTitle
             body: root.nudgeBody

@@ -8,7 +8,7 @@ Window {
     id: window
     property RecordingHUDController controller
     readonly property alias view: view
-    flags: Qt.Tool | Qt.FramelessWindowHint | Qt.WindowStaysOnTopHint | Qt.WindowDoesNotAcceptFocus
+    flags: Qt.Tool | Qt.FramelessWindowHint | Qt.WindowStaysOnTopHint | Qt.WindowDoesNotAcceptFocus // qmllint disable
     color: "transparent"
     title: "Tamvex HUD"
     width: view.implicitWidth

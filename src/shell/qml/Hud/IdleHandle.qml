@@ -62,7 +62,7 @@ Item {
         id: mouse
         anchors.fill: parent
         hoverEnabled: true
-        cursorShape: Qt.PointingHandCursor
+        cursorShape: Qt.PointingHandCursor // qmllint disable
         onClicked: root.tapped()
     }
 }
