@@ -124,7 +124,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     // Logging out must not wait on a question: the session ends the process at once.
     connect(qApp, &QGuiApplication::commitDataRequest, this, [] { QCoreApplication::quit(); });
 
-    m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings(), *m_defaults);
+    m_desktop = std::make_unique<DesktopIntegration>(*m_coordinator, m_appState->settings());
     m_desktop->start();
     connect(&m_desktop->control(), &ControlService::activated, m_windows.get(), &ShellWindows::handleActivation);
 

@@ -9,9 +9,7 @@
 
 namespace tamvex {
 
-// `defaults` held the shortcuts before the state did; the state's registry reads the same.
-DesktopIntegration::DesktopIntegration(RecordingCoordinator& coordinator, SettingsStore& settings,
-                                       Defaults& /*defaults*/, QObject* parent)
+DesktopIntegration::DesktopIntegration(RecordingCoordinator& coordinator, SettingsStore& settings, QObject* parent)
     : QObject(parent), m_shortcuts(coordinator.appState().shortcuts()),
       m_keyInput(KeyInput::createForSession(m_shortcuts)),
       m_hotkeys(std::make_unique<HotkeyManager>(coordinator, settings, *m_keyInput, m_shortcuts)),

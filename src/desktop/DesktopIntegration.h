@@ -7,7 +7,6 @@
 namespace tamvex {
 
 class ControlService;
-class Defaults;
 class HotkeyManager;
 class KeyInput;
 class RecordingCoordinator;
@@ -24,7 +23,7 @@ class DesktopIntegration : public QObject {
 public:
     /// Builds the pieces for `coordinator`, over the state's named shortcuts; nothing runs
     /// until start(). Whether FN can be heard is published on the state.
-    DesktopIntegration(RecordingCoordinator& coordinator, SettingsStore& settings, Defaults& defaults,
+    DesktopIntegration(RecordingCoordinator& coordinator, SettingsStore& settings,
                        QObject* parent = nullptr);
     ~DesktopIntegration() override;
 
