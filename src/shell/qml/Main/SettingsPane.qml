@@ -179,9 +179,9 @@ Flickable {
         GlassCard {
             width: parent.width
             CardTitle { symbol: "macwindow"; title: "Приложение" }
-            Switch { text: "Показывать в панели задач"; checked: pane.settings.showInDock; onToggled: pane.settings.showInDock = checked }
+            ToggleSwitch { text: "Показывать в панели задач"; checked: pane.settings.showInDock; onToggled: pane.settings.showInDock = checked }
             Note { text: "Иконка в панели задач + главное окно. Без галочки — только трей и плавающая полоска." }
-            Switch { text: "Запускать при входе в систему"; checked: pane.settings.launchAtLogin; onToggled: pane.settings.launchAtLogin = checked }
+            ToggleSwitch { text: "Запускать при входе в систему"; checked: pane.settings.launchAtLogin; onToggled: pane.settings.launchAtLogin = checked }
             Note { text: "Sorvel будет автоматически запускаться когда ты входишь в систему. Иначе диктовка появится только после ручного запуска." }
             Text { text: "При нажатии Ctrl+Q"; color: Theme.primary; font.pixelSize: 14 }
             Note { text: "Сворачивать в трей или выходить полностью. По умолчанию — спрашивать." }
