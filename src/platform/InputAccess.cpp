@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 
 #include <QDir>
+#include <QFile>
 #include <QStringList>
 
 #include <fcntl.h>
@@ -18,26 +19,31 @@ void InputAccess::prompt() {
 }
 
 namespace {
-const char* const kGroupCommand = "sudo usermod -aG input $USER";
-const char* const kRuleCommand = "sudo cp 60-tamvex-uinput.rules /etc/udev/rules.d/ && sudo modprobe uinput";
-const char* const kReloadCommand = "sudo udevadm control --reload && sudo udevadm trigger --sysname-match=uinput";
+// Where the package puts the rule; a build from source has it in its packaging folder.
+const char* const kInstalledRule = "/usr/lib/udev/rules.d/60-tamvex-uinput.rules";
 } // namespace
 
+QString InputAccess::grantCommands() {
+    QStringList lines{QStringLiteral("sudo usermod -aG input $USER")};
+    if (!QFile::exists(QLatin1String(kInstalledRule)))
+        lines << QStringLiteral("sudo cp %1 /etc/udev/rules.d/").arg(QLatin1String(TAMVEX_SOURCE_RULE));
+    lines << QStringLiteral("sudo modprobe uinput")
+          << QStringLiteral("sudo udevadm control --reload && sudo udevadm trigger --sysname-match=uinput");
+    return lines.join(u'\n');
+}
+
 QString InputAccess::explanation() {
+    QString steps;
+    for (const QString& line : grantCommands().split(u'\n').mid(1))
+        steps += QStringLiteral("   ") + line + u'\n';
     return QStringLiteral("Tamvex нужен доступ к клавиатуре, чтобы слышать клавишу диктовки и вставлять текст.\n\n"
-                          "1. Добавь себя в группу input:  %1\n"
-                          "2. Установи правило udev для /dev/uinput (файл 60-tamvex-uinput.rules лежит в share/tamvex "
-                          "установки или в packaging/ исходников):\n"
-                          "   %2\n"
-                          "   %3\n"
+                          "1. Добавь себя в группу input:  sudo usermod -aG input $USER\n"
+                          "2. Включи правило udev для /dev/uinput:\n"
+                          "%1"
                           "3. Выйди из системы и войди снова.\n\n"
                           "На X11 вставка работает и без этого; на Wayland без доступа можно назначить "
                           "команду «tamvex ctl toggle» на сочетание клавиш в настройках рабочего стола.")
-        .arg(QLatin1String(kGroupCommand), QLatin1String(kRuleCommand), QLatin1String(kReloadCommand));
-}
-
-QString InputAccess::grantCommands() {
-    return QStringList{kGroupCommand, kRuleCommand, kReloadCommand}.join(u'\n');
+        .arg(steps);
 }
 
 SystemInputAccess::SystemInputAccess(const KeySender& keys, QObject* parent) : InputAccess(parent), m_keys(keys) {}

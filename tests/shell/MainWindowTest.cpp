@@ -5,6 +5,7 @@
 
 #include <QGuiApplication>
 #include <QSignalSpy>
+#include <QFile>
 #include <QTest>
 
 using namespace tamvex;
@@ -121,6 +122,10 @@ private slots:
         QVERIFY(!visibleTexts(pane).contains(InputAccess::grantCommands()));
         input->request();
         QTRY_VERIFY(visibleTexts(pane).contains(InputAccess::grantCommands()));
+        // Pasted into any terminal, the commands work: a rule they copy is named by a full path.
+        for (const QString& line : InputAccess::grantCommands().split('\n'))
+            if (line.startsWith("sudo cp "))
+                QVERIFY2(QFile::exists(line.section(' ', 2, 2)), qPrintable(line));
         fx.input.trusted = true;
         fx.app.clock.advance(1.0);
         QVERIFY(input->granted() && !input->polling());
