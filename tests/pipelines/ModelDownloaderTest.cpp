@@ -49,8 +49,7 @@ private slots:
 
     void goodFileCompletesThroughVerifying() {
         ModelServer server;
-        DownloaderRig rig(server.url());
-        LogCapture log;
+        DownloaderRig rig(server.url(), QString(kPatternSha256).toUpper()); // the case of a digest does not matter
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(printed(rig), (QStringList{"downloading", "verifying", "completed"}));
@@ -66,21 +65,15 @@ private slots:
         QCOMPARE(fileBytes(rig.target()), server.body);
         QVERIFY(!QFile::exists(rig.target() + ".part"));
         QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::optional<qint64>(kPatternSize));
-        QVERIFY(log.has("Whisper model download started: small.bin (~2.1 MB)"));
-        QVERIFY(log.has("Whisper model written: " + rig.target()));
-        QVERIFY(log.has("Whisper model verified: small.bin"));
         QCOMPARE(server.requests(), 1);
     }
 
     void errorPageIsSavedThenRefusedByItsDigest() {
         ModelServer server;
         DownloaderRig rig(server.base() + "/models/gone.bin");
-        LogCapture log;
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.downloader->state(), ModelDownloadState::failed("Файл повреждён при загрузке. Попробуй ещё раз."));
-        QVERIFY(log.has("Whisper model SHA-256 mismatch — file deleted"));
-        QVERIFY(log.has("Whisper model deleted: small.bin"));
         QVERIFY(!QFile::exists(rig.target()));
         QVERIFY(!QFile::exists(rig.target() + ".part"));
     }
@@ -95,23 +88,13 @@ private slots:
         QCOMPARE(server.requests(), 0);
 
         // A damaged file: deleted and fetched again without being asked.
-        LogCapture log;
         rig.states.clear();
         writeFile(rig.target(), QByteArray("truncated") + server.body.left(1000));
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(printed(rig), (QStringList{"verifying", "downloading", "completed"}));
-        QVERIFY(log.has("Whisper model present but SHA mismatch: small.bin — re-downloading"));
         QCOMPARE(server.requests(), 1);
         QCOMPARE(fileBytes(rig.target()), server.body);
-    }
-
-    void upperCaseDigestComparesEqual() {
-        ModelServer server;
-        DownloaderRig rig(server.url(), QString(kPatternSha256).toUpper());
-        rig.downloader->download(WhisperModel::largeV3TurboQ5);
-        QVERIFY(rig.waitForEnd());
-        QCOMPARE(rig.downloader->state(), ModelDownloadState::completed());
     }
 
     void cancelMidTransferGivesIdleAndLeavesNothing() {
@@ -121,17 +104,15 @@ private slots:
             s->write(patternBytes(kPatternSize).left(100000));
         };
         DownloaderRig rig(peer.url());
-        LogCapture log;
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(spinUntil([&] { return rig.downloader->state().progress() > 0.0; }));
         QVERIFY(QFile::exists(rig.target() + ".part"));
         rig.downloader->cancel();
         QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
-        QTest::qWait(200);
-        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
+        // The aborted reply's end, when it comes, is no failure.
+        QVERIFY(!spinUntil([&] { return rig.downloader->state() != ModelDownloadState::idle(); }, 200));
         for (const auto& s : rig.states)
             QVERIFY(s.kind() != Kind::failed);
-        QVERIFY(!log.hasPrefix("Whisper model download failed"));
         QVERIFY(!QFile::exists(rig.target() + ".part"));
         QVERIFY(!QFile::exists(rig.target()));
         QCOMPARE(rig.downloader->model(), std::optional(WhisperModel::largeV3TurboQ5));
@@ -150,27 +131,13 @@ private slots:
             s->disconnectFromHost();
         };
         DownloaderRig rig(peer.url());
-        LogCapture log;
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
         const QString reason = rig.downloader->state().reason();
         QCOMPARE(rig.downloader->state().kind(), Kind::failed);
         QVERIFY2(!reason.isEmpty() && reason[0].unicode() < 128, qPrintable(reason));
-        QVERIFY(log.has("Whisper model download failed: " + reason));
         QVERIFY(!QFile::exists(rig.target() + ".part"));
         QVERIFY(!QFile::exists(rig.target()));
-
-        // Nobody listening at all: the platform's words again, never a Russian prefix.
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
-        const quint16 port = closed.serverPort();
-        closed.close();
-        DownloaderRig nobody(QStringLiteral("http://127.0.0.1:%1/models/small.bin").arg(port));
-        nobody.downloader->download(WhisperModel::largeV3TurboQ5);
-        QVERIFY(nobody.waitForEnd());
-        QCOMPARE(nobody.downloader->state().kind(), Kind::failed);
-        QVERIFY2(nobody.downloader->state().reason().contains("refused", Qt::CaseInsensitive),
-                 qPrintable(nobody.downloader->state().reason()));
     }
 
     void unknownTotalKeepsProgressAtZeroUntilTheEnd() {
@@ -200,8 +167,7 @@ private slots:
         ManualClock clock;
         DownloaderRig rig(peer.url(), kPatternSha256, &clock);
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
-        QVERIFY(spinUntil([&] { return rig.downloader->state().progress() > 0.0; }));
-        QTest::qWait(50);
+        QVERIFY(spinUntil([&] { return qRound64(rig.downloader->state().progress() * kPatternSize) == 5000; }));
         clock.advance(59.99);
         QCOMPARE(rig.downloader->state().kind(), Kind::downloading);
         clock.advance(0.01);
@@ -238,16 +204,13 @@ private slots:
         DownloaderRig rig(server.url());
         // A non-empty folder where the file belongs can't be removed or replaced.
         QVERIFY(QDir().mkpath(rig.target() + "/blocker"));
-        LogCapture log;
         // Found present, it fails its digest, can't be deleted, is fetched, can't be replaced.
         rig.downloader->download(WhisperModel::largeV3TurboQ5);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(printed(rig), (QStringList{"verifying", "downloading", rig.downloader->state().toString()}));
-        QVERIFY(log.hasPrefix("Failed to delete small.bin: "));
         QCOMPARE(rig.downloader->state().kind(), Kind::failed);
         QVERIFY2(rig.downloader->state().reason().startsWith("Не удалось сохранить файл: "),
                  qPrintable(rig.downloader->state().reason()));
-        QVERIFY(log.hasPrefix("Failed to move whisper model to destination: "));
         QVERIFY(!QFile::exists(rig.target() + ".part"));
     }
 

@@ -12,7 +12,6 @@
 #endif
 
 #include <QFile>
-#include <QRegularExpression>
 #include <QTest>
 
 #include <cstring>
@@ -94,11 +93,7 @@ private slots:
         QVERIFY(log.has("Whisper context loaded from " + model));
         const QString text = syncWait(engine->transcribe(speech), 120000);
         QCOMPARE(text, QString());
-        QVERIFY2(log.hasPrefix("Whisper: read 176000 samples (~11.00s @ 16kHz), peak=0."),
-                 qPrintable(log.lines().join("\n")));
         QVERIFY(log.hasPrefix("Whisper: whisper_full ok in "));
-        QVERIFY(log.lines().filter(QRegularExpression("whisper_full ok in \\d+\\.\\d\\ds, segments=0$")).size() == 1);
-        QVERIFY(log.has("Whisper: got text len=0 preview=\"\""));
 
         // No samples: whisper.cpp is not called at all.
         log.clear();

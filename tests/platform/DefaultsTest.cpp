@@ -21,6 +21,8 @@ private slots:
         d.setStringArray("list", {"b", "a"});
         d.setDate("when", date);
         d.setData("blob", QByteArray("\x00\x01json", 6));
+        d.setString("removed", "v");
+        d.remove("removed");
         env.reopenDefaults();
         Defaults& r = *env.defaults;
 
@@ -42,15 +44,7 @@ private slots:
         QCOMPARE(r.readStringArray("text").state, ValueState::WrongType);
         QCOMPARE(r.readBool("missing").state, ValueState::Absent);
         QCOMPARE(r.readBool("missing").valueOr(true), true);
-    }
-
-    void removeForgetsTheKeyForGood() {
-        test::TestEnv env;
-        env.defaults->setString("k", "v");
-        env.defaults->remove("k");
-        env.reopenDefaults();
-        QVERIFY(!env.defaults->contains("k"));
-        QCOMPARE(env.defaults->readString("k").state, ValueState::Absent);
+        QVERIFY(!r.contains("removed")); // a removed key stays gone after a restart
     }
 
     void fileIsOwnerOnly() {
@@ -83,13 +77,11 @@ private slots:
         QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
         f.write("{ this is not json");
         f.close();
-        test::LogCapture log;
         env.reopenDefaults();
         QVERIFY(!env.defaults->quarantinedPath().isEmpty());
         QFile kept(env.defaults->quarantinedPath());
         QVERIFY(kept.open(QIODevice::ReadOnly));
         QCOMPARE(kept.readAll(), QByteArray("{ this is not json"));
-        QVERIFY(log.hasPrefix("Settings file is not valid JSON"));
         env.defaults->setBool("after", true);
         env.reopenDefaults();
         QCOMPARE(env.defaults->readBool("after").value, true);

@@ -65,9 +65,7 @@ private slots:
 
     void aPickIsLoggedAndPersistedWith2001Dates() {
         Scripted s;
-        LogCapture log;
         s.pickAfterRefresh(0.5, 0.25);
-        QCOMPARE(log.lines(), QStringList{"info: BackendSelector: pick=stt main=500ms stt=250ms"});
 
         const QByteArray stored = s.sandbox.defaults->readData(BackendSelector::cacheKey).value;
         const QJsonObject o = QJsonDocument::fromJson(stored).object();
@@ -110,14 +108,12 @@ private slots:
 
     void storedGarbageIsNoPickUntilOverwritten() {
         Scripted s;
-        for (const QByteArray& junk :
-             {QByteArray("not json"), QByteArray(R"({"endpoint":"stt"})"),
-              QByteArray(R"({"endpoint":"stt","measuredAt":"x","mainLatencyMs":1,"sttLatencyMs":1})")}) {
-            s.sandbox.defaults->setData(BackendSelector::cacheKey, junk);
-            s.reopen();
-            QVERIFY(!s.selector->current().has_value());
-            QCOMPARE(s.sandbox.defaults->readData(BackendSelector::cacheKey).value, junk); // left alone
-        }
+        // What does not decode is service_decoders_test's; here, that it is no pick and is left alone.
+        const QByteArray junk(R"({"endpoint":"stt"})");
+        s.sandbox.defaults->setData(BackendSelector::cacheKey, junk);
+        s.reopen();
+        QVERIFY(!s.selector->current().has_value());
+        QCOMPARE(s.sandbox.defaults->readData(BackendSelector::cacheKey).value, junk);
         s.sttSec = 0.0;
         s.mainSec = 1.0;
         QCOMPARE(s.selector->currentEndpoint(), kMain);
@@ -134,9 +130,7 @@ private slots:
     void anUnhealthySpeechHostIsAvoidedFor300SecondsWithoutProbes() {
         Scripted s;
         s.store("stt", s.clock.currentDateTime());
-        LogCapture log;
         s.selector->markSTTUnhealthy();
-        QCOMPARE(log.lines(), QStringList{"error: BackendSelector: STT marked unhealthy for 5 min"});
         QCOMPARE(s.selector->currentEndpoint(), kMain);
         s.clock.advance(299.99);
         QCOMPARE(s.selector->currentEndpoint(), kMain);
@@ -173,8 +167,6 @@ private slots:
         QVERIFY(!mainHost.server.received("/api/health").at(0).hasHeader("Authorization"));
 
         // Only exactly 200 counts; so does a dead host and the 3 s limit.
-        sttServer.script("/api/health", Script{503, "down"});
-        QCOMPARE(syncWait(selector.measureLatency(sttServer.localhostUrl())), -1.0);
         sttServer.script("/api/health", Script{204, ""});
         QCOMPARE(syncWait(selector.measureLatency(sttServer.localhostUrl())), -1.0);
         QCOMPARE(syncWait(selector.measureLatency(QUrl("http://127.0.0.1:1"))), -1.0);

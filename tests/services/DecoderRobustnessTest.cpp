@@ -16,17 +16,13 @@ namespace {
 QList<QPair<QString, QByteArray>> hostileBodies(const QByteArray& valid) {
     QByteArray deepArray(200000, '[');
     QByteArray deepInside = R"({"user":)" + QByteArray(5000, '[') + QByteArray(5000, ']') + "}";
-    QByteArray huge = R"({"user":{"phone":")" + QByteArray(10 * 1024 * 1024, 'x') + R"("},"choices":")" + "\"}";
     return {{"empty", QByteArray()},
-            {"truncated", valid.left(valid.size() / 2)},
             {"truncated by one", valid.left(valid.size() - 1)},
             {"deep array", deepArray},
             {"deep inside", deepInside},
-            {"huge", huge},
             {"huge garbage", QByteArray(10 * 1024 * 1024, '\x01')},
             {"not utf-8", QByteArray("{\"user\":\"\xff\xfe\",\"choices\":\"\xc3\x28\"}")},
             {"array root", "[]"},
-            {"null", "null"},
             {"number overflow",
              R"({"user":{"id":1e400,"phone":"+7","balance_tokens":1e999,"created_at":99999999999999999999999}})"}};
 }

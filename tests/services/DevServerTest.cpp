@@ -9,7 +9,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QNetworkReply>
 #include <QProcess>
@@ -31,10 +30,6 @@ HttpAnswer send(const QUrl& url, const QByteArray& verb, const QByteArray& body,
 
 QByteArray fetch(const QUrl& url, const QByteArray& verb = "GET", const QByteArray& body = {}) {
     return send(url, verb, body).body;
-}
-
-QJsonObject objectOf(const QByteArray& body) {
-    return QJsonDocument::fromJson(body).object();
 }
 
 } // namespace
@@ -75,7 +70,7 @@ private slots:
         QCOMPARE(failureOf<APIError>(api.me("stale"))->kind(), APIError::Kind::unauthorized);
     }
 
-    void analyticsModelsAndScriptingByHand() {
+    void analyticsModelsAndKeysOfASelfHostedServer() {
         QTemporaryDir data;
         QVERIFY(writeFile(data.filePath("models/ggml-tiny.bin"), QByteArray(300000, 'm')));
         QVERIFY(writeFile(data.filePath("devserver.json"), R"({"openrouter_keys":["sk-from-file"]})"));
@@ -85,24 +80,15 @@ private slots:
         TestEnv sandbox;
         ManualClock clock;
         AnalyticsService::shared().configure(*sandbox.defaults, sharedNetworkManager(), clock, server.base);
-        AnalyticsService::track("app_launched", {{"version", "0.1.0"}, {"logged_in", false}});
+        AnalyticsService::track("app_launched", {{"version", "0.1.0"}});
         QVERIFY(spinUntil([] { return AnalyticsService::shared().pendingSends() == 0; }));
         AnalyticsService::shared().unconfigure();
         const QList<QByteArray> lines = fileBytes(data.filePath("analytics.jsonl")).split('\n');
         QCOMPARE(lines.size(), 2); // one line and the final newline
-        QCOMPARE(QJsonDocument::fromJson(lines[0]).object(),
-                 (QJsonObject{{"event", "app_launched"},
-                              {"device_id", AnalyticsService::shared().deviceId()},
-                              {"event_properties", QJsonObject{{"version", "0.1.0"}, {"logged_in", false}}}}));
+        QCOMPARE(QJsonDocument::fromJson(lines[0]).object().value("event").toString(), QString("app_launched"));
 
         QCOMPARE(fetch(QUrl(server.base.toString() + "/models/ggml-tiny.bin")), QByteArray(300000, 'm'));
         QVERIFY(fetch(QUrl(server.base.toString() + "/models/..%2Faccounts.json")).contains("no such model"));
-
-        // Scripting from outside: one scripted answer, then the real one again.
-        fetch(QUrl(server.base.toString() + "/__dev/script"), "POST",
-              R"({"route":"/api/health","status":503,"body":{"down":true},"times":1})");
-        QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"down":true})"));
-        QCOMPARE(fetch(QUrl(server.base.toString() + "/api/health")), QByteArray(R"({"status":"ok"})"));
 
         // OpenRouter keys from the file and the option, then replaced from outside.
         const QUrl chat(server.base.toString() + "/api/v1/chat/completions");
@@ -114,62 +100,6 @@ private slots:
         fetch(QUrl(server.base.toString() + "/__dev/openrouter-keys"), "POST", R"({"keys":["sk-new"]})");
         QCOMPARE(statusWith("sk-from-file"), 401);
         QCOMPARE(statusWith("sk-new"), 200);
-        const QJsonArray seen =
-            QJsonDocument::fromJson(fetch(QUrl(server.base.toString() + "/__dev/requests"))).array();
-        QStringList paths;
-        for (const QJsonValue& v : seen)
-            paths.append(v.toObject().value("path").toString());
-        QCOMPARE(paths,
-                 (QStringList{"/api/analytics/event", "/models/ggml-tiny.bin", "/models/../accounts.json",
-                              "/api/health", "/api/health", "/api/v1/chat/completions", "/api/v1/chat/completions",
-                              "/api/v1/chat/completions", "/api/v1/chat/completions"}));
-    }
-
-    void openRouterPathAnswersLikeOpenRouter() {
-        ServiceFixture f;
-        f.server.setOpenRouterKeys({"sk-or-good"});
-        f.server.setRecommend("fast-audio", "vendor/fast", 60.0);
-        f.server.setChatAnswer("Прямой ответ", 0.003);
-        const QUrl chat(f.server.baseUrl().toString() + "/api/v1/chat/completions");
-        const QByteArray good = "Bearer sk-or-good";
-        struct Case {
-            QByteArray authorization;
-            QByteArray body;
-            int status;
-            QJsonObject answer; // the error body, or the model and usage of a success
-        };
-        auto refusal = [](int code, const QString& message) {
-            return QJsonObject{{"error", QJsonObject{{"message", message}, {"code", code}}}};
-        };
-        const QJsonObject usage{
-            {"prompt_tokens", 120}, {"completion_tokens", 12}, {"total_tokens", 132}, {"cost", 0.003}};
-        const QList<Case> cases{
-            {{}, R"({"model":"m","messages":[]})", 401, refusal(401, "No auth credentials found")},
-            {"Bearer sk-or-bad", R"({"model":"m","messages":[]})", 401, refusal(401, "User not found.")},
-            {good, R"({"model":"","messages":[]})", 400,
-             refusal(400, R"(Input required: specify "model" and "messages")")},
-            {good, "not json", 400, refusal(400, R"(Input required: specify "model" and "messages")")},
-            {good, R"({"model":"preset:nope","messages":[]})", 400,
-             refusal(400, "preset:nope is not a valid model ID")},
-            {good,
-             R"({"model":"someone/any-model","messages":[]})",
-             200,
-             {{"model", "someone/any-model"}, {"usage", usage}}},
-            {good, R"({"model":"preset:fast-audio","messages":[]})", 200, {{"model", "vendor/fast"}, {"usage", usage}}},
-        };
-        for (const Case& c : cases) {
-            const HttpAnswer answer = send(chat, "POST", c.body, c.authorization);
-            QCOMPARE(answer.status, c.status);
-            QJsonObject got = objectOf(answer.body);
-            if (c.status == 200)
-                got = {{"model", got["model"]}, {"usage", got["usage"]}};
-            QCOMPARE(got, c.answer);
-        }
-
-        // Scripting and delays are the proxy's: one scripted answer, then the real one again.
-        f.server.script("/api/v1/chat/completions", devserver::Script{503, "{}", "application/json", 50, 1});
-        QCOMPARE(send(chat, "POST", R"({"model":"m","messages":[]})", good).status, 503);
-        QCOMPARE(send(chat, "POST", R"({"model":"m","messages":[]})", good).status, 200);
     }
 
     void theSpeechProxyForwardsToAnUpstreamAndPricesItsAnswer() {
@@ -206,17 +136,17 @@ private slots:
 
     void anAbortedDelayedAnswerDoesNotHurtTheServer() {
         ServiceFixture f;
+        const QUrl health(f.server.baseUrl().toString() + "/api/health");
         f.server.script("/api/health", devserver::Script{200, "{}", "application/json", 300, 1});
         Cancellation cancel;
         Watched<NetworkError> aborted;
-        auto task = watch(sendRequest(f.network, f.clock, QNetworkRequest(QUrl(f.server.baseUrl().toString() + "/api/health")),
-                                      "GET", {}, {}, cancel),
-                          aborted);
+        auto task = watch(sendRequest(f.network, f.clock, QNetworkRequest(health), "GET", {}, {}, cancel), aborted);
         QVERIFY(spinUntil([&] { return f.server.received().size() == 1; }));
         cancel.cancel();
         QVERIFY(spinUntil([&] { return aborted.done; }));
-        QTest::qWait(400); // the delayed write finds the client gone
-        QCOMPARE(fetch(QUrl(f.server.baseUrl().toString() + "/api/health")), QByteArray(R"({"status":"ok"})"));
+        // A later delayed answer is written after the aborted one's turn has come: the server lived through it.
+        f.server.script("/api/health", devserver::Script{200, R"({"after":true})", "application/json", 400, 1});
+        QCOMPARE(fetch(health), QByteArray(R"({"after":true})"));
     }
 };
 
