@@ -4,6 +4,7 @@
 #include "../input/PasteTargetProcess.h"
 #include "../input/XkbLayout.h"
 #include "platform/Defaults.h"
+#include "desktop/AudioTestSupport.h"
 #include "support/ChatAnswers.h"
 #include "support/ProcessFixtures.h"
 
@@ -20,7 +21,6 @@ using namespace tamvex::test;
 namespace {
 
 const QString kServiceName = QStringLiteral("org.tamvex.Tamvex");
-const QString kSpeech = QStringLiteral(TAMVEX_TESTDATA_DIR "/speech-ru-16k.wav");
 const QString kClipboardBefore = QStringLiteral("буфер до диктовки");
 
 /// Polls `until` with a pause between tries: each try may start a process, and a tight
@@ -125,7 +125,10 @@ private slots:
         app.setProcessEnvironment(m_env);
         app.setProcessChannelMode(QProcess::MergedChannels);
         app.setStandardOutputFile(m_user.filePath("tamvex.log"));
-        app.start(TAMVEX_APP_PATH, {"--audio-input", kSpeech});
+        // The microphone: a tone of speech's length; the scripted server answers the words.
+        const QString speech = m_user.filePath("speech.wav");
+        QVERIFY(writeWav(speech, sine(220.0, 0.3, 2.3, 16000), 16000, 1));
+        app.start(TAMVEX_APP_PATH, {"--audio-input", speech});
         auto quit = qScopeGuard([&] { endProcess(app); });
         const auto withLog = [&](const QString& what) {
             return what + "\n--- tamvex log ---\n" + QString::fromUtf8(fileBytes(m_user.filePath("tamvex.log")));
