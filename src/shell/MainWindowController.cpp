@@ -31,6 +31,13 @@ std::unique_ptr<QQuickWindow> createModuleWindow(QQmlEngine& engine, const QStri
     return std::unique_ptr<QQuickWindow>(window);
 }
 
+void showCentred(QQuickWindow& window, QSize size) {
+    window.resize(size);
+    if (const QScreen* screen = QGuiApplication::primaryScreen())
+        window.setPosition(screen->availableGeometry().center() - QPoint(size.width() / 2, size.height() / 2));
+    bringToFront(window);
+}
+
 void bringToFront(QQuickWindow& window) {
     window.show();
     window.raise();
@@ -64,10 +71,7 @@ void MainWindowController::show() {
     }
     m_window->setTitle(QStringLiteral("Tamvex"));
     m_window->setMinimumSize(QSize(minimumWidth, minimumHeight));
-    m_window->resize(width, height);
-    if (const QScreen* screen = QGuiApplication::primaryScreen())
-        m_window->setPosition(screen->availableGeometry().center() - QPoint(width / 2, height / 2));
-    bringToFront(*m_window);
+    showCentred(*m_window, QSize(width, height));
 }
 
 } // namespace tamvex

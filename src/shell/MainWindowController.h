@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QSize>
 
 #include <memory>
 
@@ -47,5 +48,7 @@ std::unique_ptr<QQuickWindow> createModuleWindow(QQmlEngine& engine, const QStri
                                                  const QVariantMap& properties);
 /// Shows, raises and activates `window`.
 void bringToFront(QQuickWindow& window);
+/// Gives a new window its `size`, centres it on the primary screen and brings it to the front.
+void showCentred(QQuickWindow& window, QSize size);
 
 } // namespace tamvex

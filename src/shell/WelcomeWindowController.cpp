@@ -6,10 +6,8 @@
 #include "shell/main/LoginForms.h"
 #include "shell/welcome/PermissionsCheck.h"
 
-#include <QGuiApplication>
 #include <QQmlEngine>
 #include <QQuickWindow>
-#include <QScreen>
 
 namespace tamvex {
 
@@ -61,10 +59,7 @@ void WelcomeWindowController::show() {
     m_window->setFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     m_window->setMinimumSize(QSize(width, height));
     m_window->setMaximumSize(QSize(width, height));
-    m_window->resize(width, height);
-    if (const QScreen* screen = QGuiApplication::primaryScreen())
-        m_window->setPosition(screen->availableGeometry().center() - QPoint(width / 2, height / 2));
-    bringToFront(*m_window);
+    showCentred(*m_window, QSize(width, height));
 }
 
 void WelcomeWindowController::close() {
