@@ -20,11 +20,16 @@ QNetworkAccessManager& sharedNetworkManager();
 /// Makes `manager` skip any proxy for loopback hosts (tests and the dev server live there).
 void bypassProxyForLoopback(QNetworkAccessManager& manager);
 
-/// Deletes a reply through the event loop, so a holder may drop it inside its own signal.
+/// Drops a reply: it is cut off from every receiver (a dropped request's handlers and awaiters
+/// may be gone with their owner), aborted, and deleted through the event loop, so a holder may
+/// drop it inside its own signal.
 struct ReplyDeleter {
     void operator()(QNetworkReply* reply) const {
-        if (reply)
+        if (reply) {
+            reply->disconnect();
+            reply->abort();
             reply->deleteLater();
+        }
     }
 };
 /// Owner of a QNetworkReply from the moment it exists.

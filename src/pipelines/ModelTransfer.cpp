@@ -20,14 +20,6 @@ constexpr double timeEpsilon = 1e-9;
 
 } // namespace
 
-void ModelTransfer::ReplyDeleter::operator()(QNetworkReply* reply) const {
-    if (reply) {
-        reply->disconnect();
-        reply->abort();
-        reply->deleteLater();
-    }
-}
-
 ModelTransfer::ModelTransfer(QNetworkAccessManager& network, Clock& clock, const QUrl& url, const QString& partPath,
                              TransferLimits limits, QObject* parent)
     : QObject(parent), m_network(network), m_clock(clock), m_url(url), m_file(partPath), m_limits(limits) {}

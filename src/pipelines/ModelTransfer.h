@@ -1,5 +1,6 @@
 #pragma once
 
+#include "account/Network.h"
 #include "platform/Clock.h"
 
 #include <QFile>
@@ -58,16 +59,12 @@ private:
     void fail(const QString& reason);
     void stopTimers();
 
-    struct ReplyDeleter {
-        void operator()(QNetworkReply* reply) const;
-    };
-
     QNetworkAccessManager& m_network;
     Clock& m_clock;
     QUrl m_url;
     QFile m_file;
     TransferLimits m_limits;
-    std::unique_ptr<QNetworkReply, ReplyDeleter> m_reply;
+    ReplyPtr m_reply;
     qint64 m_received = 0;
     double m_lastActivity = 0.0;
     Clock::TimerId m_idleTimer = 0;
