@@ -1,15 +1,13 @@
+#include "WindowFixture.h"
 #include "history/Formatting.h"
-#include "history/HistoryStore.h"
-#include "pipelines/ModelDownloader.h"
 #include "shell/main/HistoryListModel.h"
 #include "shell/main/HistoryRows.h"
 #include "shell/main/PermissionPoll.h"
 #include "shell/main/RetryingIds.h"
 #include "shell/settings/LocalModelSection.h"
-#include "support/AppFixture.h"
+#include "support/TestMain.h"
 
 #include <QSignalSpy>
-#include <QTemporaryFile>
 #include <QTest>
 
 using namespace tamvex;
@@ -18,13 +16,6 @@ using namespace tamvex::test;
 namespace {
 QDateTime local(int y, int mo, int d, int h = 12, int mi = 0, int s = 0) {
     return QDateTime(QDate(y, mo, d), QTime(h, mi, s), Qt::LocalTime);
-}
-HistoryEntry entryAt(const QDateTime& when, const QString& text = QStringLiteral("text")) {
-    HistoryEntry e;
-    e.id = QUuid::createUuid();
-    e.createdAt = when;
-    e.text = text;
-    return e;
 }
 QStringList titlesOf(const QList<HistoryGroup>& groups) {
     QStringList titles;
@@ -105,12 +96,8 @@ private slots:
         AppFixture fx;
         RetryingIds retrying(*fx.state);
         const QUuid id = QUuid::createUuid();
-        LogCapture log;
         QVERIFY(!retrying.retry(id)); // no hook
-        QVERIFY(log.has("retry-entry[" + uuidText(id).left(8) + "]: hook missing"));
-
         int calls = 0;
-        Cancellation release;
         fx.state->setRetryTranscriptionHook([&](QUuid) -> QCoro::Task<void> {
             ++calls;
             co_await fx.clock.sleep(3.0);
@@ -132,13 +119,11 @@ private slots:
         ManualClock clock;
         int status = 0;
         int reads = 0;
-        PermissionPoll poll(
-            clock,
-            [&] {
-                ++reads;
-                return status;
-            },
-            1);
+        const auto read = [&] {
+            ++reads;
+            return status;
+        };
+        PermissionPoll poll(clock, read, 1);
         poll.start();
         QCOMPARE(poll.rounds(), 1); // the first round reads at once
         clock.advance(58.0);
@@ -176,13 +161,7 @@ private slots:
         clock.advance(5.0);
         QCOMPARE(reads, 0);
         {
-            PermissionPoll gone(
-                clock,
-                [&] {
-                    ++reads;
-                    return 0;
-                },
-                1);
+            PermissionPoll gone(clock, read, 1);
             gone.start();
         }
         reads = 0;
@@ -195,24 +174,26 @@ private slots:
         using S = ModelDownloadState;
         using Row = LocalModelSection::Row;
         const QString name = LocalModelSection::modelName();
+        const QString once = "Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн.";
+        const Row notDownloaded{"notDownloaded", "", "", once, "", 0.0, "Скачать модель", "arrow.down.circle.fill"};
+        const auto downloading = [&](double progress, const QString& percent) {
+            return Row{"downloading", "", "Скачивается " + name, "", percent, progress, "Отменить", ""};
+        };
         const struct {
             S state;
             std::optional<qint64> fileSize;
             Row row;
         } cases[] = {
-            {S::idle(), std::nullopt,
-             {"notDownloaded", "", "", "Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн.", "",
-              0.0, "Скачать модель", "arrow.down.circle.fill"}},
+            {S::idle(), {}, notDownloaded},
             // A file found on disk is ready without a download in this run.
             {S::idle(), 574041195, {"ready", "checkmark.seal.fill", name, "Готово · занимает 574 МБ"}},
             {S::completed(), 1549000000, {"ready", "checkmark.seal.fill", name, "Готово · занимает 1,5 ГБ"}},
-            // Deleted after it was proved: nothing to show as ready.
-            {S::completed(), std::nullopt, {"notDownloaded", "", "", "Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн.", "", 0.0, "Скачать модель", "arrow.down.circle.fill"}},
-            {S::downloading(0.4279), std::nullopt,
-             {"downloading", "", "Скачивается " + name, "", "42%", 0.4279, "Отменить", ""}},
-            {S::downloading(1.0), std::nullopt, {"downloading", "", "Скачивается " + name, "", "100%", 1.0, "Отменить", ""}},
+            {S::completed(), {}, notDownloaded}, // deleted after it was proved: nothing to show as ready
+            {S::downloading(0.4279), {}, downloading(0.4279, "42%")},
+            {S::downloading(1.0), {}, downloading(1.0, "100%")},
             {S::verifying(), 574041195, {"verifying", "", "", "Проверяем целостность файла…"}},
-            {S::failed("The network connection was lost."), std::nullopt,
+            {S::failed("The network connection was lost."),
+             {},
              {"failed", "exclamationmark.triangle.fill", "", "Ошибка скачивания: The network connection was lost.", "",
               0.0, "Попробовать снова", "arrow.clockwise"}},
         };
@@ -276,5 +257,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(MainPaneRulesTest)
+TAMVEX_TEST_CLASS(MainPaneRulesTest)
 #include "MainPaneRulesTest.moc"

@@ -1,6 +1,8 @@
 #include "shell/SettingsStore.h"
 #include "cli/SettingsCommands.h"
 #include "platform/LoginItem.h"
+#include "shell/QuitController.h"
+#include "support/TestMain.h"
 #include "support/TestSupport.h"
 
 #include <QFile>
@@ -133,7 +135,6 @@ private slots:
         const QString entry = f.env.paths.autostartEntry();
         s->syncLaunchAtLogin();
         QVERIFY(QFile::exists(entry));
-        QVERIFY(log.has("Launch at login: registered"));
         QFile file(entry);
         QVERIFY(file.open(QIODevice::ReadOnly));
         QVERIFY(file.readAll().contains("Exec=/usr/bin/tamvex"));
@@ -143,7 +144,6 @@ private slots:
         QVERIFY(log.lines().isEmpty());
         s->setLaunchAtLogin(false);
         QVERIFY(!QFile::exists(entry));
-        QVERIFY(log.has("Launch at login: unregistered"));
         log.clear();
         s->syncLaunchAtLogin(); // off and not registered: nothing
         QVERIFY(log.lines().isEmpty());
@@ -191,14 +191,11 @@ private slots:
             QString output;
             QString stored; // the key in the settings file afterwards
         };
+        const QString key = "sk-or-v1-0123456789abcdef";
         const QList<Row> rows{
-            {{"set", "api_key", "-"},
-             "sk-or-v1-0123456789abcdef\nnext line\n",
-             0,
-             "openrouter_api_key = …cdef\n",
-             "sk-or-v1-0123456789abcdef"},
-            {{"get", "api_key"}, {}, 0, "sk-or-v1-0123456789abcdef\n", "sk-or-v1-0123456789abcdef"},
-            {{"set", "api_key", "-"}, {}, 2, {}, "sk-or-v1-0123456789abcdef"}, // nothing came: the key stays
+            {{"set", "api_key", "-"}, key + "\nnext line\n", 0, "openrouter_api_key = …cdef\n", key},
+            {{"get", "api_key"}, {}, 0, key + "\n", key},
+            {{"set", "api_key", "-"}, {}, 2, {}, key}, // nothing came: the key stays
             {{"set", "openrouter_api_key", "-"},
              "sk-windows-line\r\n",
              0,
@@ -216,7 +213,49 @@ private slots:
             QCOMPARE(Defaults(env.paths.settingsFile()).readString(K::apiKey).valueOr({}), row.stored);
         }
     }
+
+    void quitFollowsTheBehaviourAndTheAnswer() {
+        using B = SettingsStore::CmdQBehavior;
+        using A = QuitController::Answer;
+        const struct {
+            const char* name;
+            B behaviour;
+            QuitController::DialogResult answer;
+            bool dockBefore, terminateNow;
+            int terminated, closed;
+            B stored;
+            bool dockAfter;
+        } cases[] = {
+            {"quit: at once, no dialog", B::quit, {}, true, true, 0, 0, B::quit, true},
+            {"minimize: never ends", B::minimize, {}, true, false, 0, 1, B::minimize, false},
+            {"ask, Выйти", B::ask, {A::quit, false}, false, false, 1, 0, B::ask, false},
+            {"ask, Выйти, box on", B::ask, {A::quit, true}, false, false, 1, 0, B::quit, false},
+            {"ask, Свернуть", B::ask, {A::minimize, false}, true, false, 0, 1, B::ask, false},
+            {"ask, Свернуть, box on", B::ask, {A::minimize, true}, false, false, 0, 1, B::minimize, false},
+            {"ask, Отмена", B::ask, {A::cancel, false}, true, false, 0, 0, B::ask, true},
+            {"ask, Отмена, box on stores nothing", B::ask, {A::cancel, true}, true, false, 0, 0, B::ask, true},
+        };
+        for (const auto& c : cases) {
+            Fixture f;
+            auto s = f.store();
+            s->setCmdQBehavior(c.behaviour);
+            s->setShowInDock(c.dockBefore);
+            int asked = 0, terminated = 0, closed = 0;
+            QuitController quit(
+                *s,
+                [&] {
+                    ++asked;
+                    return c.answer;
+                },
+                [&] { ++closed; }, [&] { ++terminated; });
+            const QString what = c.name;
+            QVERIFY2(quit.applicationShouldTerminate() == c.terminateNow, qPrintable(what));
+            QVERIFY2(asked == (c.behaviour == B::ask ? 1 : 0), qPrintable(what));
+            QVERIFY2(terminated == c.terminated && closed == c.closed, qPrintable(what));
+            QVERIFY2(s->cmdQBehavior() == c.stored && s->showInDock() == c.dockAfter, qPrintable(what));
+        }
+    }
 };
 
-QTEST_GUILESS_MAIN(SettingsStoreTest)
+TAMVEX_TEST_CLASS(SettingsStoreTest)
 #include "SettingsStoreTest.moc"

@@ -1,7 +1,8 @@
+#include "shell/UpdateController.h"
 #include "DevServer.h"
 #include "account/AnalyticsService.h"
 #include "account/Network.h"
-#include "shell/UpdateController.h"
+#include "support/TestMain.h"
 #include "support/TestSupport.h"
 
 #include <QSignalSpy>
@@ -49,9 +50,13 @@ struct Rig {
     ManualClock clock;
     TestEnv env;
     FakePrompter prompter;
-    UpdateController updates{clock,    *env.defaults, sharedNetworkManager(),
-                             prompter, QUrl(server.baseUrl().toString() + "/appcast.xml"),
-                             "0.5.0",  "5"};
+    UpdateController updates{clock,
+                             *env.defaults,
+                             sharedNetworkManager(),
+                             prompter,
+                             QUrl(server.baseUrl().toString() + "/appcast.xml"),
+                             "0.5.0",
+                             "5"};
     void serve(const QByteArray& body, int delayMs = 0) {
         server.script("/appcast.xml", Script{200, body, "application/rss+xml", delayMs});
     }
@@ -101,18 +106,16 @@ private slots:
             QCOMPARE(item.notes, QString("Быстрее & точнее"));
             QCOMPARE(rig.prompter.opened, QList<QUrl>{QUrl("https://example.org/tamvex_" + offered + ".deb")});
             QCOMPARE(tracked[0][0].toString(), QString("update_available_shown"));
-            const QVariantMap p = tracked[0][1].toMap();
-            QCOMPARE(p.value("current_version").toString(), QString("0.5.0"));
-            QCOMPARE(p.value("current_build").toString(), QString("5"));
-            QCOMPARE(p.value("new_version").toString(), "0." + offered + ".0");
-            QCOMPARE(p.value("new_build").toString(), offered);
+            QCOMPARE(tracked[0][1].toMap(), (QVariantMap{{"current_version", "0.5.0"},
+                                                         {"current_build", "5"},
+                                                         {"new_version", "0." + offered + ".0"},
+                                                         {"new_build", offered}}));
         }
     }
 
     void backgroundChecksSayNothingButAFind() {
         Rig rig;
         rig.serve(QByteArray("garbage"));
-        QSignalSpy done(&rig.updates, &UpdateController::checkFinished);
         syncWait(rig.updates.check(false));
         QVERIFY(rig.prompter.failures.isEmpty() && rig.prompter.upToDate == 0);
         rig.prompter.accept = false; // "Позже"
@@ -155,8 +158,7 @@ private slots:
         }
         // Restarted an hour later: the next check comes a day after the last one kept in the settings.
         rig.clock.advance(3600.0);
-        UpdateController second(rig.clock, *rig.env.defaults, sharedNetworkManager(), rig.prompter, url, "0.5.0",
-                                "5");
+        UpdateController second(rig.clock, *rig.env.defaults, sharedNetworkManager(), rig.prompter, url, "0.5.0", "5");
         second.start();
         QVERIFY(fetchesAfter(60.0, 2));
         QVERIFY(fetchesAfter(86400.0 - 3600.0 - 60.0 - 0.1, 2));
@@ -165,5 +167,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(UpdateControllerTest)
+TAMVEX_TEST_CLASS(UpdateControllerTest)
 #include "UpdateControllerTest.moc"

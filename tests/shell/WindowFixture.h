@@ -16,6 +16,16 @@
 
 namespace tamvex::test {
 
+inline HistoryEntry entryAt(const QDateTime& when, const QString& text = QStringLiteral("text"),
+                            std::optional<QString> error = std::nullopt) {
+    HistoryEntry e;
+    e.id = QUuid::createUuid();
+    e.createdAt = when;
+    e.text = text;
+    e.errorMessage = std::move(error);
+    return e;
+}
+
 class FixedMicrophone final : public MicrophoneAccess {
 public:
     Status current = Status::authorized;
@@ -56,22 +66,17 @@ struct WindowFixture {
                                            TextCategory::ideas, TextCategory::emails};
         for (int day = 6; day >= 0; --day) {
             for (int i = 0; i < 3; ++i) {
-                HistoryEntry e;
-                e.id = QUuid::createUuid();
-                e.createdAt = now.addDays(-day).addSecs(-3600 * (i + 1));
-                e.durationSec = 8 + i;
                 const int n = (day + i) % texts.size();
-                e.text = texts.at(n);
+                HistoryEntry e = entryAt(now.addDays(-day).addSecs(-3600 * (i + 1)), texts.at(n));
+                e.durationSec = 8 + i;
                 e.category = categories[n];
                 e.costUSD = 0.0004 * (i + 1);
                 app.state->history().add(e);
             }
         }
-        HistoryEntry failed;
-        failed.id = QUuid::createUuid();
-        failed.createdAt = now.addSecs(-60);
+        HistoryEntry failed =
+            entryAt(now.addSecs(-60), {}, "Сервер не ответил за 25 секунд. Запись сохранена — попробуй ещё раз.");
         failed.durationSec = 4;
-        failed.errorMessage = QStringLiteral("Сервер не ответил за 25 секунд. Запись сохранена — попробуй ещё раз.");
         app.state->history().add(failed);
         app.state->insights().compute();
     }
