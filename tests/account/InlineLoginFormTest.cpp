@@ -1,11 +1,11 @@
-#include "support/TestMain.h"
 #include "account/InlineLoginForm.h"
 #include "../services/ServiceFixture.h"
-#include "support/ProcessFixtures.h"
 #include "account/AccountStore.h"
 #include "account/AnalyticsService.h"
 #include "account/OAuthCallbacks.h"
 #include "account/PhoneNumbers.h"
+#include "support/ProcessFixtures.h"
+#include "support/TestMain.h"
 
 #include <QJsonDocument>
 #include <QNetworkReply>
@@ -102,31 +102,36 @@ private slots:
         QCOMPARE(phoneCountry(""), QString("unknown"));
     }
 
-    void buttonsFollowTheInputs() {
+    void phoneSignInThroughAWrongCodeAndARefusal() {
         FormEnv e;
         e.form.setPhone("8 999 12");
         QCOMPARE(e.form.phone(), QString("+7 (999) 12"));
         QVERIFY(!e.form.canRequestCode()); // six digits
         e.form.setPhone("8 999 123");
         QVERIFY(e.form.canRequestCode()); // seven
-        e.form.setCode("123");
-        QVERIFY(!e.form.canVerify());
-        e.form.setCode("  12");
-        QVERIFY(e.form.canVerify()); // four characters, spaces count
-    }
-
-    void codeSentGoesStraightToTheCodeStepAndSignsIn() {
-        FormEnv e;
         e.form.setPhone("8 (999) 765-43-21");
         syncWait(e.form.requestCodeTask());
         QCOMPARE(e.form.phase(), Phase::enterCode);
         QCOMPARE(e.form.botUsername(), QString("tamvex_dev_bot"));
-        QCOMPARE(e.form.code().size(), 6); // dev_code prefills the field
+        const QString devCode = e.form.code();
+        QCOMPARE(devCode.size(), 6); // dev_code prefills the field
         QCOMPARE(e.events(), (QStringList{"login_code_requested", "login_code_delivered"}));
         QCOMPARE(e.propertiesOf("login_code_requested"), (QVariantMap{{"phone_country", "RU"}}));
         QCOMPARE(e.propertiesOf("login_code_delivered"), (QVariantMap{{"channel", "telegram"}}));
 
-        e.form.setCode("  " + e.form.code() + " ");
+        e.form.setCode("123");
+        QVERIFY(!e.form.canVerify());
+        e.form.setCode("  12");
+        QVERIFY(e.form.canVerify()); // four characters, spaces count
+        e.form.setCode("0000");
+        syncWait(e.form.verifyTask());
+        QVERIFY(!e.account.isLoggedIn());
+        QVERIFY2(e.form.errorText().contains("invalid code"), qPrintable(e.form.errorText()));
+        QCOMPARE(e.propertiesOf("login_failed"), (QVariantMap{{"error", e.form.errorText()}}));
+        QCOMPARE(e.form.phase(), Phase::enterCode);
+
+        // The wrong code did not spend the right one.
+        e.form.setCode("  " + devCode + " ");
         syncWait(e.form.verifyTask());
         QVERIFY(e.account.isLoggedIn());
         QCOMPARE(e.account.phone(), QString("+79997654321"));
@@ -134,18 +139,6 @@ private slots:
         QCOMPARE(e.propertiesOf("login_success").value("phone_country"), QVariant("RU"));
         QVERIFY(e.propertiesOf("login_success").contains("balance_tokens"));
         QVERIFY(!e.form.loading());
-    }
-
-    void aWrongCodeShowsTheServiceMessage() {
-        FormEnv e;
-        e.form.setPhone("+7 999 000 11 22");
-        syncWait(e.form.requestCodeTask());
-        e.form.setCode("0000");
-        syncWait(e.form.verifyTask());
-        QVERIFY(!e.account.isLoggedIn());
-        QVERIFY2(e.form.errorText().contains("invalid code"), qPrintable(e.form.errorText()));
-        QCOMPARE(e.propertiesOf("login_failed"), (QVariantMap{{"error", e.form.errorText()}}));
-        QCOMPARE(e.form.phase(), Phase::enterCode);
 
         // A refused request keeps the phase and says why.
         e.form.editPhone();
@@ -193,21 +186,20 @@ private slots:
     }
 
     void thePollStopsWithItsView() {
-        AccountEnv env;
-        auto& f = env.f;
-        AccountStore account{*env.sandbox.defaults, env.api};
-        f.server.setBotActivationRequired(true);
-        auto form = std::make_unique<InlineLoginForm>(env.api, account, f.clock, f.server.baseUrl(), nullptr);
+        FormEnv e;
+        e.env.f.server.setBotActivationRequired(true);
+        e.form.setPhone("+79990001122");
+        e.form.startPolling();
+        e.form.backToPhone(); // "Изменить номер"
+        QVERIFY(!e.form.polling());
+        auto form = std::make_unique<InlineLoginForm>(e.env.api, e.account, e.pollClock, QUrl(), nullptr);
         form->setPhone("+79990001122");
         form->startPolling();
-        form->backToPhone(); // "Изменить номер"
-        QVERIFY(!form->polling());
-        form->startPolling();
         form.reset(); // the view went away
-        f.clock.advance(20.0);
+        e.pollClock.advance(20.0);
         spinUntil([] { return false; }, 100);
-        QVERIFY(f.server.received("/api/auth/check-activation").isEmpty());
-        QCOMPARE(f.clock.pendingTimers(), 0);
+        QCOMPARE(e.checks(), 0);
+        QCOMPARE(e.pollClock.pendingTimers(), 0);
     }
 
     void yandexRoadThroughTheBrowserAndTheHandOver() {

@@ -13,11 +13,14 @@
 #include <sqlite3.h>
 
 #include <memory>
+#include <optional>
 
 namespace tamvex::test {
 
 /// The default start date of ManualClock.
-inline QDateTime clockStart() { return QDateTime(QDate(2026, 3, 2), QTime(9, 0), Qt::UTC); }
+inline QDateTime clockStart() {
+    return QDateTime(QDate(2026, 3, 2), QTime(9, 0), Qt::UTC);
+}
 
 /// An entry with a fixed id made from `n`, created `secondsAgo` before `now`.
 inline HistoryEntry makeEntry(int n, const QDateTime& now, double secondsAgo, const QString& text = "one two three") {
@@ -38,34 +41,26 @@ inline void seedRows(const QString& path, int count, const QDateTime& now, int f
     db.exec("COMMIT;");
 }
 
-/// Runs SQL on a second, independent connection to the file (as another process would).
-inline bool rawExec(const QString& path, const QString& sql) {
-    sqlite3* db = nullptr;
-    bool ok = sqlite3_open(path.toUtf8().constData(), &db) == SQLITE_OK &&
-              sqlite3_exec(db, sql.toUtf8().constData(), nullptr, nullptr, nullptr) == SQLITE_OK;
-    sqlite3_close(db);
-    return ok;
-}
-
-/// The first column of the first row of a query on a second connection, as text ("NULL" for null).
+/// Runs SQL on a second, independent connection to the file (as another process would) and gives
+/// the first column of the first row as text: "NULL" for null, "<no row>", or "<error>" when it fails.
 inline QString rawQuery(const QString& path, const QString& sql) {
     sqlite3* db = nullptr;
-    QString result = "<error>";
-    if (sqlite3_open(path.toUtf8().constData(), &db) == SQLITE_OK) {
-        sqlite3_stmt* st = nullptr;
-        if (sqlite3_prepare_v2(db, sql.toUtf8().constData(), -1, &st, nullptr) == SQLITE_OK) {
-            const int rc = sqlite3_step(st);
-            if (rc == SQLITE_ROW) {
-                const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
-                result = text ? QString::fromUtf8(text) : QStringLiteral("NULL");
-            } else if (rc == SQLITE_DONE) {
-                result = "<no row>";
-            }
-        }
-        sqlite3_finalize(st);
-    }
+    std::optional<QString> first;
+    const auto keepFirst = [](void* kept, int, char** values, char**) {
+        auto& text = *static_cast<std::optional<QString>*>(kept);
+        if (!text)
+            text = values[0] ? QString::fromUtf8(values[0]) : QStringLiteral("NULL");
+        return 0;
+    };
+    const bool ok = sqlite3_open(path.toUtf8().constData(), &db) == SQLITE_OK &&
+                    sqlite3_exec(db, sql.toUtf8().constData(), keepFirst, &first, nullptr) == SQLITE_OK;
     sqlite3_close(db);
-    return result;
+    return ok ? first.value_or(QStringLiteral("<no row>")) : QStringLiteral("<error>");
+}
+
+/// Runs SQL (several statements allowed) on a second connection; false when it fails.
+inline bool rawExec(const QString& path, const QString& sql) {
+    return rawQuery(path, sql) != "<error>";
 }
 
 /// A sandbox with its data folder (unless told not to make it), `rows` seeded rows (row 0
@@ -77,8 +72,8 @@ struct Sandbox {
         if (rows > 0)
             seedRows(db(), rows, now);
     }
-    QString db() const { return env.paths.dataFile("history.db"); }
     QString file(const QString& name) const { return env.paths.dataFile(name); }
+    QString db() const { return file("history.db"); }
     HistoryStore& open() { // as a start of the application: the one before is gone
         store.reset();
         store = std::make_unique<HistoryStore>(env.paths, clock);
