@@ -235,7 +235,10 @@ private slots:
         RawHttpPeer peer(-1, 1000000);
         DownloaderRig rig(peer.url());
         rig.download();
-        QVERIFY(spinUntil([&] { return QFileInfo(rig.target() + ".part").size() >= 1000000; }, 15000));
+        // The .part on disk lags what arrived: QFile keeps writes under 16 KiB in its own buffer
+        // until the next flush, so a byte count could wait forever. Any data on disk will do:
+        // with a total guessed from anywhere, progress would already be above zero.
+        QVERIFY(spinUntil([&] { return QFileInfo(rig.target() + ".part").size() > 0; }));
         QCOMPARE(rig.downloader->state(), ModelDownloadState::downloading(0.0));
         peer.last->write(patternBytes(kPatternSize).mid(1000000));
         peer.last->disconnectFromHost();
