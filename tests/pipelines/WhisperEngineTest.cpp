@@ -1,5 +1,4 @@
 #include "support/TestMain.h"
-#include "WhisperTestSupport.h"
 #include "support/TestSupport.h"
 
 #include "pipelines/LocalWhisperEngineCache.h"
@@ -108,7 +107,8 @@ private slots:
         auto engine = std::make_shared<WhisperEngine>(model);
         // A bad audio file fails, and the engine stays usable for the calls after it.
         QTemporaryDir dir;
-        const auto e = engineFailure(engine->transcribe(dir.filePath("missing.m4a")));
+        const auto e =
+            thrown<WhisperEngineError>([&] { syncWait(engine->transcribe(dir.filePath("missing.m4a")), 60000); });
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::audioReadFailed);
         QStringList order;
         auto run = [&](QString name) -> QCoro::Task<void> {
@@ -132,16 +132,14 @@ private slots:
         auto expectLoadFailure = [](const QString& path, const QString& words) {
             const auto e = thrown<WhisperEngineError>([&] { WhisperEngine engine(path); });
             QVERIFY2(e && e->kind() == WhisperEngineError::Kind::modelLoadFailed, qPrintable(path));
-            QVERIFY2(e->description().startsWith("Не получилось загрузить модель: ") && e->description().contains(words),
+            QVERIFY2(e->description().startsWith("Не получилось загрузить модель: ") &&
+                         e->description().contains(words),
                      qPrintable(e->description()));
         };
         // An audio file, a file too short to hold the magic, a folder.
         expectLoadFailure(speech, "не является моделью whisper.cpp");
-        QFile tiny(dir.filePath("tiny.bin"));
-        QVERIFY(tiny.open(QIODevice::WriteOnly));
-        tiny.write("lmg");
-        tiny.close();
-        expectLoadFailure(tiny.fileName(), "не является моделью whisper.cpp");
+        QVERIFY(writeFile(dir.filePath("tiny.bin"), "lmg"));
+        expectLoadFailure(dir.filePath("tiny.bin"), "не является моделью whisper.cpp");
         expectLoadFailure(dir.path(), dir.path());
     }
 
@@ -152,7 +150,7 @@ private slots:
         QString where = dir.filePath("absent.bin");
         LocalWhisperEngineCache cache([&](WhisperModel m) { return m == WhisperModel::mediumQ5 ? speech : where; });
 
-        auto e = engineFailure(cache.engine(WhisperModel::largeV3TurboQ5));
+        auto e = thrown<WhisperEngineError>([&] { syncWait(cache.engine(WhisperModel::largeV3TurboQ5), 60000); });
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::modelNotLoaded);
         QCOMPARE(e->description(), QString("Локальная модель не загружена"));
 
@@ -164,7 +162,7 @@ private slots:
         QCOMPARE(log.lines().filter("Whisper context loaded from").size(), 1);
 
         // A model that fails to load leaves the loaded one in place.
-        e = engineFailure(cache.engine(WhisperModel::mediumQ5));
+        e = thrown<WhisperEngineError>([&] { syncWait(cache.engine(WhisperModel::mediumQ5), 60000); });
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::modelLoadFailed);
         QCOMPARE(syncWait(cache.engine(WhisperModel::largeV3TurboQ5)), first);
         QCOMPARE(log.lines().filter("Whisper context loaded from").size(), 1);

@@ -1,6 +1,6 @@
-#include "support/TestMain.h"
 #include "pipelines/BackendSelector.h"
 #include "services/ServiceFixture.h"
+#include "support/TestMain.h"
 
 #include <QJsonDocument>
 #include <QTest>
@@ -57,8 +57,6 @@ private slots:
         QCOMPARE(s.pickAfterRefresh(0.100, 0.069), QString("stt"));
         QCOMPARE(s.pickAfterRefresh(0.25 + BackendSelector::sttMarginSec, 0.25), QString("main")); // exactly equal
         QCOMPARE(s.pickAfterRefresh(-1.0, 0.5), QString("stt"));
-        QCOMPARE(s.selector->current()->mainLatencyMs, qint64(-1));
-        QCOMPARE(s.selector->current()->sttLatencyMs, qint64(500));
         QCOMPARE(s.pickAfterRefresh(-1.0, -1.0), QString("main"));
         QCOMPARE(s.pickAfterRefresh(0.01, -1.0), QString("main"));
     }
@@ -86,29 +84,21 @@ private slots:
     void aPickIsGoodFor600Seconds() {
         Scripted s;
         const QDateTime now = s.clock.currentDateTime();
-        s.store("stt", now.addSecs(-599));
-        QCOMPARE(s.selector->currentEndpoint(), kStt);
-        QCOMPARE(s.probes, 0);
-
-        s.store("stt", now.addSecs(-600));
-        QCOMPARE(s.selector->currentEndpoint(), kMain);
-        QCOMPARE(s.probes, 2); // both hosts, started in the background
-
-        // A date in the future (clock set back) counts as fresh.
-        s.probes = 0;
-        s.store("stt", now.addSecs(3600));
-        QCOMPARE(s.selector->currentEndpoint(), kStt);
-        QCOMPARE(s.probes, 0);
-
-        // Any other endpoint text is "main", while fresh.
-        s.store("eu-west", now);
-        QCOMPARE(s.selector->currentEndpoint(), kMain);
-        QCOMPARE(s.probes, 0);
+        // Stale at 600 s: both hosts are probed in the background. A date in the future (clock set
+        // back) counts as fresh; any other endpoint text is "main", while fresh.
+        const std::tuple<QString, int, QUrl, int> cases[] = {
+            {"stt", -599, kStt, 0}, {"stt", -600, kMain, 2}, {"stt", 3600, kStt, 0}, {"eu-west", 0, kMain, 0}};
+        for (const auto& [endpoint, age, expected, probes] : cases) {
+            s.probes = 0;
+            s.store(endpoint, now.addSecs(age));
+            QCOMPARE(s.selector->currentEndpoint(), expected);
+            QCOMPARE(s.probes, probes);
+        }
     }
 
     void storedGarbageIsNoPickUntilOverwritten() {
         Scripted s;
-        // What does not decode is service_decoders_test's; here, that it is no pick and is left alone.
+        // What does not decode is DecoderRobustnessTest's; here, that it is no pick and is left alone.
         const QByteArray junk(R"({"endpoint":"stt"})");
         s.sandbox.defaults->setData(BackendSelector::cacheKey, junk);
         s.reopen();
@@ -139,7 +129,6 @@ private slots:
         s.clock.advance(0.01);
         QCOMPARE(s.selector->currentEndpoint(), kStt);
         QCOMPARE(s.probes, 0);
-        QCOMPARE(s.selector->current()->endpoint, QString("stt"));
 
         // Stale pick during the mark: still no probe.
         s.selector->markSTTUnhealthy();
@@ -172,26 +161,47 @@ private slots:
         QCOMPARE(syncWait(selector.measureLatency(QUrl("http://127.0.0.1:1"))), -1.0);
 
         mainHost.server.script("/api/health", Script{0, {}, {}, 5000, 1});
-        bool done = false;
-        double result = 0.0;
-        auto body = [&]() -> QCoro::Task<void> {
-            result = co_await selector.measureLatency(mainHost.server.baseUrl());
-            done = true;
-        };
-        auto slow = body();
+        auto slow = selector.measureLatency(mainHost.server.baseUrl());
         QVERIFY(spinUntil([&] { return mainHost.server.received("/api/health").size() == 2; }));
         mainHost.clock.advance(2.99);
         QCoreApplication::processEvents();
-        QVERIFY(!done);
+        QVERIFY(!slow.isReady());
         mainHost.clock.advance(0.01);
-        QVERIFY(spinUntil([&] { return done; }, 2000));
-        QCOMPARE(result, -1.0);
+        QCOMPARE(syncWait(std::move(slow), 2000), -1.0);
 
         // A whole refresh: the speech host is down, so main wins with stt at -1.
         syncWait(selector.refresh());
         QCOMPARE(selector.current()->endpoint, QString("main"));
         QCOMPARE(selector.current()->mainLatencyMs, qint64(0));
         QCOMPARE(selector.current()->sttLatencyMs, qint64(-1));
+    }
+
+    // Last: it leaves overrides in this process's environment.
+    void theEnvironmentOverridesTheCompiledHosts() {
+        for (const char* name :
+             {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL", "TAMVEX_YANDEX_OAUTH_URL"})
+            qunsetenv(name);
+        const ServiceHosts compiled = ServiceHosts::fromEnvironment();
+        QCOMPARE(compiled.main, QUrl(TAMVEX_DEFAULT_MAIN_URL));
+        QCOMPARE(compiled.openRouter, QUrl(TAMVEX_DEFAULT_OPENROUTER_URL));
+
+        qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:8080/ignored/path");
+        qputenv("TAMVEX_STT_URL", " http://localhost:9 ");
+        qputenv("TAMVEX_OPENROUTER_URL", "not a url");
+        qputenv("TAMVEX_YANDEX_OAUTH_URL", "ftp://example.com");
+        LogCapture log;
+        const ServiceHosts hosts = ServiceHosts::fromEnvironment();
+        QCOMPARE(hosts.main, QUrl("http://127.0.0.1:8080"));
+        QCOMPARE(hosts.stt, QUrl("http://localhost:9"));
+        // Bad overrides keep the compiled host and say why.
+        QCOMPARE(hosts.openRouter, compiled.openRouter);
+        QCOMPARE(hosts.yandexOAuth, compiled.yandexOAuth);
+        QCOMPARE(log.lines().size(), 2);
+        QVERIFY(log.hasPrefix("ServiceHosts: ignoring TAMVEX_OPENROUTER_URL=not a url"));
+
+        QCOMPARE(ServiceHosts::join(hosts.main, "/api/me").toString(), QString("http://127.0.0.1:8080/api/me"));
+        QCOMPARE(ServiceHosts::join(QUrl("https://h.example/base/"), "/api/me").toString(),
+                 QString("https://h.example/base/api/me"));
     }
 };
 

@@ -1,8 +1,9 @@
-#include "support/TestMain.h"
 #include "pipelines/CloudPipelines.h"
+#include "history/TextClassifier.h"
 #include "pipelines/PipelinePreset.h"
 #include "services/ServiceFixture.h"
 #include "support/ChatAnswers.h"
+#include "support/TestMain.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -76,76 +77,62 @@ private slots:
         const QJsonObject audioPart{
             {"type", "input_audio"},
             {"input_audio", QJsonObject{{"data", QString::fromLatin1(rig.audioBytes.toBase64())}, {"format", "m4a"}}}};
-        QCOMPARE(sent[0].value("messages").toArray(),
-                 messages(prompts::cleanupPrompt,
-                          {textPart("Транскрибируй и почисти эту голосовую диктовку."), audioPart}));
+        QCOMPARE(
+            sent[0].value("messages").toArray(),
+            messages(prompts::cleanupPrompt, {textPart("Транскрибируй и почисти эту голосовую диктовку."), audioPart}));
         // One line of base64, no breaks, straight in the body.
         QVERIFY(rig.host.server.received(kProxyPath)[0].body.contains(rig.audioBytes.toBase64()));
     }
 
-    void twoStageAnswersAndUsage_data() {
-        QTest::addColumn<QByteArrayList>("answers");
-        QTest::addColumn<int>("requests");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<std::optional<UsageInfo>>("usage");
-        const auto both = UsageInfo{30, 13, 43, 0.003};
-        QTest::newRow("both stages, usage summed")
-            << QByteArrayList{answer(" привет мир \n", "10,5,15,0.001"), answer(" Привет, мир. ", "20,8,28,0.002")}
-            << 2 << "Привет, мир." << "" << std::optional<UsageInfo>(both);
-        QTest::newRow("stage one blank: no second request")
-            << QByteArrayList{answer(" ", "10,5,15,0.001")} << 1 << "" << ""
-            << std::optional<UsageInfo>(UsageInfo{10, 5, 15, 0.001});
-        QTest::newRow("stage one empty: no content")
-            << QByteArrayList{answer("", "10,5,15,0.001")} << 1 << "" << "OpenRouter вернул пустой ответ."
-            << std::optional<UsageInfo>();
-        QTest::newRow("stage two without usage keeps stage one's")
-            << QByteArrayList{answer("раз два", "10,5,15,0.001"), answer("Раз, два.")} << 2 << "Раз, два."
-            << "" << std::optional<UsageInfo>(UsageInfo{10, 5, 15, 0.001});
-        QTest::newRow("stage two blank: empty text, summed usage")
-            << QByteArrayList{answer("раз", "10,5,15,0.001"), answer(" \n ", "20,8,28,0.002")} << 2 << "" << ""
-            << std::optional<UsageInfo>(both);
-        QTest::newRow("stage two fails: the transcript is lost")
-            << QByteArrayList{answer("раз", "10,5,15,0.001"), answer("")} << 2 << ""
-            << "OpenRouter вернул пустой ответ." << std::optional<UsageInfo>();
-    }
-
     void twoStageAnswersAndUsage() {
-        QFETCH(QByteArrayList, answers);
-        QFETCH(int, requests);
-        QFETCH(QString, text);
-        QFETCH(QString, error);
-        QFETCH(std::optional<UsageInfo>, usage);
-        Rig rig;
-        for (const QByteArray& a : answers)
-            rig.reply(a);
-        TwoStagePipeline pipeline(rig.service, "preset:cheap-audio", "preset:cheap-cleanup", prompts::cleanupPrompt,
-                                  prompts::verbatimPrompt);
-        try {
-            const SpeechResult result = syncWait(pipeline.process(rig.audio));
-            QVERIFY2(error.isEmpty(), "expected a failure");
-            QCOMPARE(result.text, text);
-            QCOMPARE(result.usage, usage);
-        } catch (const OpenRouterError& e) {
-            QCOMPARE(e.description(), error);
-        }
-        const QList<QJsonObject> sent = rig.requests();
-        QCOMPARE(sent.size(), requests);
-        QCOMPARE(sent[0].value("model").toString(), QString("preset:cheap-audio"));
-        QCOMPARE(sent[0].value("temperature").toDouble(), 0.0);
-        const QJsonArray first = sent[0].value("messages").toArray();
-        QCOMPARE(first[0].toObject().value("content").toArray()[0].toObject(), textPart(prompts::verbatimPrompt));
-        QCOMPARE(first[1].toObject().value("content").toArray()[0].toObject(), textPart("Распознай эту речь."));
-        if (requests == 2) {
-            // Stage two carries the trimmed transcript and no audio.
-            QCOMPARE(sent[1].value("model").toString(), QString("preset:cheap-cleanup"));
-            QCOMPARE(sent[1].value("temperature").toDouble(), 0.2);
-            const QString transcript = QJsonDocument::fromJson(answers[0])
-                                           .object()["choices"][0]["message"]["content"]
-                                           .toString()
-                                           .trimmed();
-            QCOMPARE(sent[1].value("messages").toArray(),
-                     messages(prompts::cleanupPrompt, {textPart(transcript)}));
+        const QString u1 = "10,5,15,0.001", u2 = "20,8,28,0.002";
+        const UsageInfo one{10, 5, 15, 0.001};
+        const UsageInfo both{30, 13, 43, 0.003};
+        const QString noContent = "OpenRouter вернул пустой ответ.";
+        // Answers, requests made, text, failure, usage.
+        const std::tuple<QByteArrayList, int, QString, QString, std::optional<UsageInfo>> cases[] = {
+            // Both stages, usage summed.
+            {{answer(" привет мир \n", u1), answer(" Привет, мир. ", u2)}, 2, "Привет, мир.", "", both},
+            // Stage one blank: no second request. Empty: no content.
+            {{answer(" ", u1)}, 1, "", "", one},
+            {{answer("", u1)}, 1, "", noContent, std::nullopt},
+            // Stage two without usage keeps stage one's; blank gives empty text and summed usage.
+            {{answer("раз два", u1), answer("Раз, два.")}, 2, "Раз, два.", "", one},
+            {{answer("раз", u1), answer(" \n ", u2)}, 2, "", "", both},
+            // Stage two fails: the transcript is lost.
+            {{answer("раз", u1), answer("")}, 2, "", noContent, std::nullopt},
+        };
+        for (const auto& [answers, requests, text, error, usage] : cases) {
+            Rig rig;
+            for (const QByteArray& a : answers)
+                rig.reply(a);
+            TwoStagePipeline pipeline(rig.service, "preset:cheap-audio", "preset:cheap-cleanup", prompts::cleanupPrompt,
+                                      prompts::verbatimPrompt);
+            try {
+                const SpeechResult result = syncWait(pipeline.process(rig.audio));
+                QVERIFY2(error.isEmpty(), "expected a failure");
+                QCOMPARE(result.text, text);
+                QCOMPARE(result.usage, usage);
+            } catch (const OpenRouterError& e) {
+                QCOMPARE(e.description(), error);
+            }
+            const QList<QJsonObject> sent = rig.requests();
+            QCOMPARE(sent.size(), requests);
+            QCOMPARE(sent[0].value("model").toString(), QString("preset:cheap-audio"));
+            QCOMPARE(sent[0].value("temperature").toDouble(), 0.0);
+            const QJsonArray first = sent[0].value("messages").toArray();
+            QCOMPARE(first[0].toObject().value("content").toArray()[0].toObject(), textPart(prompts::verbatimPrompt));
+            QCOMPARE(first[1].toObject().value("content").toArray()[0].toObject(), textPart("Распознай эту речь."));
+            if (requests == 2) {
+                // Stage two carries the trimmed transcript and no audio.
+                QCOMPARE(sent[1].value("model").toString(), QString("preset:cheap-cleanup"));
+                QCOMPARE(sent[1].value("temperature").toDouble(), 0.2);
+                const QString transcript = QJsonDocument::fromJson(answers[0])
+                                               .object()["choices"][0]["message"]["content"]
+                                               .toString()
+                                               .trimmed();
+                QCOMPARE(sent[1].value("messages").toArray(), messages(prompts::cleanupPrompt, {textPart(transcript)}));
+            }
         }
     }
 
@@ -163,5 +150,43 @@ private slots:
     }
 };
 
+// Its own class, so its own process: after missingFileSendsNothing in one process, its first request crashed.
+class TextClassifierTest : public QObject {
+    Q_OBJECT
+private slots:
+    // Short texts are not asked about; an answer is one word, any case, a stop and spaces aside.
+    void classifierAnswersBecomeCategories() {
+        const QString eight = "раз два три четыре пять шесть семь восемь";
+        // Text, status, answer, category, whether it was asked.
+        const std::tuple<QString, int, QString, TextCategory, bool> cases[] = {
+            {"раз два три четыре пять шесть семь", 200, "docs", TextCategory::other, false},
+            {eight, 200, " Docs.\n", TextCategory::docs, true},
+            {eight, 200, "docs notes", TextCategory::other, true},
+            {eight, 500, "down", TextCategory::other, true},
+        };
+        for (const auto& [text, status, reply, category, asked] : cases) {
+            SelectorEnv env;
+            env.host.server.script(kProxyPath,
+                                   Script{status, status == 200 ? chatAnswer(reply, false) : reply.toUtf8()});
+            LogCapture log;
+            TextClassifier classifier(
+                std::make_shared<OpenRouterService>(OpenRouterService::Mode::proxy("t"), env.selector),
+                "google/gemini-2.5-flash-lite");
+            QCOMPARE(syncWait(classifier.classify(text)), category);
+            const auto sent = env.host.server.received(kProxyPath);
+            QCOMPARE(sent.size(), asked ? 1 : 0);
+            if (asked) {
+                const QJsonObject body = QJsonDocument::fromJson(sent[0].body).object();
+                QCOMPARE(body.value("temperature").toDouble(), 0.0);
+                const QJsonArray messages = body.value("messages").toArray();
+                QCOMPARE(messages[0]["content"][0]["text"].toString(), TextClassifier::prompt);
+                QCOMPARE(messages[1]["content"][0]["text"].toString(), text);
+            }
+            QCOMPARE(log.hasPrefix("classify failed: "), status != 200);
+        }
+    }
+};
+
 TAMVEX_TEST_CLASS(CloudPipelinesTest)
+TAMVEX_TEST_CLASS(TextClassifierTest)
 #include "CloudPipelinesTest.moc"

