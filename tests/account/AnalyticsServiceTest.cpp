@@ -1,7 +1,7 @@
 #include "account/AnalyticsService.h"
 #include "account/AccountStore.h"
 #include "account/SorvelAPI.h"
-#include "services/ServiceFixture.h"
+#include "support/ServiceFixture.h"
 #include "support/TestMain.h"
 
 #include <QJsonArray>

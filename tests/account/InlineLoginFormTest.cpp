@@ -1,10 +1,10 @@
 #include "account/InlineLoginForm.h"
-#include "../services/ServiceFixture.h"
 #include "account/AccountStore.h"
 #include "account/AnalyticsService.h"
 #include "account/OAuthCallbacks.h"
 #include "account/PhoneNumbers.h"
 #include "support/ProcessFixtures.h"
+#include "support/ServiceFixture.h"
 #include "support/TestMain.h"
 
 #include <QJsonDocument>

@@ -1,6 +1,6 @@
-#include "support/TestMain.h"
 #include "account/SorvelAPI.h"
-#include "services/ServiceFixture.h"
+#include "support/ServiceFixture.h"
+#include "support/TestMain.h"
 
 #include <QJsonDocument>
 #include <QTest>

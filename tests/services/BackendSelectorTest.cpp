@@ -1,5 +1,5 @@
 #include "pipelines/BackendSelector.h"
-#include "services/ServiceFixture.h"
+#include "support/ServiceFixture.h"
 #include "support/TestMain.h"
 
 #include <QJsonDocument>

@@ -1,8 +1,8 @@
 #include "pipelines/CloudPipelines.h"
 #include "history/TextClassifier.h"
 #include "pipelines/PipelinePreset.h"
-#include "services/ServiceFixture.h"
 #include "support/ChatAnswers.h"
+#include "support/ServiceFixture.h"
 #include "support/TestMain.h"
 
 #include <QJsonArray>

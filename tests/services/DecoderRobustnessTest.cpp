@@ -1,7 +1,7 @@
 #include "account/SorvelAPI.h"
 #include "pipelines/BackendSelector.h"
 #include "pipelines/OpenRouterService.h"
-#include "services/ServiceFixture.h"
+#include "support/ServiceFixture.h"
 #include "support/TestMain.h"
 
 #include <QTest>
@@ -33,9 +33,8 @@ class DecoderRobustnessTest : public QObject {
     Q_OBJECT
 private slots:
     void serviceAnswersFailAsDecodeErrors() {
-        ServiceFixture f;
-        TestEnv sandbox;
-        SorvelAPI api(f.network, f.clock, *sandbox.defaults, f.server.baseUrl());
+        AccountEnv env;
+        auto& [f, sandbox, api] = env;
         const QByteArray valid = R"({"user":{"id":1,"phone":"+7","balance_tokens":2,"created_at":3}})";
         for (const auto& [name, body] : hostileBodies(valid)) {
             f.server.script("/api/me", Script{200, body});

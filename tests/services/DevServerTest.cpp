@@ -2,8 +2,8 @@
 #include "account/SorvelAPI.h"
 #include "pipelines/BackendSelector.h"
 #include "pipelines/OpenRouterService.h"
-#include "services/ServiceFixture.h"
 #include "support/ProcessFixtures.h"
+#include "support/ServiceFixture.h"
 #include "support/TestMain.h"
 
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "pipelines/OpenRouterService.h"
 #include "pipelines/BackendSelector.h"
-#include "services/ServiceFixture.h"
 #include "support/ChatAnswers.h"
+#include "support/ServiceFixture.h"
 #include "support/TestMain.h"
 
 #include <QJsonArray>

@@ -2,6 +2,7 @@
 
 #include "DevServer.h"
 #include "account/Network.h"
+#include "account/SorvelAPI.h"
 #include "pipelines/BackendSelector.h"
 #include "support/TestSupport.h"
 
@@ -28,6 +29,13 @@ struct SelectorEnv {
     ServiceFixture host;
     TestEnv sandbox;
     BackendSelector selector{*sandbox.defaults, host.clock, host.network, ServiceHosts::allAt(host.server.baseUrl())};
+};
+
+/// A dev server, a settings sandbox and the account API pointed at the server.
+struct AccountEnv {
+    ServiceFixture f;
+    TestEnv sandbox;
+    SorvelAPI api{f.network, f.clock, *sandbox.defaults, f.server.baseUrl()};
 };
 
 /// Runs `task` and gives the error of type E it failed with, or none if it succeeded.
