@@ -4,6 +4,7 @@
 #include "pipelines/LocalWhisperPipeline.h"
 #include "shell/SettingsStore.h"
 #include "support/AppFixture.h"
+#include "support/TestMain.h"
 
 #include <QDir>
 #include <QTest>
@@ -100,5 +101,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(PipelineBuildingTest)
+TAMVEX_TEST_CLASS(PipelineBuildingTest)
 #include "PipelineBuildingTest.moc"
