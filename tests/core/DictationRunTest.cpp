@@ -78,6 +78,13 @@ struct RunRig {
     bool waitUntilSent(const QString& path, int count) {
         return spinUntil([&] { return sent(path) >= count; }, 10000);
     }
+    /// Whether the slow flag is still down at `seconds` - 0.01 from now and up at `seconds`.
+    bool slowRisesAfter(double seconds) {
+        fixture.clock.advance(seconds - 0.01);
+        const bool early = state().slowProcessing();
+        fixture.clock.advance(0.01);
+        return !early && state().slowProcessing();
+    }
     bool waitForEnd() {
         return spinUntil([&] { return !recState().is(RecordingState::Case::processing); }, 10000);
     }
@@ -220,10 +227,7 @@ private slots:
         rig.reply(kProxyPath, 200, chatAnswer("Второй."), 1500);
         rig.dictate(2.0);
         QVERIFY(rig.waitUntilSent(kProxyPath, 2));
-        rig.fixture.clock.advance(2.99);
-        QVERIFY(!rig.state().slowProcessing());
-        rig.fixture.clock.advance(0.01);
-        QVERIFY(rig.state().slowProcessing());
+        QVERIFY(rig.slowRisesAfter(3.0)); // 5 s after run one
         QVERIFY(rig.waitForEnd());
         rig.fixture.clock.advance(10.0); // the early slow tasks have long fired
 
@@ -231,10 +235,7 @@ private slots:
         rig.reply(kProxyPath, 200, chatAnswer("Успели."), 1500);
         rig.dictate(2.0);
         QVERIFY(rig.waitUntilSent(kProxyPath, 3));
-        rig.fixture.clock.advance(4.99);
-        QVERIFY(!rig.state().slowProcessing());
-        rig.fixture.clock.advance(0.01);
-        QVERIFY(rig.state().slowProcessing());
+        QVERIFY(rig.slowRisesAfter(5.0));
         rig.fixture.clock.advance(19.99);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.entry().text, QString("Успели."));
