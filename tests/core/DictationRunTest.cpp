@@ -127,28 +127,21 @@ private slots:
         QTest::addColumn<QString>("message"); // empty: idle
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("entryError");
-        const QString seven = "раз два три четыре пять шесть семь";
+        const auto row = [](const char* name, bool ownKey, double seconds, int status, const QByteArray& body,
+                            bool keysWork, const QString& message, const QString& text, const QString& entryError) {
+            QTest::newRow(name) << ownKey << seconds << status << body << keysWork << message << text << entryError;
+        };
+        const QString hello = "Привет, мир.", seven = "раз два три четыре пять шесть семь";
         const QString tooFast = "Слишком быстро или ошибка распознавания";
         const QString down = "OpenRouter ответил 500: upstream down";
-        QTest::newRow("pasted") << false << 2.0 << 200 << chatAnswer("Привет, мир.") << true << ""
-                                << "Привет, мир."
-                                << "";
-        QTest::newRow("own key books 0.0 without usage")
-            << true << 2.0 << 200 << chatAnswer("Привет.", false) << true << ""
-            << "Привет."
-            << "";
-        QTest::newRow("empty text: nothing pasted") << false << 2.0 << 200 << chatAnswer("  \n ") << true << ""
-                                                    << ""
-                                                    << "";
-        QTest::newRow("paste fails: text stays on the clipboard")
-            << false << 2.0 << 200 << chatAnswer("Привет, мир.") << false
-            << "Текст в буфере, Ctrl+V вставит. Дай Доступ к вводу для авто-вставки."
-            << "Привет, мир."
-            << "";
-        QTest::newRow("7 words in 1.3 s is a hallucination")
-            << false << 1.3 << 200 << chatAnswer(seven) << true << tooFast << "" << tooFast + ". Текст не вставлен.";
-        QTest::newRow("pipeline error is retryable")
-            << false << 2.0 << 500 << QByteArray("upstream down") << true << down << "" << down;
+        row("pasted", false, 2.0, 200, chatAnswer(hello), true, "", hello, "");
+        row("own key books 0.0 without usage", true, 2.0, 200, chatAnswer("Привет.", false), true, "", "Привет.", "");
+        row("empty text: nothing pasted", false, 2.0, 200, chatAnswer("  \n "), true, "", "", "");
+        row("paste fails: text stays on the clipboard", false, 2.0, 200, chatAnswer(hello), false,
+            "Текст в буфере, Ctrl+V вставит. Дай Доступ к вводу для авто-вставки.", hello, "");
+        row("7 words in 1.3 s is a hallucination", false, 1.3, 200, chatAnswer(seven), true, tooFast, "",
+            tooFast + ". Текст не вставлен.");
+        row("pipeline error is retryable", false, 2.0, 500, "upstream down", true, down, "", down);
     }
 
     void outcomes() {
