@@ -10,7 +10,6 @@
 #include "support/TestMain.h"
 
 #include <QDir>
-#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -19,19 +18,15 @@ using Mode = RecordingCoordinator::Mode;
 
 namespace {
 
-/// A sine whose RMS level is `db` dBFS, `seconds` long, at 16 kHz.
-QString makeTone(const QString& dir, const QString& name, double db, double seconds) {
-    const QString path = dir + "/" + name + ".wav";
-    const double amplitude = db <= -160 ? 0.0 : std::sqrt(2.0) * std::pow(10.0, db / 20.0);
-    test::writeWav(path, test::sine(220.0, amplitude, seconds, 16000), 16000, 1);
-    return path;
-}
-
+/// A coordinator whose microphone plays a sine of RMS level `toneDb` dBFS, `seconds` long, or
+/// a missing file.
 struct Rig {
     explicit Rig(double toneDb = -9.0, double seconds = 70.0, bool brokenInput = false)
         : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, inputPath, 1.0); }) {
-        inputPath = brokenInput ? fixture.env.root.path() + "/missing.wav"
-                                : makeTone(fixture.env.root.path(), "tone", toneDb, seconds);
+        inputPath = fixture.env.root.filePath(brokenInput ? "missing.wav" : "tone.wav");
+        const double amplitude = toneDb <= -160 ? 0.0 : std::sqrt(2.0) * std::pow(10.0, toneDb / 20.0);
+        if (!brokenInput)
+            test::writeWav(inputPath, test::sine(220.0, amplitude, seconds, 16000), 16000, 1);
     }
     AppState& state() { return *fixture.state; }
     RecordingState recState() { return fixture.state->recordingState(); }
