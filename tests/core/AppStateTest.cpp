@@ -1,5 +1,6 @@
 #include "shell/SettingsStore.h"
 #include "support/AppFixture.h"
+#include "support/TestMain.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -43,11 +44,9 @@ private slots:
         s.dismissNudge();
         QVERIFY(!s.pendingNudge());
         QCOMPARE(f.clock.pendingTimers(), 0);
-        QSignalSpy spy(&s, &AppState::pendingNudgeChanged);
-        s.dismissNudge(); // nothing on show: still written, harmless
-        QCOMPARE(spy.count(), 1);
     }
 
+    // Blanks and tabs are no key; any other character, even a line break, is one.
     void serviceBalanceByKey() {
         test::AppFixture f;
         AppState& s = *f.state;
@@ -65,5 +64,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(AppStateTest)
+TAMVEX_TEST_CLASS(AppStateTest)
 #include "AppStateTest.moc"

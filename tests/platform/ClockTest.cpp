@@ -51,7 +51,6 @@ private slots:
         WallClock clock;
         QStringList log;
         const double start = clock.now();
-        Cancellation never;
         sleeper(clock, 0.05, "short", log);
         Cancellation c;
         sleeper(clock, 30.0, "long", log, c);

@@ -56,29 +56,23 @@ private slots:
                  QFile::Permissions());
     }
 
-    void hostileFileContents() {
+    void hostileOrCorruptFiles() {
         test::TestEnv env;
-        env.defaults.reset();
+        const auto reopenWith = [&](const QByteArray& contents) {
+            env.defaults.reset();
+            QFile f(env.paths.settingsFile());
+            QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+            f.write(contents);
+            f.close();
+            env.reopenDefaults();
+        };
         // Mixed arrays are no text arrays; a tagged object that is not a date stays an object.
-        QFile f(env.paths.settingsFile());
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(R"({"mixed": ["a", 1], "fake": {"$date": "not a date"}, "nil": null})");
-        f.close();
-        env.reopenDefaults();
+        reopenWith(R"({"mixed": ["a", 1], "fake": {"$date": "not a date"}, "nil": null})");
         QCOMPARE(env.defaults->readStringArray("mixed").state, ValueState::WrongType);
         QCOMPARE(env.defaults->readDate("fake").state, ValueState::WrongType);
         QCOMPARE(env.defaults->readString("nil").state, ValueState::WrongType);
-    }
-
-    void corruptFileIsKeptAside() {
-        test::TestEnv env;
-        env.defaults.reset();
-        QFile f(env.paths.settingsFile());
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write("{ this is not json");
-        f.close();
-        env.reopenDefaults();
-        QVERIFY(!env.defaults->quarantinedPath().isEmpty());
+        // A file that is no JSON at all is kept aside, and the settings start afresh.
+        reopenWith("{ this is not json");
         QFile kept(env.defaults->quarantinedPath());
         QVERIFY(kept.open(QIODevice::ReadOnly));
         QCOMPARE(kept.readAll(), QByteArray("{ this is not json"));

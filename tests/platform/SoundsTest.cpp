@@ -1,5 +1,5 @@
-#include "support/TestMain.h"
 #include "platform/Sounds.h"
+#include "support/TestMain.h"
 #include "support/TestSupport.h"
 
 #include <QFile>
