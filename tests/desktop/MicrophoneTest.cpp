@@ -1,6 +1,6 @@
-#include "support/TestMain.h"
 #include "desktop/AudioTestSupport.h"
 #include "support/ProcessFixtures.h"
+#include "support/TestMain.h"
 
 #include "desktop/AudioInputMicrophone.h"
 #include "desktop/AudioRecorder.h"
@@ -83,11 +83,11 @@ class MicrophoneTest : public QObject {
         m_server.setProcessEnvironment(env);
         m_server.setProcessChannelMode(QProcess::MergedChannels);
         // The FIFO's module goes first, so the socket appearing means both are there.
-        m_server.start(pulseaudio,
-                       {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no", "-F", "/dev/null",
-                        "--load=module-pipe-source source_name=tamvex_mic format=s16le rate=44100 channels=1 file=" +
-                            fifo(),
-                        "--load=module-native-protocol-unix auth-anonymous=1 socket=" + socket()});
+        m_server.start(
+            pulseaudio,
+            {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no", "-F", "/dev/null",
+             "--load=module-pipe-source source_name=tamvex_mic format=s16le rate=44100 channels=1 file=" + fifo(),
+             "--load=module-native-protocol-unix auth-anonymous=1 socket=" + socket()});
         if (!m_server.waitForStarted(5000))
             return "pulseaudio did not start: " + m_server.errorString();
         if (!spinUntil([&] { return QFile::exists(socket()) || m_server.state() == QProcess::NotRunning; }, 10000) ||
@@ -102,20 +102,6 @@ class MicrophoneTest : public QObject {
         m_speaker = std::make_unique<FifoSpeaker>(fifo());
         m_speaker->start();
         return {};
-    }
-
-    AudioRecorder::RecordingResult record(AudioRecorder& recorder, WallClock& clock, double seconds,
-                                          QList<float>& levels) {
-        recorder.start();
-        QEventLoop loop;
-        std::function<void()> read = [&] {
-            levels.append(recorder.readLevel());
-            clock.schedule(0.06, read);
-        };
-        clock.schedule(0.06, read);
-        clock.schedule(seconds, [&] { loop.quit(); });
-        loop.exec();
-        return recorder.stop();
     }
 
 private slots:
@@ -149,9 +135,20 @@ private slots:
 
         WallClock clock;
         TestEnv env;
-        AudioRecorder recorder(clock, [] { return std::make_unique<MicrophoneInput>("tamvex_mic"); }, env.paths.tempDir);
+        AudioRecorder recorder(
+            clock, [] { return std::make_unique<MicrophoneInput>("tamvex_mic"); }, env.paths.tempDir);
+        // The HUD's level reader, every 0.06 s, for 1.5 s of the wall clock.
         QList<float> levels;
-        const auto result = record(recorder, clock, 1.5, levels);
+        recorder.start();
+        QEventLoop loop;
+        std::function<void()> read = [&] {
+            levels.append(recorder.readLevel());
+            clock.schedule(0.06, read);
+        };
+        clock.schedule(0.06, read);
+        clock.schedule(1.5, [&] { loop.quit(); });
+        loop.exec();
+        const auto result = recorder.stop();
         const double expected = toDb(toneAmplitude / std::sqrt(2.0));
         // Readings on the wall clock can fall on a window with no new samples (-160) or on one
         // shorter than the tone's period (up to 3 dB high): the typical reading is the tone's level.
