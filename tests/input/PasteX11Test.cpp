@@ -29,7 +29,7 @@ test::XvfbSession* gXvfb = nullptr;
 
 using Types = test::PasteTargetProcess::Types;
 
-/// The other application, a focused line edit in its own process; `resourceName` its WM_CLASS instance.
+/// The other application: a focused line edit in its own process.
 QString targetProgram() {
     return QCoreApplication::applicationDirPath() + "/input_paste_target";
 }

@@ -203,6 +203,7 @@ private slots:
         QCOMPARE(recorder.handleKeyDown(0x7A, 0), Outcome::usedBySystem);
         QCOMPARE(recorder.handleKeyDown(KeyCode::f12, 0), Outcome::stored);
         QCOMPARE(recorder.displayText(), QStringLiteral("F12"));
+        QCOMPARE(recorderText("unknown_key"), QStringLiteral("unknown_key"));
     }
 
     void modifierPressesOnlyChangeTheShownModifiers() {
