@@ -1,8 +1,7 @@
-#include "support/TestMain.h"
 #include "desktop/AudioTestSupport.h"
+#include "support/TestMain.h"
 #include "support/TestSupport.h"
 
-#include "desktop/AudioInput.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioInputMicrophone.h"
 #include "desktop/AudioRecorder.h"
@@ -12,68 +11,32 @@
 #include <QRegularExpression>
 #include <QTest>
 
-#include <functional>
-
 using namespace tamvex;
 using namespace tamvex::test;
 
 namespace {
 
-/// A stand-in microphone: interleaved samples from `signal(frameIndex, channel)` at any rate
-/// and channel count, delivered every 10 ms of the clock; can be told to fail at its start.
-class SynthInput final : public AudioInput {
+/// A stand-in microphone of any rate and channel count whose `samples` (interleaved) are all
+/// there at its start; without samples its start fails.
+class ReadyInput final : public AudioInput {
 public:
-    enum class FailAt { nowhere, start };
-    SynthInput(Clock& clock, int rate, int channels, std::function<float(qint64, int)> signal,
-               FailAt failAt = FailAt::nowhere)
-        : m_clock(clock), m_rate(rate), m_channels(channels), m_signal(std::move(signal)), m_failAt(failAt) {}
-    ~SynthInput() override { stop(); }
-
+    ReadyInput(int rate, int channels, std::vector<float> samples)
+        : m_rate(rate), m_channels(channels), m_samples(std::move(samples)) {}
     void open() override {}
     void start(Sink sink) override {
-        if (m_failAt == FailAt::start)
+        if (m_samples.empty())
             throw AudioInputError("поток не запустился");
-        m_sink = std::move(sink);
-        m_startedAt = m_clock.now();
-        schedule();
+        sink(m_samples.data(), qsizetype(m_samples.size()) / m_channels);
     }
-    void poll() override {
-        if (!m_sink)
-            return;
-        const qint64 due = qint64((m_clock.now() - m_startedAt) * m_rate + 1e-6);
-        std::vector<float> block;
-        for (; m_sent < due; ++m_sent)
-            for (int c = 0; c < m_channels; ++c)
-                block.push_back(m_signal(m_sent, c));
-        if (!block.empty())
-            m_sink(block.data(), qsizetype(block.size()) / m_channels);
-    }
-    void stop() override {
-        poll();
-        m_sink = {};
-        if (m_timer)
-            m_clock.cancelTimer(m_timer);
-        m_timer = 0;
-    }
+    void poll() override {}
+    void stop() override {}
     int sampleRate() const override { return m_rate; }
     int channels() const override { return m_channels; }
 
 private:
-    void schedule() {
-        m_timer = m_clock.schedule(0.01, [this] {
-            poll();
-            schedule();
-        });
-    }
-    Clock& m_clock;
     int m_rate;
     int m_channels;
-    std::function<float(qint64, int)> m_signal;
-    FailAt m_failAt;
-    Sink m_sink;
-    double m_startedAt = 0;
-    qint64 m_sent = 0;
-    Clock::TimerId m_timer = 0;
+    std::vector<float> m_samples;
 };
 
 /// Advances the clock by `seconds` the way the HUD's level reader does, every 0.06 s.
@@ -87,7 +50,16 @@ QList<float> readLevelsFor(ManualClock& clock, AudioRecorder& recorder, double s
     return levels;
 }
 
-QStringList recordings(const QString& dir) { return QDir(dir).entryList({"sorvel-*"}, QDir::Files); }
+QStringList recordings(const QString& dir) {
+    return QDir(dir).entryList({"sorvel-*"}, QDir::Files);
+}
+
+bool near(double value, double expected, double tolerance) {
+    return std::abs(value - expected) < tolerance;
+}
+
+// 0.1 amplitude: RMS 0.0707, -23.0 dBFS.
+const double kToneDb = toDb(0.1 / std::sqrt(2.0));
 
 } // namespace
 
@@ -99,51 +71,46 @@ class AudioRecorderTest : public QObject {
     QString wav(const QString& name) const { return m_env.root.filePath(name); }
 
     AudioRecorder fileRecorder(const QString& file) {
-        return AudioRecorder(m_clock, [this, file] { return std::make_unique<FileAudioInput>(m_clock, file); },
-                             m_env.paths.tempDir);
+        return AudioRecorder(
+            m_clock, [this, file] { return std::make_unique<FileAudioInput>(m_clock, file); }, m_env.paths.tempDir);
     }
 
 private slots:
+    void initTestCase() { QVERIFY(writeWav(wav("tone.wav"), sine(440, 0.1, 4.0, 44100), 44100, 1)); }
+
     void cleanup() {
         for (const QString& f : recordings(m_env.paths.tempDir))
             QFile::remove(QDir(m_env.paths.tempDir).filePath(f));
     }
 
     void sineRecordsAtItsLevelIntoAMonoAacFile() {
-        // 0.1 amplitude: RMS 0.0707, -23.0 dBFS.
-        const auto tone = sine(440, 0.1, 4.0, 44100);
-        QVERIFY(writeWav(wav("tone.wav"), tone, 44100, 1));
-        const double expectedDb = toDb(rms(tone));
-        AudioRecorder recorder(m_clock, [this] { return std::make_unique<FileAudioInput>(m_clock, wav("tone.wav")); },
-                               m_env.paths.tempDir);
+        auto recorder = fileRecorder(wav("tone.wav"));
         QCOMPARE(recorder.readLevel(), -160.0f);
 
         const QString url = recorder.start();
         QVERIFY(recorder.isRecording());
         const QFileInfo info(url);
         QCOMPARE(info.absolutePath(), QFileInfo(m_env.paths.tempDir).absoluteFilePath());
-        QVERIFY2(QRegularExpression("^sorvel-[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\.m4a$")
-                     .match(info.fileName())
-                     .hasMatch(),
-                 qPrintable(info.fileName()));
+        const QRegularExpression name("^sorvel-[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\.m4a$");
+        QVERIFY2(name.match(info.fileName()).hasMatch(), qPrintable(info.fileName()));
 
         const auto levels = readLevelsFor(m_clock, recorder, 2.46);
         for (float level : levels)
-            QVERIFY2(std::abs(level - expectedDb) < 1.0, qPrintable(QString::number(level)));
+            QVERIFY2(near(level, kToneDb, 1.0), qPrintable(QString::number(level)));
         QCOMPARE(recorder.peakPower(), *std::max_element(levels.begin(), levels.end()));
         const auto result = recorder.stop();
         QVERIFY(!recorder.isRecording());
         QCOMPARE(result.url, url);
         QVERIFY(qFuzzyCompare(result.duration, 2.46));
-        QVERIFY2(std::abs(result.peakPower - expectedDb) < 1.0, qPrintable(QString::number(result.peakPower)));
+        QVERIFY2(near(result.peakPower, kToneDb, 1.0), qPrintable(QString::number(result.peakPower)));
         QCOMPARE(recorder.peakPower(), -160.0f);
 
         AudioFileDecoder decoded(url, 0);
         QCOMPARE(decoded.codecName(), QStringLiteral("aac"));
         QCOMPARE(decoded.inputSampleRate(), 44100);
         QCOMPARE(decoded.inputChannels(), 1);
-        QVERIFY2(std::abs(decoded.durationSeconds() - 2.46) < 0.05, qPrintable(QString::number(decoded.durationSeconds())));
-        QVERIFY(std::abs(toDb(rms(decoded.readAll())) - expectedDb) < 1.0);
+        QVERIFY2(near(decoded.durationSeconds(), 2.46, 0.05), qPrintable(QString::number(decoded.durationSeconds())));
+        QVERIFY(near(toDb(rms(decoded.readAll())), kToneDb, 1.0));
     }
 
     void silenceAndTheEndOfTheFileReadAsDigitalSilence() {
@@ -157,22 +124,23 @@ private slots:
         const auto result = recorder.stop();
         QVERIFY(result.peakPower > -10);
         // The file runs as long as the key was held, not as long as the source.
-        QVERIFY(std::abs(AudioFileDecoder(result.url, 0).durationSeconds() - 1.5) < 0.05);
+        QVERIFY(near(AudioFileDecoder(result.url, 0).durationSeconds(), 1.5, 0.05));
     }
 
     void meterSpansFullScaleToTheFloor() {
         // A full-scale square wave is 0 dBFS; a whisper far below the floor stays at -160.
-        AudioRecorder loud(m_clock, [this] {
-            return std::make_unique<SynthInput>(m_clock, 44100, 1, [](qint64 i, int) { return i % 50 < 25 ? 1.0f : -1.0f; });
-        }, m_env.paths.tempDir);
+        std::vector<float> square(44100), whisper(44100, 1e-10f);
+        for (size_t i = 0; i < square.size(); ++i)
+            square[i] = i % 50 < 25 ? 1.0f : -1.0f;
+        QVERIFY(writeWav(wav("square.wav"), square, 44100, 1, true) &&
+                writeWav(wav("whisper.wav"), whisper, 44100, 1, true));
+        auto loud = fileRecorder(wav("square.wav"));
         loud.start();
         m_clock.advance(0.2);
         QVERIFY(std::abs(loud.readLevel()) < 0.01f);
         QVERIFY(loud.stop().peakPower > -0.01f);
 
-        AudioRecorder faint(m_clock, [this] {
-            return std::make_unique<SynthInput>(m_clock, 44100, 1, [](qint64, int) { return 1e-10f; });
-        }, m_env.paths.tempDir);
+        auto faint = fileRecorder(wav("whisper.wav"));
         faint.start();
         m_clock.advance(0.2);
         QCOMPARE(faint.readLevel(), -160.0f);
@@ -183,34 +151,22 @@ private slots:
 
     void otherRatesAndChannelsAreConvertedToTheFileFormat() {
         // 48 kHz stereo with the tone on one side: the mono file keeps the average, -6 dB.
-        AudioRecorder recorder(m_clock, [this] {
-            return std::make_unique<SynthInput>(m_clock, 48000, 2, [](qint64 i, int c) {
-                return c == 0 ? float(0.4 * std::sin(2 * std::numbers::pi * 500 * double(i) / 48000)) : 0.0f;
-            });
-        }, m_env.paths.tempDir);
+        std::vector<float> stereo;
+        for (float s : sine(500, 0.4, 1.8, 48000))
+            stereo.insert(stereo.end(), {s, 0.0f});
+        AudioRecorder recorder(
+            m_clock, [&] { return std::make_unique<ReadyInput>(48000, 2, stereo); }, m_env.paths.tempDir);
         recorder.start();
         readLevelsFor(m_clock, recorder, 1.8);
         const auto result = recorder.stop();
         const double expected = toDb(0.2 / std::sqrt(2.0));
-        QVERIFY2(std::abs(result.peakPower - expected) < 1.0, qPrintable(QString::number(result.peakPower)));
+        QVERIFY2(near(result.peakPower, expected, 1.0), qPrintable(QString::number(result.peakPower)));
         AudioFileDecoder decoded(result.url, 0);
-        QVERIFY(std::abs(decoded.durationSeconds() - 1.8) < 0.05);
-        QVERIFY(std::abs(toDb(rms(decoded.readAll())) - expected) < 1.0);
-    }
-
-    void aRecordingTooShortForTheTimerHasTheStopReadingAsItsPeak() {
-        QVERIFY(writeWav(wav("tone.wav"), sine(440, 0.1, 1.0, 44100), 44100, 1));
-        auto recorder = fileRecorder(wav("tone.wav"));
-        recorder.start();
-        m_clock.advance(0.04);
-        QCOMPARE(recorder.peakPower(), -160.0f);
-        const auto result = recorder.stop();
-        QVERIFY2(std::abs(result.peakPower - toDb(0.1 / std::sqrt(2.0))) < 1.0, qPrintable(QString::number(result.peakPower)));
-        QVERIFY(qFuzzyCompare(result.duration, 0.04));
+        QVERIFY(near(decoded.durationSeconds(), 1.8, 0.05));
+        QVERIFY(near(toDb(rms(decoded.readAll())), expected, 1.0));
     }
 
     void startAndStopOutOfTurn() {
-        QVERIFY(writeWav(wav("tone.wav"), sine(440, 0.3, 3.0, 44100), 44100, 1));
         auto recorder = fileRecorder(wav("tone.wav"));
         auto e = thrown<AudioRecorderError>([&] { recorder.stop(); });
         QVERIFY(e && e->kind() == AudioRecorderError::Kind::notRecording);
@@ -219,7 +175,7 @@ private slots:
         const QString url = recorder.start();
         readLevelsFor(m_clock, recorder, 0.6);
         const float peak = recorder.peakPower();
-        QVERIFY(peak > -15);
+        QVERIFY(near(peak, kToneDb, 1.0));
         e = thrown<AudioRecorderError>([&] { recorder.start(); });
         QVERIFY(e && e->kind() == AudioRecorderError::Kind::alreadyRecording);
         QCOMPARE(e->description(), QStringLiteral("Запись уже идёт."));
@@ -231,14 +187,17 @@ private slots:
         const auto result = recorder.stop();
         QCOMPARE(result.url, url);
         QVERIFY(qFuzzyCompare(result.duration, 1.2));
-        QVERIFY(std::abs(AudioFileDecoder(url, 0).durationSeconds() - 1.2) < 0.05);
+        QVERIFY(near(AudioFileDecoder(url, 0).durationSeconds(), 1.2, 0.05));
 
         e = thrown<AudioRecorderError>([&] { recorder.stop(); });
         QVERIFY(e && e->kind() == AudioRecorderError::Kind::notRecording);
-        // A finished recorder starts a new file.
-        const QString next = recorder.start();
-        QVERIFY(next != url);
-        recorder.stop();
+        // A finished recorder starts a new file; one too short for a reading has the stop's as its peak.
+        QVERIFY(recorder.start() != url);
+        m_clock.advance(0.04);
+        QCOMPARE(recorder.peakPower(), -160.0f);
+        const auto shortOne = recorder.stop();
+        QVERIFY2(near(shortOne.peakPower, kToneDb, 1.0), qPrintable(QString::number(shortOne.peakPower)));
+        QVERIFY(qFuzzyCompare(shortOne.duration, 0.04));
     }
 
     void failuresCarryTheirTextAndLeaveNoFile() {
@@ -247,12 +206,9 @@ private slots:
             QString tempDir;
             QString description;
         };
-        auto synth = [this](SynthInput::FailAt at) {
-            return [this, at] { return std::make_unique<SynthInput>(m_clock, 44100, 1, [](qint64, int) { return 0.0f; }, at); };
-        };
         const QString missingDir = m_env.root.filePath("no-such-dir");
         const QList<Case> cases{
-            {synth(SynthInput::FailAt::start), m_env.paths.tempDir,
+            {[] { return std::make_unique<ReadyInput>(44100, 1, std::vector<float>{}); }, m_env.paths.tempDir,
              "Не удалось начать запись: Не удалось начать запись: поток не запустился"},
             {[] { return std::make_unique<MicrophoneInput>("no-such-device"); }, m_env.paths.tempDir,
              "Не удалось начать запись: Не удалось начать запись: микрофон «no-such-device» не найден"},
@@ -260,7 +216,8 @@ private slots:
              "Не удалось начать запись: нет драйвера"},
             {[this] { return std::make_unique<FileAudioInput>(m_clock, wav("missing.wav")); }, m_env.paths.tempDir,
              "Не удалось начать запись: Не удалось начать запись: не удалось прочитать звуковой файл (cannot open "},
-            {synth(SynthInput::FailAt::nowhere), missingDir, "Не удалось начать запись: cannot create " + missingDir},
+            {[this] { return std::make_unique<FileAudioInput>(m_clock, wav("tone.wav")); }, missingDir,
+             "Не удалось начать запись: cannot create " + missingDir},
         };
         for (const Case& c : cases) {
             AudioRecorder recorder(m_clock, c.factory, c.tempDir);

@@ -19,19 +19,17 @@ inline std::vector<float> sine(double hz, double amplitude, double seconds, int 
 }
 
 /// Root mean square of a block of samples.
-inline double rms(const float* data, size_t count) {
-    if (count == 0)
-        return 0.0;
+inline double rms(const std::vector<float>& samples) {
     double sum = 0;
-    for (size_t i = 0; i < count; ++i)
-        sum += double(data[i]) * data[i];
-    return std::sqrt(sum / double(count));
+    for (float s : samples)
+        sum += double(s) * s;
+    return samples.empty() ? 0.0 : std::sqrt(sum / double(samples.size()));
 }
 
-inline double rms(const std::vector<float>& v) { return rms(v.data(), v.size()); }
-
 /// dBFS of an RMS value, the way the recorder's meter reports it.
-inline double toDb(double rmsValue) { return 20.0 * std::log10(rmsValue); }
+inline double toDb(double rmsValue) {
+    return 20.0 * std::log10(rmsValue);
+}
 
 /// Writes interleaved samples as a WAV file: 16-bit PCM, or 32-bit float when `asFloat`.
 inline bool writeWav(const QString& path, const std::vector<float>& interleaved, int rate, int channels,

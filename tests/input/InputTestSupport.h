@@ -1,9 +1,10 @@
 #pragma once
 
+#include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
 #include "desktop/AudioTestSupport.h"
-#include "desktop/KeySource.h"
+#include "desktop/KeyInput.h"
 #include "support/AppFixture.h"
 
 #include <QCoreApplication>
@@ -43,10 +44,25 @@ private:
     bool m_seesFn;
 };
 
+/// A FakeKeySource for keyInput(), with `out` left pointing at it.
+inline std::unique_ptr<FakeKeySource> fakeSource(FakeKeySource*& out, QString name = QStringLiteral("evdev"),
+                                                 bool available = true, bool seesFn = true) {
+    auto source = std::make_unique<FakeKeySource>(std::move(name), available, seesFn);
+    out = source.get();
+    return source;
+}
+
+/// Key input over `sources`, in their order of preference.
+template <class... Sources>
+std::unique_ptr<KeyInput> keyInput(KeyboardShortcuts::ShortcutRegistry& registry, std::unique_ptr<Sources>... sources) {
+    std::vector<std::unique_ptr<KeySource>> list;
+    (list.push_back(std::move(sources)), ...);
+    return std::make_unique<KeyInput>(registry, std::move(list));
+}
+
 /// A coordinator over a sandboxed AppState whose microphone plays a loud tone.
 struct CoordinatorRig {
-    CoordinatorRig()
-        : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, tonePath, 1.0); }) {
+    CoordinatorRig() : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, tonePath, 1.0); }) {
         tonePath = fixture.env.root.path() + "/tone.wav";
         writeWav(tonePath, sine(220.0, 0.5, 10.0, 16000), 16000, 1);
         coordinator = std::make_unique<RecordingCoordinator>(*fixture.state);

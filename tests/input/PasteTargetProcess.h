@@ -69,14 +69,10 @@ private:
         std::optional<QByteArray> found;
         spinUntil(
             [&] {
-                while (m_process.canReadLine()) {
-                    const QByteArray line = m_process.readLine().trimmed();
-                    if (line.startsWith(prefix)) {
+                while (!found && m_process.canReadLine())
+                    if (const QByteArray line = m_process.readLine().trimmed(); line.startsWith(prefix))
                         found = line.mid(prefix.size()).trimmed();
-                        return true;
-                    }
-                }
-                return false;
+                return found.has_value();
             },
             ms);
         return found;

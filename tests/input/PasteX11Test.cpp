@@ -2,32 +2,24 @@
 // processes, and the focused window's WM_CLASS.
 #include "InputTestSupport.h"
 #include "PasteTargetProcess.h"
-#include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "XkbLayout.h"
-#include "support/ProcessFixtures.h"
 #include "desktop/EvdevKeySource.h"
 #include "desktop/HotkeyManager.h"
-#include "desktop/KeyInput.h"
-#include "desktop/X11KeySource.h"
-#include "shell/SettingsStore.h"
 #include "desktop/TextInjector.h"
+#include "desktop/X11KeySource.h"
 #include "desktop/X11Session.h"
 #include "platform/Clipboard.h"
 #include "platform/InputAccess.h"
-#include "support/TestSupport.h"
+#include "shell/SettingsStore.h"
+#include "support/ProcessFixtures.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>
-#include <QProcess>
 #include <QScopeGuard>
 #include <QTest>
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
-
-#include <functional>
-#include <memory>
-#include <optional>
 
 using namespace tamvex;
 
@@ -38,11 +30,9 @@ test::XvfbSession* gXvfb = nullptr;
 using Types = test::PasteTargetProcess::Types;
 
 /// The other application: a focused line edit in its own process.
-class Target : public test::PasteTargetProcess {
-public:
-    explicit Target(const QString& resourceName = {})
-        : PasteTargetProcess(QCoreApplication::applicationDirPath() + "/input_paste_target", resourceName) {}
-};
+QString targetProgram() {
+    return QCoreApplication::applicationDirPath() + "/input_paste_target";
+}
 
 /// The injector as the application has it: the system clipboard, XTest keys, the focused window.
 struct SessionInjector {
@@ -76,7 +66,8 @@ Time serverTime(Display* display, Window window) {
 const Types kOriginal{
     {"text/plain", "оригинал"},
     {"text/html", "<b>оригинал</b>"},
-    {"application/x-tamvex-test", [] {
+    {"application/x-tamvex-test",
+     [] {
          QByteArray bytes;
          for (int i = 0; i < 256; ++i)
              bytes.append(char(i));
@@ -94,8 +85,11 @@ private slots:
             QSKIP(qPrintable("no X server for the real paste: " + gXvfb->reason));
     }
 
-    void pastesIntoAnotherProcessAndRestoresTheClipboard() {
-        Target target;
+    void pastesIntoAnotherProcessUnderARussianLayoutAndRestoresTheClipboard() {
+        // us,ru switched to Russian: no key of the active layout types a Latin "v".
+        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
+        QCOMPARE(test::useKeyboardLayout({"-layout", "us,ru"}, 1), 1);
+        test::PasteTargetProcess target(targetProgram());
         QVERIFY(target.ready);
         target.setClipboard(kOriginal);
         const Types before = target.clipboard();
@@ -108,12 +102,26 @@ private slots:
         QVERIFY(session.paste("Привет, мир", [&] { return target.text() == "Привет, мир"; }));
         QCOMPARE(target.keys(), QStringLiteral("ctrl+V"));
         // What another process now reads is the original, type by type, byte for byte.
-        const Types after = target.clipboard();
-        QCOMPARE(after, before);
+        QCOMPARE(target.clipboard(), before);
+    }
+
+    void aTerminalUnderARussianOnlyLayoutGetsCtrlShiftV() {
+        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
+        QCOMPARE(test::useKeyboardLayout({"ru"}, 0), 0);
+        test::PasteTargetProcess target(targetProgram(), "xterm");
+        QVERIFY(target.ready);
+        // An empty clipboard then keeps the text, which is what shows the paste: the line edit
+        // standing in for the terminal takes only Ctrl+V as paste.
+        target.ask("clear-clipboard", "ok");
+        QVERIFY(target.clipboard().isEmpty());
+        SessionInjector session;
+        const QString text = "Вставка при русской раскладке";
+        QVERIFY(session.paste(text, [&] { return target.keys() == "ctrl+shift+V"; }));
+        QCOMPARE(target.clipboard().value("text/plain"), text.toUtf8());
     }
 
     void anotherProgramsLaterClaimDoesNotWinOverThePaste() {
-        Target target;
+        test::PasteTargetProcess target(targetProgram());
         QVERIFY(target.ready);
         SessionInjector session;
         // Our first claim sets Qt's notion of the time; a background tool hears of little after.
@@ -137,58 +145,25 @@ private slots:
         QVERIFY(session.paste("два", [&] { return target.text() == "раздва"; }));
     }
 
-    void pasteLandsWhateverTheLayout() {
-        struct Row {
-            const char* name;
-            QStringList layouts; // setxkbmap's arguments
-            int group;           // the layout switched to
-            QString resource;    // the target's WM_CLASS instance
-            QString chord;
-        };
-        const QList<Row> rows{
-            {"us,ru switched to Russian", {"-layout", "us,ru"}, 1, {}, "ctrl+V"},
-            {"Russian only, a terminal", {"ru"}, 0, "xterm", "ctrl+shift+V"},
-        };
-        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
-        const QString text = "Вставка при русской раскладке";
-        for (const Row& row : rows) {
-            QCOMPARE(test::useKeyboardLayout(row.layouts, row.group), row.group);
-            Target target(row.resource);
-            QVERIFY2(target.ready, row.name);
-            if (!row.resource.isEmpty()) { // the terminal: an empty clipboard, which then keeps the text
-                target.ask("clear-clipboard", "ok");
-                QVERIFY(target.clipboard().isEmpty());
-            }
-            SessionInjector session;
-            QVERIFY2(session.paste(text, [&] { return target.keys() == row.chord; }), row.name);
-            if (row.resource.isEmpty()) // a line edit takes only Ctrl+V as paste
-                QCOMPARE(target.text(), text);
-            else
-                QCOMPARE(target.clipboard().value("text/plain"), text.toUtf8());
-        }
-    }
-
     void withoutKeyboardAccessTheX11SourceDrivesTheCoordinator() {
         test::CoordinatorRig rig;
         KeyboardShortcuts::ShortcutRegistry registry(*rig.fixture.env.defaults);
         QTemporaryDir noKeyboards;
-        std::vector<std::unique_ptr<KeySource>> sources;
-        sources.push_back(std::make_unique<EvdevKeySource>(noKeyboards.path()));
-        sources.push_back(std::make_unique<X11KeySource>());
-        KeyInput input(registry, std::move(sources));
-        HotkeyManager manager(*rig.coordinator, rig.fixture.state->settings(), input, registry);
+        const auto input = test::keyInput(registry, std::make_unique<EvdevKeySource>(noKeyboards.path()),
+                                          std::make_unique<X11KeySource>());
+        HotkeyManager manager(*rig.coordinator, rig.fixture.state->settings(), *input, registry);
         rig.fixture.state->settings().setUseFnHotkey(false);
         registry.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative,
                                KeyboardShortcuts::Shortcut{0x09, KeyboardShortcuts::CarbonModifier::control});
         manager.start();
-        QCOMPARE(input.activeSource(), KeyInput::Source::x11);
-        QVERIFY(!input.functionKeyAvailable());
+        QCOMPARE(input->activeSource(), KeyInput::Source::x11);
+        QVERIFY(!input->functionKeyAvailable());
 
         // The source's event selection travels on its own connection and may reach the server
         // after keys sent on ours: probe with a chord that is not the shortcut until one is heard.
         X11KeySender keys;
         int heard = 0;
-        connect(&input, &KeyInput::keyEvent, this, [&] { ++heard; });
+        connect(input.get(), &KeyInput::keyEvent, this, [&] { ++heard; });
         QDeadlineTimer nextProbe(0);
         QVERIFY(test::spinUntil(
             [&] {
@@ -203,9 +178,11 @@ private slots:
         // Real key events through the X server: Ctrl+V pressed and released by XTest.
         QVERIFY(keys.sendPaste(PasteChord::ctrlV));
         QVERIFY(test::spinUntil([&] { return rig.recording(); }, 20000));
-        QVERIFY(test::spinUntil([&] { return rig.coordinator->currentMode() ==
-                                                 std::optional(RecordingCoordinator::Mode::awaitingDoubleTap); },
-                                20000));
+        QVERIFY(test::spinUntil(
+            [&] {
+                return rig.coordinator->currentMode() == std::optional(RecordingCoordinator::Mode::awaitingDoubleTap);
+            },
+            20000));
     }
 };
 
