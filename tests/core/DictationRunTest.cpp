@@ -16,6 +16,8 @@
 #include "support/TestMain.h"
 
 #include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -292,6 +294,9 @@ private slots:
         // The classification may already have finished while the run was awaited.
         QVERIFY(test::spinUntil([&] { return classified.count() == 1; }, 20000));
         QCOMPARE(rig.entry().category, std::optional<TextCategory>(TextCategory::docs));
+        // The run picks the classifier's own light model, not the one that cleaned the text.
+        const QJsonObject asked = QJsonDocument::fromJson(gServer->received(kProxyPath).value(1).body).object();
+        QCOMPARE(asked.value("model").toString(), QString("google/gemini-2.5-flash-lite"));
         QCOMPARE(rig.coordinator->pendingClassifications(), 0);
     }
 
