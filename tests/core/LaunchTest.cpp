@@ -8,6 +8,7 @@
 #include "shell/SettingsStore.h"
 #include "shell/ShellWindows.h"
 #include "shell/WelcomeWindowController.h"
+#include "support/TestMain.h"
 #include "support/TestSupport.h"
 
 #include <QKeyEvent>
@@ -167,5 +168,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(LaunchTest)
+TAMVEX_GUI_TEST_CLASS(LaunchTest)
 #include "LaunchTest.moc"

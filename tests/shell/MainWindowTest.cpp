@@ -3,6 +3,7 @@
 #include "account/AnalyticsService.h"
 #include "shell/QmlModule.h"
 #include "shell/main/MainWindowModel.h"
+#include "support/TestMain.h"
 
 #include <QDirIterator>
 #include <QFile>
@@ -257,5 +258,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(MainWindowTest)
+TAMVEX_GUI_TEST_CLASS(MainWindowTest)
 #include "MainWindowTest.moc"

@@ -1,13 +1,14 @@
 #include "support/TestMain.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QTest>
 
 #include <cstdio>
+#include <memory>
 
 namespace tamvex::test {
-std::map<std::string, TestClassFactory>& testClasses() {
-    static std::map<std::string, TestClassFactory> classes;
+std::map<std::string, TestClass>& testClasses() {
+    static std::map<std::string, TestClass> classes;
     return classes;
 }
 } // namespace tamvex::test
@@ -17,7 +18,7 @@ int main(int argc, char** argv) {
     const auto found = argc > 1 ? classes.find(argv[1]) : classes.end();
     if (found == classes.end()) {
         std::fprintf(stderr, "usage: %s CLASS [Qt Test options]; classes:", argv[0]);
-        for (const auto& [name, factory] : classes)
+        for (const auto& [name, test] : classes)
             std::fprintf(stderr, " %s", name.c_str());
         std::fprintf(stderr, "\n");
         return 2;
@@ -26,7 +27,8 @@ int main(int argc, char** argv) {
     for (int i = 1; i + 1 < argc; ++i)
         argv[i] = argv[i + 1];
     --argc;
-    QCoreApplication app(argc, argv);
-    const auto test = found->second();
+    const auto app = found->second.gui ? std::make_unique<QApplication>(argc, argv)
+                                       : std::make_unique<QCoreApplication>(argc, argv);
+    const auto test = found->second.make();
     return QTest::qExec(test.get(), argc, argv);
 }

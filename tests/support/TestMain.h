@@ -13,16 +13,23 @@
 
 namespace tamvex::test {
 
-using TestClassFactory = std::function<std::unique_ptr<QObject>()>;
-std::map<std::string, TestClassFactory>& testClasses();
+struct TestClass {
+    std::function<std::unique_ptr<QObject>()> make;
+    bool gui = false; ///< runs under a QApplication (windows, QML), as QTEST_MAIN would
+};
+std::map<std::string, TestClass>& testClasses();
 
 struct TestClassRegistration {
-    TestClassRegistration(const char* name, TestClassFactory factory) { testClasses().emplace(name, std::move(factory)); }
+    TestClassRegistration(const char* name, TestClass test) { testClasses().emplace(name, std::move(test)); }
 };
 
 } // namespace tamvex::test
 
 /// Replaces QTEST_GUILESS_MAIN in a test file that is part of a group executable.
 #define TAMVEX_TEST_CLASS(Class)                                                                                       \
-    static const tamvex::test::TestClassRegistration Class##Registration(#Class,                                      \
-                                                                          [] { return std::make_unique<Class>(); });
+    static const tamvex::test::TestClassRegistration Class##Registration(                                             \
+        #Class, {[] { return std::make_unique<Class>(); }, false});
+/// Replaces QTEST_MAIN: the class runs under a QApplication.
+#define TAMVEX_GUI_TEST_CLASS(Class)                                                                                   \
+    static const tamvex::test::TestClassRegistration Class##Registration(                                             \
+        #Class, {[] { return std::make_unique<Class>(); }, true});
