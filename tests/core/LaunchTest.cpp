@@ -10,6 +10,7 @@
 #include "shell/WelcomeWindowController.h"
 #include "support/TestMain.h"
 #include "support/TestSupport.h"
+#include "support/TrackedEvents.h"
 
 #include <QKeyEvent>
 #include <QQuickWindow>
@@ -20,13 +21,6 @@ using namespace tamvex;
 using namespace tamvex::test;
 
 namespace {
-// The names of the tracked events, in order.
-QStringList names(const QSignalSpy& spy) {
-    QStringList out;
-    for (const auto& call : spy)
-        out << call.at(0).toString();
-    return out;
-}
 bool visible(QQuickWindow* window) {
     return window && window->isVisible();
 }
@@ -39,7 +33,7 @@ class LaunchTest : public QObject {
 
     // A whole launch of the application in a sandboxed home, with every host unreachable.
     struct Launch {
-        QSignalSpy tracked{&AnalyticsService::shared(), &AnalyticsService::tracked};
+        TrackedEvents tracked;
         AppDelegate app;
         Launch() { app.applicationDidFinishLaunching(); }
         QQuickWindow* mainWindow() { return app.windows().mainWindow().window(); }
@@ -112,8 +106,8 @@ private slots:
     void firstLaunch() {
         LogCapture log;
         Launch l;
-        QCOMPARE(names(l.tracked).mid(0, 1), QStringList{"app_launched"});
-        QVERIFY(!names(l.tracked).contains("app_updated"));
+        QCOMPARE(l.tracked.names().mid(0, 1), QStringList{"app_launched"});
+        QVERIFY(!l.tracked.names().contains("app_updated"));
         QCOMPARE(l.tracked[0][1].toMap(), (QVariantMap{{"version", TAMVEX_VERSION},
                                                        {"build", TAMVEX_BUILD_NUMBER},
                                                        {"logged_in", false},
@@ -162,7 +156,7 @@ private slots:
         stored.setString(launch::lastSeenVersionKey, "0.0.1");
         stored.remove(launch::lastSeenBuildKey);
         Launch l;
-        QCOMPARE(names(l.tracked).mid(0, 2), (QStringList{"app_launched", "app_updated"}));
+        QCOMPARE(l.tracked.names().mid(0, 2), (QStringList{"app_launched", "app_updated"}));
         QVERIFY(!l.welcomeWindow() || !l.welcomeWindow()->isVisible());
         QVERIFY(!visible(l.mainWindow()));
     }
