@@ -65,6 +65,10 @@ BackendSelector::BackendSelector(Defaults& defaults, Clock& clock, QNetworkAcces
         m_current = CachedChoice::decode(stored.value);
 }
 
+BackendSelector::~BackendSelector() {
+    m_stopProbes.cancel();
+}
+
 void BackendSelector::setShared(BackendSelector* selector) {
     gShared = selector;
 }
@@ -124,7 +128,8 @@ QCoro::Task<void> BackendSelector::refresh() {
     QCoro::Task<double> sttProbe = measure(m_hosts.stt);
     const double mainSec = co_await std::move(mainProbe);
     const double sttSec = co_await std::move(sttProbe);
-    if (!self)
+    // Probes stopped by the destructor end here while the object is still half there.
+    if (!self || m_stopProbes.isCancelled())
         co_return;
 
     CachedChoice choice{pick(mainSec, sttSec), m_clock.currentDateTime(), wholeMs(mainSec), wholeMs(sttSec)};
@@ -146,8 +151,8 @@ QCoro::Task<double> BackendSelector::measureLatency(QUrl baseURL) {
     Clock& clock = m_clock;
     const double started = clock.now();
     try {
-        const HttpAnswer answer =
-            co_await sendRequest(m_network, clock, request, "GET", {}, RequestLimits{probeTimeoutSec, probeTimeoutSec});
+        const HttpAnswer answer = co_await sendRequest(m_network, clock, request, "GET", {},
+                                                       RequestLimits{probeTimeoutSec, probeTimeoutSec}, m_stopProbes);
         if (answer.status == 200)
             co_return clock.now() - started;
     } catch (const std::exception&) {

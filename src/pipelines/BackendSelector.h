@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pipelines/ServiceHosts.h"
+#include "platform/Clock.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -50,6 +51,8 @@ public:
     /// Reads the stored pick; starts no probe.
     BackendSelector(Defaults& defaults, Clock& clock, QNetworkAccessManager& network,
                     ServiceHosts hosts = ServiceHosts::configured(), QObject* parent = nullptr);
+    /// Stops the probes still running: they read this selector's clock, which may go with it.
+    ~BackendSelector() override;
 
     /// Installs the process-wide instance; called once at start.
     static void setShared(BackendSelector* selector);
@@ -97,6 +100,7 @@ private:
     std::optional<CachedChoice> m_current;
     std::optional<double> m_sttUnhealthyUntil; // Clock::now() seconds; memory only
     LatencyMeasurer m_measurer;
+    Cancellation m_stopProbes; // cancelled when the selector goes
 };
 
 } // namespace tamvex
