@@ -1,5 +1,4 @@
 #include "core/RecordingCoordinator.h"
-#include "account/AnalyticsService.h"
 #include "core/DropRules.h"
 #include "core/LevelReader.h"
 #include "desktop/AudioInputFile.h"
@@ -8,6 +7,7 @@
 #include "platform/AudioDecoder.h"
 #include "support/AppFixture.h"
 #include "support/TestMain.h"
+#include "support/TrackedEvents.h"
 
 #include <QDir>
 #include <QSignalSpy>
@@ -50,7 +50,7 @@ struct Rig {
     // The input is opened at the first press, by then `inputPath` is set.
     std::unique_ptr<RecordingCoordinator> coordinator = std::make_unique<RecordingCoordinator>(*fixture.state);
     QSignalSpy tip{coordinator.get(), &RecordingCoordinator::shortTapTipRequested};
-    QSignalSpy tracked{&AnalyticsService::shared(), &AnalyticsService::tracked};
+    test::TrackedEvents tracked;
 };
 
 } // namespace
@@ -143,9 +143,9 @@ private slots:
         rig.settle();
         QCOMPARE(rig.recState(), RecordingState::error("Запись не запущена."));
         QCOMPARE(rig.played(), QStringList{"Bottle@0.3"});
-        QCOMPARE(rig.tracked.count(), 1);
-        QCOMPARE(rig.tracked[0][0].toString(), QString("transcription_failed"));
-        QCOMPARE(rig.tracked[0][1].toMap().value("is_retryable"), QVariant(false));
+        QCOMPARE(rig.tracked.names(), QStringList{"transcription_failed"});
+        QCOMPARE(rig.tracked.propertiesOf("transcription_failed"),
+                 (QVariantMap{{"error", "Запись не запущена."}, {"is_retryable", false}}));
         // The failed dictation is in the history, with no audio and no duration.
         QCOMPARE(rig.state().history().entries().size(), 1);
         const HistoryEntry entry = rig.state().history().entries().first();
@@ -233,13 +233,13 @@ private slots:
         rig.settle();
         QCOMPARE(rig.recState(), RecordingState::error("Похоже на тишину — запись отброшена"));
         QVERIFY(rig.recordings().isEmpty());
-        QCOMPARE(rig.tracked.count(), 1);
-        const QVariantMap props = rig.tracked[0][1].toMap();
-        QCOMPARE(rig.tracked[0][0].toString(), QString("record_dropped"));
-        QCOMPARE(props.value("duration_sec").toDouble(), 2.9);
-        QVERIFY(std::abs(props.value("peak_db").toDouble() - (-25.0)) <= 1.0);
-        QCOMPARE(props.value("reason_suspicious"), QVariant(true));
-        QCOMPARE(props.value("reason_short"), QVariant(false));
+        QCOMPARE(rig.tracked.names(), QStringList{"record_dropped"});
+        QVariantMap props = rig.tracked.propertiesOf("record_dropped");
+        QVERIFY(std::abs(props.take("peak_db").toDouble() - (-25.0)) <= 1.0);
+        QCOMPARE(
+            props,
+            (QVariantMap{
+                {"duration_sec", 2.9}, {"reason_short", false}, {"reason_quiet", false}, {"reason_suspicious", true}}));
     }
 
     void silentLongHoldIsDroppedAfterTheLongHoldTip() {
