@@ -2,7 +2,6 @@
 // virtual time: every outcome with the state, entry, audio file and books it leaves.
 #include "DevServer.h"
 #include "account/AccountStore.h"
-#include "account/AnalyticsService.h"
 #include "account/Network.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
@@ -14,6 +13,7 @@
 #include "support/AppFixture.h"
 #include "support/ChatAnswers.h"
 #include "support/TestMain.h"
+#include "support/TrackedEvents.h"
 
 #include <QDir>
 #include <QJsonDocument>
@@ -92,12 +92,6 @@ struct RunRig {
     }
     QStringList tempRecordings() { return QDir(fixture.env.paths.tempDir).entryList({"sorvel-*.m4a"}, QDir::Files); }
     QString keptFolder() { return fixture.env.paths.dataFile("audio"); }
-    QVariantMap lastEvent(const QString& name) {
-        for (qsizetype i = tracked.size() - 1; i >= 0; --i)
-            if (tracked[i][0].toString() == name)
-                return tracked[i][1].toMap();
-        return {};
-    }
 
     QString tonePath;
     AppFixture fixture;
@@ -106,7 +100,7 @@ struct RunRig {
     FakeAccess access;
     std::unique_ptr<BackendSelector> selector;
     std::unique_ptr<RecordingCoordinator> coordinator;
-    QSignalSpy tracked{&AnalyticsService::shared(), &AnalyticsService::tracked};
+    TrackedEvents tracked;
 };
 
 } // namespace
@@ -187,15 +181,18 @@ private slots:
         // Every answered run stamps the last request; only usage counts towards the totals.
         QCOMPARE(rig.state().settings().lastRequestAt().has_value(), status == 200);
         QCOMPARE(rig.state().settings().totalSpentUSD(), paid ? 0.001 : 0.0);
-        if (message.isEmpty()) {
-            const QVariantMap success = rig.lastEvent("transcription_success");
-            QCOMPARE(success.value("mode_proxy"), QVariant(!ownKey));
-            QCOMPARE(success.value("cost_usd"), paid ? QVariant(0.001) : QVariant(0));
-            QCOMPARE(success.value("preset"), QVariant("Быстрая"));
-            QCOMPARE(success.value("client_latency_ms"), QVariant(qint64(0))); // no virtual time passed
-        }
+        if (message.isEmpty()) // no virtual time passed while the server answered
+            QCOMPARE(rig.tracked.propertiesOf("transcription_success"),
+                     (QVariantMap{{"duration_sec", seconds},
+                                  {"client_latency_ms", 0},
+                                  {"word_count", text.split(' ', Qt::SkipEmptyParts).size()},
+                                  {"cost_usd", paid ? 0.001 : 0.0},
+                                  {"preset", "Быстрая"},
+                                  {"mode_proxy", !ownKey},
+                                  {"preset_local", false}}));
         if (status != 200)
-            QCOMPARE(rig.lastEvent("transcription_failed").value("is_retryable"), QVariant(true));
+            QCOMPARE(rig.tracked.propertiesOf("transcription_failed"),
+                     (QVariantMap{{"error", message}, {"is_retryable", true}}));
         rig.fixture.clock.advance(3.0); // any error clears
         QCOMPARE(rig.recState(), RecordingState::idle());
     }
@@ -247,7 +244,8 @@ private slots:
         const HistoryEntry e = rig.entry();
         QCOMPARE(e.errorMessage, std::optional<QString>(kTimeoutText));
         QVERIFY(e.audioPath && e.audioPath->startsWith(rig.keptFolder()) && QFile::exists(*e.audioPath));
-        QCOMPARE(rig.lastEvent("transcription_failed").value("error"), QVariant(kTimeoutText));
+        QCOMPARE(rig.tracked.propertiesOf("transcription_failed"),
+                 (QVariantMap{{"error", kTimeoutText}, {"is_retryable", true}}));
     }
 
     void hangingModelLookupEndsWithTheTimeLimit() {
@@ -350,7 +348,7 @@ private slots:
 
         // No audio any more: aborted, nothing changes.
         syncWait(rig.coordinator->retryTranscription(failed.id));
-        QCOMPARE(rig.lastEvent("retry_aborted").value("reason"), QVariant("no_audio"));
+        QCOMPARE(rig.tracked.propertiesOf("retry_aborted"), (QVariantMap{{"reason", "no_audio"}}));
         QCOMPARE(rig.state().history().entry(failed.id)->text, QString("Повтор удался."));
         QCOMPARE(finished.last().value(1), QVariant(false));
     }
