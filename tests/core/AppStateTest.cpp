@@ -156,18 +156,15 @@ private slots:
     // Blanks and tabs are no key; any other character, even a line break, is one.
     void serviceBalanceByKey() {
         Fixture f;
-        AppState& s = f.state;
-        QVERIFY(s.usesServiceBalance());
-        s.settings().setUseEmbeddedKey(false);
-        QVERIFY(s.usesServiceBalance());
-        s.settings().setApiKey(" \t \t");
-        QVERIFY(s.usesServiceBalance());
-        s.settings().setApiKey("\n");
-        QVERIFY(!s.usesServiceBalance());
-        s.settings().setApiKey("\tk ");
-        QVERIFY(!s.usesServiceBalance());
-        s.settings().setUseEmbeddedKey(true);
-        QVERIFY(s.usesServiceBalance());
+        const std::tuple<bool, const char*, bool> cases[] = {{true, "", true},        {false, "", true},
+                                                             {false, " \t \t", true}, {false, "\n", false},
+                                                             {false, "\tk ", false},  {true, "\tk ", true}};
+        for (const auto& [embedded, key, service] : cases) {
+            f.settings.setUseEmbeddedKey(embedded);
+            f.settings.setApiKey(key);
+            QVERIFY2(f.state.usesServiceBalance() == service,
+                     qPrintable(QStringLiteral("embedded %1, key «%2»").arg(embedded).arg(key)));
+        }
     }
 
     // Tips refuse strictly below their cooldown, so the exact cooldown shows.
