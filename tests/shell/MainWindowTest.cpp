@@ -1,9 +1,10 @@
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "WindowFixture.h"
-#include "account/AnalyticsService.h"
 #include "shell/QmlModule.h"
+#include "shell/main/HistoryListModel.h"
 #include "shell/main/MainWindowModel.h"
 #include "support/TestMain.h"
+#include "support/TrackedEvents.h"
 
 #include <QDirIterator>
 #include <QFile>
@@ -78,7 +79,7 @@ private slots:
     void everyPaneShowsItsTexts() {
         WindowFixture fx;
         fx.seedSampleData();
-        QSignalSpy tracked(&AnalyticsService::shared(), &AnalyticsService::tracked);
+        TrackedEvents tracked;
         fx.windows.openHomeAction();
         QQuickWindow* window = fx.windows.mainWindow().window();
         QVERIFY(window);
@@ -179,26 +180,53 @@ private slots:
         QTRY_VERIFY(!settings->microphone()->polling());
     }
 
+    // The list asks for every later page as the user drags to its end, not only the second; the
+    // pages are appended and a rewritten entry changes its row in place, so the view keeps its place.
     void historyLoadsEveryPageAsTheUserScrolls() {
         WindowFixture fx;
+        HistoryStore& store = fx.app.state->history();
+        const int total = 2 * HistoryStore::pageSize + 50;
         const QDateTime now = fx.app.clock.currentDateTime();
-        for (int i = 0; i < 2 * HistoryStore::pageSize + 50; ++i)
-            fx.app.state->history().add(entryAt(now.addSecs(-60 * i), QStringLiteral("запись %1").arg(i)));
-        fx.app.state->history().init(); // a fresh start: the first page only
+        for (int i = 0; i < total; ++i)
+            store.add(entryAt(now.addSecs(-3600 * 5 - i), QStringLiteral("запись %1").arg(i)));
+        store.init(); // a fresh start: the first page only
+        QCOMPARE(HistoryListModel(store, fx.app.clock).rowCount(), HistoryStore::pageSize);
         fx.windows.openHomeAction();
         QQuickWindow* window = fx.windows.mainWindow().window();
         QVERIFY(QTest::qWaitForWindowExposed(window));
         QQuickItem* list = findItem(window->contentItem(), "history");
         QVERIFY(list);
-        const auto* rows = fx.windows.mainWindow().model()->history();
-        QVERIFY(rows->rowCount() < 2 * HistoryStore::pageSize + 50);
-        // To the end and again, as a user drags: every page comes in, not only the second.
-        for (int step = 0; step < 200 && rows->rowCount() < 2 * HistoryStore::pageSize + 50; ++step) {
+        HistoryListModel* rows = fx.windows.mainWindow().model()->history();
+        const int shownFirst = rows->rowCount(); // the view may ask for a page as it opens
+        QVERIFY(shownFirst < total);
+        QSignalSpy inserted(rows, &QAbstractItemModel::rowsInserted);
+        QSignalSpy reset(rows, &QAbstractItemModel::modelReset);
+        for (int step = 0; step < 200 && rows->rowCount() < total; ++step) {
             list->setProperty("contentY", list->property("originY").toDouble() +
                                               list->property("contentHeight").toDouble() - list->height());
             QTest::qWait(10);
         }
-        QCOMPARE(rows->rowCount(), 2 * HistoryStore::pageSize + 50);
+        QCOMPARE(rows->rowCount(), total);
+        QVERIFY(!rows->canFetchMore({}));
+        QCOMPARE(inserted.size(), (total - shownFirst + HistoryStore::pageSize - 1) / HistoryStore::pageSize);
+        QCOMPARE(reset.size(), 0);
+        const auto title = [&](int row) {
+            return rows->data(rows->index(row), HistoryListModel::TitleRole).toString();
+        };
+        QCOMPARE(title(total - 1), QStringLiteral("запись %1").arg(total - 1));
+
+        QSignalSpy changed(rows, &QAbstractItemModel::dataChanged);
+        store.applyRetrySuccess(rows->entryAt(0).id, "новый текст", std::nullopt, std::nullopt, std::nullopt);
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(title(0), QString("новый текст"));
+
+        // Past midnight the same rows regroup at the next refresh.
+        QCOMPARE(rows->groupAt(0), QString("СЕГОДНЯ"));
+        fx.app.clock.advance(24 * 3600.0);
+        rows->refresh();
+        QCOMPARE(rows->groupAt(0), QString("ВЧЕРА"));
+        store.clearAll();
+        QVERIFY(rows->isEmpty());
     }
 
     void retryFromTheRowRewritesTheEntryOnScreen() {

@@ -1,0 +1,378 @@
+#include "core/AppState.h"
+#include "shell/MenuBarController.h"
+#include "shell/SettingsStore.h"
+#include "shell/SymbolIcons.h"
+#include "shell/hud/RecordingHUDController.h"
+#include "support/AppFixture.h"
+#include "support/ProcessFixtures.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDir>
+#include <QMenu>
+#include <QMutex>
+#include <QProcess>
+#include <QQuickWindow>
+#include <QScopeGuard>
+#include <QScreen>
+#include <QSystemTrayIcon>
+#include <QTest>
+#include <QThread>
+
+using namespace tamvex;
+
+namespace {
+/// Each action's title and shortcut, "-" for a separator; disabled lines end in " (off)".
+QStringList describe(const QMenu& menu) {
+    QStringList rows;
+    for (const QAction* a : menu.actions()) {
+        if (a->isSeparator()) {
+            rows << "-";
+            continue;
+        }
+        QString row = a->text();
+        if (!a->shortcut().isEmpty())
+            row += " [" + a->shortcut().toString() + "]";
+        if (!a->isEnabled())
+            row += " (off)";
+        rows << row;
+    }
+    return rows;
+}
+
+/// The desktop's tray host as the StatusNotifierItem protocol sees it: icons register here.
+/// It answers from a thread of its own, as a panel would from its own process, because Qt
+/// asks it with blocking calls.
+class FakeTrayHost : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
+    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
+    Q_PROPERTY(QStringList RegisteredStatusNotifierItems READ items)
+public:
+    bool hostRegistered() const { return true; }
+    int protocolVersion() const { return 0; }
+    QStringList items() const {
+        QMutexLocker lock(&m_mutex);
+        return m_registered;
+    }
+public slots:
+    void RegisterStatusNotifierItem(const QString& service) {
+        QMutexLocker lock(&m_mutex);
+        m_registered << service;
+    }
+    void RegisterStatusNotifierHost(const QString&) {}
+
+private:
+    mutable QMutex m_mutex;
+    QStringList m_registered;
+};
+
+test::XvfbSession* gXvfb = nullptr;
+test::SessionBus* gBus = nullptr;
+FakeTrayHost* gTrayHost = nullptr;
+
+QAction* find(const QMenu& menu, const QString& title) {
+    for (QAction* a : menu.actions())
+        if (a->text() == title)
+            return a;
+    return nullptr;
+}
+
+QString run(const QString& program, const QStringList& args) {
+    QProcess p;
+    p.start(program, args);
+    p.waitForFinished(10000);
+    return QString::fromUtf8(p.readAllStandardOutput());
+}
+
+template <class Pred> int countPixels(const QImage& image, Pred pred) {
+    const QImage img = image.convertToFormat(QImage::Format_ARGB32);
+    int count = 0;
+    for (int y = 0; y < img.height(); ++y)
+        for (int x = 0; x < img.width(); ++x)
+            count += pred(img.pixel(x, y));
+    return count;
+}
+
+/// Pixels within a small distance of `color`, ignoring nearly transparent ones.
+int pixelsNear(const QImage& image, const QColor& color) {
+    return countPixels(image, [&](QRgb p) {
+        return qAlpha(p) > 200 && qAbs(qRed(p) - color.red()) < 24 && qAbs(qGreen(p) - color.green()) < 24 &&
+               qAbs(qBlue(p) - color.blue()) < 24;
+    });
+}
+
+int opaquePixels(const QImage& image) {
+    return countPixels(image, [](QRgb p) { return qAlpha(p) > 0; });
+}
+
+const QColor recordingAccent = QColor::fromRgbF(1.0f, 0.55f, 0.45f);
+const QColor processingAccent = QColor::fromRgbF(0.65f, 0.55f, 0.95f);
+const QColor orange = QColor::fromRgbF(1.0f, 0.584f, 0.0f);
+} // namespace
+
+// The shell on a desktop: the menus and the tray icon, read back over D-Bus as the panel reads
+// them, and the HUD as a user sees it on a private X server: a window the window manager keeps
+// above everything, at the bottom centre, drawing each state.
+class DesktopTest : public QObject {
+    Q_OBJECT
+
+    struct MenuFixture {
+        test::AppFixture app;
+        QStringList calls;
+        MenuBarController menus{
+            *app.state,
+            {[this] { calls << "toggle"; }, [this] { calls << "main:" + app.state->mainSectionRaw(); },
+             [this] { calls << "welcome"; }, [this] { calls << "updates"; }, [this] { calls << "terminate"; }}};
+    };
+
+    struct HudFixture {
+        test::AppFixture app;
+        int taps = 0;
+        bool exposed = false;
+        RecordingHUDController hud{*app.state, nullptr, [this] { ++taps; }};
+        HudFixture() {
+            hud.show();
+            if (hud.window())
+                exposed = QTest::qWaitForWindowExposed(hud.window());
+        }
+        QRect available() const { return QGuiApplication::primaryScreen()->availableGeometry(); }
+        QImage grab() { return hud.window()->grabWindow(); }
+        int bottomGap() const { return available().bottom() - hud.window()->geometry().bottom(); }
+        bool centred() const { return qAbs(hud.window()->geometry().center().x() - available().center().x()) <= 1; }
+        /// What an X tool says of the window; empty when the tool is not installed.
+        QString ask(const QString& tool) const { return run(tool, {"-id", QString::number(hud.window()->winId())}); }
+        /// Saves the picture for the README when TAMVEX_HUD_SHOTS names a folder.
+        void save(const QString& name) {
+            const QString dir = qEnvironmentVariable("TAMVEX_HUD_SHOTS");
+            if (dir.isEmpty())
+                return;
+            QTest::qWait(500); // let the whiskers and the entrance finish for a still picture
+            grab().save(QDir(dir).filePath("hud-" + name + ".png"));
+        }
+    };
+
+private slots:
+    void init() {
+        if (QByteArray(QTest::currentTestFunction()).startsWith("hud") && !gXvfb->ok())
+            QSKIP(qPrintable("no private X server: " + gXvfb->reason));
+    }
+
+    void statusMenuInOrderWithItsKeysAndActions() {
+        MenuFixture f;
+        QCOMPARE(describe(f.menus.statusMenu()),
+                 (QStringList{"Запись (зажми горячую клавишу)", "-", "Открыть Sorvel… [Ctrl+,]",
+                              "Проверить обновления…", "-", "Выйти из Sorvel [Ctrl+Q]"}));
+        for (const char* title :
+             {"Запись (зажми горячую клавишу)", "Открыть Sorvel…", "Проверить обновления…", "Выйти из Sorvel"})
+            find(f.menus.statusMenu(), title)->trigger();
+        QCOMPARE(f.calls, (QStringList{"toggle", "main:home", "updates", "terminate"}));
+    }
+
+    void pointerMenuInOrderAndEachOpensItsSection() {
+        MenuFixture f;
+        auto menu = f.menus.buildPointerMenu();
+        QCOMPARE(describe(*menu), (QStringList{"Sorvel · 0 ø · 0 req (off)", "-", "Главная", "История [Ctrl+H]",
+                                               "Инсайты", "Аккаунт", "Настройки [Ctrl+,]", "-", "Онбординг…",
+                                               "Проверить обновления…", "-", "Выйти из Sorvel [Ctrl+Q]"}));
+        for (const char* title : {"Инсайты", "История", "Аккаунт", "Настройки", "Главная", "Онбординг…",
+                                  "Проверить обновления…", "Выйти из Sorvel"})
+            find(*menu, title)->trigger();
+        QCOMPARE(f.calls, (QStringList{"main:insights", "main:home", "main:account", "main:settings", "main:home",
+                                       "welcome", "updates", "terminate"}));
+        // The numbers of the first line are read at each opening, not when the menu was first made.
+        f.app.state->settings().recordUsage({100, 50, 150, 0.004});
+        f.app.state->settings().recordUsage({100, 50, 150, 0.0012});
+        QCOMPARE(f.menus.buildPointerMenu()->actions().first()->text(), "Sorvel · 1 300 ø · 2 req");
+    }
+
+    void iconPerState() {
+        using C = RecordingState::Case;
+        QCOMPARE(MenuBarController::iconSymbol(C::idle, true), "TrayIcon");
+        QCOMPARE(MenuBarController::iconSymbol(C::idle, false), "circle.fill");
+        QCOMPARE(MenuBarController::iconSymbol(C::recording, true), "pawprint.circle.fill");
+        QCOMPARE(MenuBarController::iconSymbol(C::processing, true), "waveform");
+        QCOMPARE(MenuBarController::iconSymbol(C::error, true), "exclamationmark.triangle.fill");
+        // Every symbol a state can show is one of our icons and draws.
+        for (C c : {C::idle, C::recording, C::processing, C::error})
+            for (bool tray : {true, false}) {
+                const QString symbol = MenuBarController::iconSymbol(c, tray);
+                QVERIFY2(!SymbolIcons::icon(symbol, Qt::white).isNull(), qPrintable(symbol));
+                QVERIFY(!SymbolIcons::pathData(symbol).isEmpty());
+            }
+        QVERIFY(SymbolIcons::icon("no.such.symbol", Qt::white).isNull());
+    }
+
+    // A desktop with a tray host: the icon registers with it and its menu is the status menu,
+    // read back over D-Bus as the panel reads it.
+    void trayIconReachesTheDesktopsTrayHost() {
+        if (!gTrayHost)
+            QSKIP("no private X server and session bus for the tray host");
+        test::LogCapture log;
+        MenuFixture f;
+        QVERIFY(f.menus.trayIcon());
+        QVERIFY(log.lines().filter("No system tray").isEmpty());
+        // Icons of the earlier tests registered too and are gone with their names: ours is
+        // the one registered name that still has an owner.
+        QString ours;
+        QVERIFY(test::spinUntil([&] {
+            QStringList alive = gTrayHost->items();
+            alive.removeIf([](const QString& n) { return !gBus->hasOwner(n); });
+            ours = alive.value(0);
+            return alive.size() == 1;
+        }));
+        QProcess layout;
+        layout.start("dbus-send", {"--session", "--print-reply", "--dest=" + ours, "/MenuBar",
+                                   "com.canonical.dbusmenu.GetLayout", "int32:0", "int32:-1", "array:string:"});
+        // The reply comes from this very thread: keep the event loop turning while it waits.
+        QVERIFY(test::spinUntil([&] { return layout.state() == QProcess::NotRunning; }, 15000));
+        const QString reply = QString::fromUtf8(layout.readAllStandardOutput() + layout.readAllStandardError());
+        qsizetype at = 0;
+        for (const char* label :
+             {"Запись (зажми горячую клавишу)", "Открыть Sorvel…", "Проверить обновления…", "Выйти из Sorvel"}) {
+            at = reply.indexOf(QString("string \"%1\"").arg(label), at);
+            QVERIFY2(at >= 0, qPrintable(QString(label) + " not in order in\n" + reply));
+        }
+    }
+
+    void withoutTrayTheLogSaysSoOnce() {
+        if (gTrayHost) {
+            QDBusConnection::connectToBus(gBus->address, "tray-host")
+                .unregisterService("org.kde.StatusNotifierWatcher");
+            QVERIFY(test::spinUntil([] { return !QSystemTrayIcon::isSystemTrayAvailable(); }));
+        }
+        test::LogCapture log;
+        MenuFixture f;
+        QVERIFY(!f.menus.trayIcon());
+        QCOMPARE(log.lines().filter("No system tray").size(), 1);
+    }
+
+    void hudWindowCarriesTheFloatingHints() {
+        HudFixture f;
+        QVERIFY(f.exposed);
+        const QString props = f.ask("xprop");
+        if (props.isEmpty())
+            QSKIP("xprop is not installed (package x11-utils)");
+        for (const char* state :
+             {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"})
+            QVERIFY2(props.contains(state), qPrintable(props));
+        QVERIFY2(props.contains("_NET_WM_DESKTOP(CARDINAL) = 4294967295"), qPrintable(props));
+        // Never focused: the window manager must not give it the keyboard.
+        QVERIFY2(props.contains("Client accepts input or input focus: False"), qPrintable(props));
+    }
+
+    // Where X itself has the window: the bottom centre, 6 above the bottom, 28 with a nudge;
+    // a pending nudge stays hidden while recording but keeps the raised place.
+    void hudSitsAtTheBottomCentre() {
+        HudFixture f;
+        QVERIFY(f.exposed);
+        QTRY_VERIFY(f.centred());
+        QTRY_COMPARE(f.bottomGap(), 6);
+        const QString info = f.ask("xwininfo");
+        if (!info.isEmpty())
+            QVERIFY2(info.contains(QString("Absolute upper-left X:  %1\n").arg(f.hud.window()->x())), qPrintable(info));
+
+        f.app.state->showNudge({"pawprint.fill", "Зажми и говори", "Отпусти — текст появится в поле.", "FN"}, 60);
+        QTRY_COMPARE(f.bottomGap(), 28);
+        QTRY_VERIFY(f.centred());
+        f.app.state->dismissNudge();
+        QTRY_COMPARE(f.bottomGap(), 6);
+        QTRY_VERIFY(f.centred());
+    }
+
+    // Through XWayland the compositor's window manager may ignore the place and the hints:
+    // the window is left unmanaged there, and still sits at the bottom centre.
+    void hudUnmanagedThroughXWayland() {
+        qputenv("WAYLAND_DISPLAY", "wayland-0");
+        const auto unset = qScopeGuard([] { qunsetenv("WAYLAND_DISPLAY"); });
+        HudFixture f;
+        QVERIFY(f.exposed);
+        QVERIFY(f.hud.window()->flags().testFlag(Qt::X11BypassWindowManagerHint));
+        const QString info = f.ask("xwininfo");
+        if (!info.isEmpty())
+            QVERIFY2(info.contains("Override Redirect State: yes"), qPrintable(info));
+        QTRY_COMPARE(f.bottomGap(), 6);
+        QTRY_VERIFY(f.centred());
+    }
+
+    void hudDrawsEachState() {
+        HudFixture f;
+        QVERIFY(f.exposed);
+        AppState& s = *f.app.state;
+        auto settled = [&](const QColor& color, int atLeast, const QString& name) {
+            QImage image;
+            QTRY_VERIFY_WITH_TIMEOUT((image = f.grab(), pixelsNear(image, color) >= atLeast), 5000);
+            QVERIFY(opaquePixels(image) > 200);
+            f.save(name);
+        };
+
+        // The idle handle: a quiet grey line, no accent.
+        QImage idle;
+        QTRY_VERIFY((idle = f.grab(), opaquePixels(idle) > 100));
+        QCOMPARE(pixelsNear(idle, recordingAccent), 0);
+        f.save("idle");
+
+        // Hovering names the program with the accent paw.
+        QTest::mouseMove(f.hud.window(), QPoint(f.hud.window()->width() / 2, f.hud.window()->height() / 2));
+        settled(recordingAccent, 8, "hovered");
+        QTest::mouseClick(f.hud.window(), Qt::LeftButton, {},
+                          QPoint(f.hud.window()->width() / 2, f.hud.window()->height() / 2));
+        QTRY_COMPARE(f.taps, 1);
+
+        s.setRecordingState(RecordingState::recording());
+        f.hud.setLevel(-60);
+        settled(recordingAccent, 60, "recording-60db");
+        QImage quiet = f.grab();
+        f.hud.setLevel(0);
+        // Louder means longer whiskers: more of the accent.
+        QTRY_VERIFY_WITH_TIMEOUT(pixelsNear(f.grab(), recordingAccent) > pixelsNear(quiet, recordingAccent) + 40, 5000);
+        settled(recordingAccent, 60, "recording-0db");
+
+        s.setRecordingState(RecordingState::processing());
+        settled(processingAccent, 60, "processing");
+        QCOMPARE(pixelsNear(f.grab(), orange), 0);
+        s.setSlowProcessing(true);
+        settled(orange, 200, "slow");
+
+        s.setRecordingState(
+            RecordingState::error(QString("Не удалось распознать речь: сервер ответил ошибкой 503, попробуй ещё раз")));
+        settled(orange, 200, "error");
+
+        s.setRecordingState(RecordingState::idle());
+        s.showNudge({"pawprint.fill", "Держи клавишу дольше",
+                     "Зажми FN, говори, отпусти — текст появится там, где курсор.", "FN"},
+                    60);
+        settled(recordingAccent, 60, "nudge");
+    }
+};
+
+int main(int argc, char** argv) {
+    test::XvfbSession xvfb;
+    test::SessionBus bus;
+    gXvfb = &xvfb;
+    gBus = &bus;
+    const bool desktop = xvfb.ok() && bus.ok();
+    if (desktop)
+        qputenv("DBUS_SESSION_BUS_ADDRESS", bus.address.toUtf8());
+    // The tray needs the X platform's theme, the HUD's tests the X server itself; offscreen has neither.
+    qputenv("QT_QPA_PLATFORM", xvfb.ok() ? "xcb" : "offscreen");
+    QApplication app(argc, argv);
+    QThread hostThread;
+    FakeTrayHost host;
+    host.moveToThread(&hostThread);
+    hostThread.start();
+    QDBusConnection hostBus = QDBusConnection::connectToBus(bus.address, "tray-host");
+    if (desktop && hostBus.registerService("org.kde.StatusNotifierWatcher") &&
+        hostBus.registerObject("/StatusNotifierWatcher", &host,
+                               QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties))
+        gTrayHost = &host;
+    DesktopTest test;
+    const int failures = QTest::qExec(&test, argc, argv);
+    hostThread.quit();
+    hostThread.wait();
+    return failures;
+}
+
+#include "DesktopTest.moc"
