@@ -96,18 +96,16 @@ private slots:
         rig.monitor->handleFlagsChanged(kFn | EventFlag::control);
         QCOMPARE(rig.edges, (QStringList{"down", "up", "down"}));
         QVERIFY(rig.monitor->isPressed());
-    }
 
-    void unpluggedKeyboardReleasesFn() {
-        InputRig rig;
+        // An unplugged keyboard lets go of its FN; so does a source going away, and the choice is logged.
+        rig.monitor->handleFlagsChanged(0);
         rig.source->key(3, KEY_FN, 1);
         rig.source->unplug(3);
-        QCOMPARE(rig.edges, (QStringList{"down", "up"}));
-        // A source going away releases held keys too, and the choice is logged.
+        QCOMPARE(rig.edges.mid(4), (QStringList{"down", "up"}));
         test::LogCapture log;
         rig.source->key(4, KEY_FN, 1);
         rig.source->setAvailable(false);
-        QCOMPARE(rig.edges, (QStringList{"down", "up", "down", "up"}));
+        QCOMPARE(rig.edges.mid(6), (QStringList{"down", "up"}));
         QCOMPARE(rig.input->activeSource(), KeyInput::Source::none);
         QVERIFY(!rig.input->customShortcutAvailable());
         QVERIFY(log.has("No keyboard (test)"));
@@ -117,10 +115,9 @@ private slots:
     }
 
     void sourceChoiceIsExposed() {
-        test::TestEnv env;
-        ShortcutRegistry registry(*env.defaults);
+        test::ShortcutRig rig;
         test::FakeKeySource *evdevRaw = nullptr, *x11Raw = nullptr;
-        const auto input = test::keyInput(registry, test::fakeSource(evdevRaw, "evdev", false),
+        const auto input = test::keyInput(rig.registry, test::fakeSource(evdevRaw, "evdev", false),
                                           test::fakeSource(x11Raw, "X11", true, false));
         input->start();
         QCOMPARE(input->activeSource(), KeyInput::Source::x11);
@@ -128,21 +125,18 @@ private slots:
         QVERIFY(input->customShortcutAvailable());
 
         // The custom shortcut works through X11; events of the idle source are ignored.
-        registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, CarbonModifier::control});
-        QStringList calls;
-        registry.onKeyDown(sorvelRecordAlternative, [&] { calls << "down"; });
-        registry.onKeyUp(sorvelRecordAlternative, [&] { calls << "up"; });
+        rig.registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, CarbonModifier::control});
         evdevRaw->key(1, KEY_LEFTCTRL, 1);
         evdevRaw->key(1, KEY_F5, 1);
         x11Raw->key(0, KEY_LEFTCTRL, 1);
         x11Raw->key(0, KEY_F5, 1);
-        QCOMPARE(calls, QStringList{"down"});
+        QCOMPARE(rig.edges, QStringList{"down"});
         // A keyboard becomes readable: evdev takes over, and what X11 held is let go.
         evdevRaw->setAvailable(true);
         QCOMPARE(input->activeSource(), KeyInput::Source::evdev);
         QCOMPARE(input->activeSourceName(), QStringLiteral("evdev"));
         QVERIFY(input->functionKeyAvailable());
-        QCOMPARE(calls, (QStringList{"down", "up"}));
+        QCOMPARE(rig.edges, (QStringList{"down", "up"}));
     }
 
     void hotkeyManagerSwitchesModes() {
