@@ -3,6 +3,13 @@
 #include "shell/SettingsStore.h"
 #include "support/TestMain.h"
 
+#ifdef TAMVEX_HAVE_EVDEV
+#include "desktop/EvdevKeySource.h"
+
+#include <libevdev/libevdev.h>
+#include <unistd.h>
+#endif
+
 #include <QSignalSpy>
 #include <QTest>
 
@@ -29,6 +36,22 @@ struct InputRig {
     std::unique_ptr<FunctionKeyMonitor> monitor;
     QStringList edges;
 };
+
+#ifdef TAMVEX_HAVE_EVDEV
+/// Hands `source` an in-memory evdev device with the given keys, a pipe end standing in for its node.
+bool adopt(EvdevKeySource& source, const QString& path, const char* name, std::initializer_list<unsigned> keys) {
+    int fds[2];
+    if (::pipe(fds) != 0)
+        return false;
+    ::close(fds[1]);
+    libevdev* dev = libevdev_new();
+    libevdev_set_name(dev, name);
+    libevdev_enable_event_type(dev, EV_KEY);
+    for (unsigned key : keys)
+        libevdev_enable_event_code(dev, EV_KEY, key, nullptr);
+    return source.adoptDevice(path, fds[0], dev);
+}
+#endif
 
 } // namespace
 
@@ -186,6 +209,31 @@ private slots:
         source->key(1, KEY_FN, 1);
         QCOMPARE(downs, 1); // one monitor, not two
     }
+
+#ifdef TAMVEX_HAVE_EVDEV
+    void functionKeyIsSeenOnlyWhenAKeyboardReportsIt() {
+        // No real keyboards here: a folder of non-devices is read without a crash, and reported.
+        QTemporaryDir dir;
+        QVERIFY(test::writeFile(dir.filePath("event0"), "not a device"));
+        EvdevKeySource source(dir.path());
+        QVERIFY(!source.start());
+        QCOMPARE(source.keyboardCount(), 0);
+        QVERIFY(source.unavailableReason().contains(dir.path()));
+        QVERIFY(!source.seesFunctionKey()); // no keyboard at all
+
+        QVERIFY(adopt(source, "/dev/input/event1", "PC keyboard", {KEY_A, KEY_Z, KEY_LEFTCTRL}));
+        QVERIFY(source.isAvailable());
+        QVERIFY(!source.seesFunctionKey()); // FN handled in the keyboard's firmware
+        QVERIFY(!adopt(source, "/dev/input/event2", "Mouse", {BTN_LEFT}));
+        QVERIFY(!adopt(source, "/dev/input/event3", "Tamvex virtual keyboard", {KEY_A, KEY_Z, KEY_FN}));
+        QVERIFY(!source.seesFunctionKey());
+        QVERIFY(adopt(source, "/dev/input/event4", "Laptop keyboard", {KEY_A, KEY_Z, KEY_FN}));
+        QVERIFY(source.seesFunctionKey());
+        QCOMPARE(source.keyboardCount(), 2);
+        source.stop(); // every device let go
+        QVERIFY(!source.seesFunctionKey());
+    }
+#endif
 };
 
 TAMVEX_TEST_CLASS(KeyInputTest)
