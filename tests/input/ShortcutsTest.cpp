@@ -47,8 +47,7 @@ private slots:
 
         registry.storeShortcut(sorvelRecordAlternative, std::nullopt);
         QVERIFY(!env.defaults->contains(kKey));
-        QCOMPARE(changed.count(), 2);
-        QCOMPARE(changed.at(0).at(0).toString(), QStringLiteral("sorvelRecordAlternative"));
+        QCOMPARE(changed, (QList<QVariantList>{{"sorvelRecordAlternative"}, {"sorvelRecordAlternative"}}));
 
         // Anything but an object with two whole numbers counts as no shortcut.
         for (const QString& bad :
