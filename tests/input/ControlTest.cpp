@@ -86,7 +86,7 @@ private slots:
         QVERIFY(!second.registerOn(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "second")));
 
         QCOMPARE(runClient({"ctl", "toggle"}).code, 0);
-        // Toggle's stop, as the rest of what the coordinator does, is recording_coordinator_test's.
+        // A toggle's stop is the coordinator's own, checked in recording_coordinator_test.
         QVERIFY(rig.recording());
 
         // A second start hands its arguments over, and its links apart.
