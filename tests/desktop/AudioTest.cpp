@@ -310,11 +310,8 @@ private slots:
         const auto tone = sine(440, 0.1, 2.0, kAacRate);
         encodeFile(path("tone.m4a"), tone);
 
-        // The file's format is checked on the recorder's own files (audio_recorder_test).
-        AudioFileDecoder decoder(path("tone.m4a"), kAacRate);
-        QVERIFY2(std::abs(decoder.durationSeconds() - 2.0) < 0.05,
-                 qPrintable(QString::number(decoder.durationSeconds())));
-        const auto decoded = decoder.readAll();
+        // The file's format and the length its header gives are checked on the recorder's own files.
+        const auto decoded = AudioFileDecoder(path("tone.m4a"), kAacRate).readAll();
         // The codec's trailing padding is cut off: the sample count matches what went in.
         QVERIFY2(std::abs(double(decoded.size()) - double(tone.size())) < 0.05 * kAacRate,
                  qPrintable(QString::number(decoded.size())));
@@ -372,7 +369,7 @@ private slots:
         QVERIFY(std::abs(toDb(rms(up)) - toDb(rms(low))) < 0.2);
     }
 
-    void badFilesGiveClearErrors() {
+    void badFilesGiveClearErrorsAndEmptyOnesDecodeToNothing() {
         QByteArray junk;
         for (int i = 0; i < 5000; ++i)
             junk.append(QByteArray::number(i * 7919 % 251));
@@ -390,9 +387,8 @@ private slots:
         const auto e = thrown<AudioEncodeError>([&] { AudioFileEncoder encoder(path("no/such/folder/x.m4a")); });
         QVERIFY2(e && e->description().contains("No such file or directory"),
                  "an encoder opened a file in a missing folder");
-    }
 
-    void emptyFilesDecodeToNothing() {
+        // Empty files are no error: they decode to nothing.
         QVERIFY(writeWav(path("empty.wav"), {}, 16000, 1));
         encodeFile(path("empty.m4a"), {});
         for (const QString name : {"empty.wav", "empty.m4a"})
