@@ -172,10 +172,8 @@ private slots:
         QVERIFY(!recorder.hasShortcut());
 
         // A menu item with the same shortcut is named, and nothing is taken.
-        recorder.setMenuLookup([](const Shortcut& s) -> std::optional<QString> {
-            if (s == Shortcut{0x0C, CarbonModifier::control})
-                return QStringLiteral("Выйти");
-            return std::nullopt;
+        recorder.setMenuLookup([](const Shortcut& s) {
+            return s == Shortcut{0x0C, CarbonModifier::control} ? std::optional<QString>("Выйти") : std::nullopt;
         });
         QCOMPARE(recorder.handleKeyDown(0x0C, kCtrl), Outcome::usedByMenuItem);
         QCOMPARE(alerts.last().at(0).toString(),
