@@ -60,6 +60,17 @@ std::unique_ptr<KeyInput> keyInput(KeyboardShortcuts::ShortcutRegistry& registry
     return std::make_unique<KeyInput>(registry, std::move(list));
 }
 
+/// A sandboxed shortcut registry whose alternative shortcut notes its edges in `edges`.
+struct ShortcutRig {
+    ShortcutRig() {
+        registry.onKeyDown(KeyboardShortcuts::sorvelRecordAlternative, [this] { edges << "down"; });
+        registry.onKeyUp(KeyboardShortcuts::sorvelRecordAlternative, [this] { edges << "up"; });
+    }
+    TestEnv env;
+    KeyboardShortcuts::ShortcutRegistry registry{*env.defaults};
+    QStringList edges;
+};
+
 /// A coordinator over a sandboxed AppState whose microphone plays a loud tone.
 struct CoordinatorRig {
     CoordinatorRig() : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, tonePath, 1.0); }) {

@@ -2,6 +2,7 @@
 
 #include "support/TestSupport.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
@@ -17,15 +18,16 @@ class PasteTargetProcess {
 public:
     using Types = QMap<QString, QByteArray>;
 
-    /// Starts `program` under the current DISPLAY; `resourceName` sets its WM_CLASS instance name.
-    explicit PasteTargetProcess(const QString& program, const QString& resourceName = {}) {
+    /// Starts input_paste_target, built beside the test, under the current DISPLAY; `resourceName`
+    /// sets its WM_CLASS instance name.
+    explicit PasteTargetProcess(const QString& resourceName = {}) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("QT_QPA_PLATFORM", "xcb");
         if (!resourceName.isEmpty())
             env.insert("RESOURCE_NAME", resourceName);
         m_process.setProcessEnvironment(env);
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_process.start(program, {});
+        m_process.start(QCoreApplication::applicationDirPath() + "/input_paste_target", {});
         ready = wait("ready", 30000).has_value(); // a Qt start on a loaded machine can take seconds
     }
     ~PasteTargetProcess() {
