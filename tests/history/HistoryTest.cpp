@@ -1,5 +1,7 @@
-#include "history/HistoryStore.h"
+// The database file on its own, then the store the application keeps over it.
 #include "HistoryFixtures.h"
+#include "history/HistoryDB.h"
+#include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
 #include "support/TestMain.h"
 #include "support/TestSupport.h"
@@ -8,7 +10,12 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QProcess>
+#include <QSet>
+#include <QTemporaryDir>
 #include <QTest>
+
+#include <csignal>
 
 using namespace tamvex;
 using namespace tamvex::test;
@@ -17,6 +24,20 @@ namespace {
 const QString kInitFailedPrefix = "HistoryStore: SQLite init failed: ";
 const QString kInitFailedSuffix = ". История будет недоступна в этой сессии.";
 
+HistoryEntry fullEntry() {
+    const QDateTime created(QDate(2026, 2, 27), QTime(18, 4, 5, 678), Qt::UTC);
+    HistoryEntry e = makeEntry(1, created, 0, "Привет, мир!\nВторая строка");
+    e.durationSec = 12.25;
+    e.errorMessage = "сбой";
+    e.modelUsed = "google/gemini-2.5-flash";
+    e.costUSD = 0.000125;
+    e.promptTokens = 1234567890123;
+    e.completionTokens = 42;
+    e.appContext = "Firefox";
+    e.category = TextCategory::emails;
+    e.audioPath = "/tmp/audio/x.m4a";
+    return e;
+}
 QByteArray legacyJson(const QList<HistoryEntry>& entries) {
     QJsonArray array;
     for (const auto& e : entries)
@@ -32,9 +53,177 @@ bool loggedInitFailure(const LogCapture& log) {
 }
 } // namespace
 
-class HistoryStoreTest : public QObject {
+class HistoryTest : public QObject {
     Q_OBJECT
 private slots:
+    void createsTheExactSchemaWithWriteAheadLogging() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        HistoryDB db(path);
+        QCOMPARE(rawQuery(path, "SELECT sql FROM sqlite_master WHERE name = 'entries';"),
+                 QString("CREATE TABLE entries (\n"
+                         "    id TEXT PRIMARY KEY,\n    created_at REAL NOT NULL,\n    duration_sec REAL NOT NULL,\n"
+                         "    text TEXT NOT NULL DEFAULT '',\n    error_message TEXT,\n    model_used TEXT,\n"
+                         "    cost_usd REAL,\n    prompt_tokens INTEGER,\n    completion_tokens INTEGER,\n"
+                         "    app_context TEXT,\n    category TEXT,\n    audio_path TEXT\n)"));
+        QCOMPARE(rawQuery(path, "SELECT sql FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx%';"),
+                 QString("CREATE INDEX idx_entries_created_at ON entries(created_at DESC)"));
+        QCOMPARE(rawQuery(path, "SELECT count(*) FROM sqlite_master;"), QString("3")); // table, its key, index
+        QCOMPARE(rawQuery(path, "PRAGMA journal_mode;"), QString("wal"));
+    }
+
+    void rowsRoundTripAndUpsertReplacesTheWholeRow() {
+        QTemporaryDir dir;
+        HistoryDB db(dir.filePath("history.db"));
+        HistoryEntry full = fullEntry();
+        HistoryEntry bare;
+        bare.id = QUuid::createUuid();
+        bare.createdAt = full.createdAt.addSecs(-10);
+        db.upsert(full);
+        db.upsert(bare);
+        QCOMPARE(db.fetch(), (QList<HistoryEntry>{full, bare}));
+        QCOMPARE(rawQuery(db.path(), "SELECT id FROM entries WHERE text = '';"), uuidText(bare.id));
+
+        HistoryEntry changed = full;
+        changed.createdAt = bare.createdAt.addSecs(-1); // an upsert moves created_at too
+        changed.text = "новый";
+        changed.errorMessage.reset();
+        changed.category.reset();
+        changed.costUSD.reset();
+        db.upsert(changed);
+        QCOMPARE(db.count(), 2);
+        QCOMPARE(db.fetch(), (QList<HistoryEntry>{bare, changed}));
+        QCOMPARE(db.fetch(1, 1), QList<HistoryEntry>{changed});
+        QCOMPARE(db.fetch(5, 2), QList<HistoryEntry>{});
+        // Text is cut at an embedded zero.
+        db.upsert(makeEntry(9, clockStart(), 0, QString("до") + QChar(0) + "после"));
+        QCOMPARE(db.fetch().first().text, QString("до"));
+    }
+
+    void unreadableRowsAreSkippedAndUnknownCategoriesReadAsNone() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        HistoryDB db(path);
+        const QDateTime now = clockStart();
+        const HistoryEntry good = makeEntry(1, now, 100);
+        db.upsert(good);
+        QVERIFY(rawExec(path, "INSERT INTO entries (id, created_at, duration_sec) VALUES ('not-a-uuid', 1e12, 1);"
+                              "INSERT INTO entries (id, created_at, duration_sec) VALUES (NULL, 1e12, 1);"
+                              "INSERT INTO entries (id, created_at, duration_sec, text, category, cost_usd) VALUES "
+                              "('aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee', 2, 3, 'x', 'poems', 0);"));
+        QCOMPARE(db.count(), 4);
+        // The two broken rows are the newest: the page of three holds one real row.
+        QCOMPARE(db.fetch(3, 0), QList<HistoryEntry>{good});
+        const HistoryEntry lower{.id = QUuid("AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"),
+                                 .createdAt = QDateTime::fromSecsSinceEpoch(2, Qt::UTC),
+                                 .durationSec = 3,
+                                 .text = "x",
+                                 .costUSD = 0.0}; // zero is a value, not NULL; the unknown category reads as none
+        QCOMPARE(db.fetch(), (QList<HistoryEntry>{good, lower}));
+        db.upsert(lower);
+        QCOMPARE(rawQuery(path, "SELECT category FROM entries WHERE id = 'AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE';"),
+                 QString("NULL"));
+    }
+
+    void failuresAreTypedAndCarrySQLitesMessage() {
+        QTemporaryDir dir;
+        QDir(dir.path()).mkdir("folder.db");
+        auto e = thrown<HistoryDBError>([&] { HistoryDB db(dir.filePath("folder.db")); });
+        QVERIFY(e && (e->kind() == HistoryDBError::Kind::openFailed || e->kind() == HistoryDBError::Kind::execFailed));
+        QVERIFY(!e->message().isEmpty());
+        writeFile(dir.filePath("garbage.db"), QByteArray(4096, '\x5a'));
+        e = thrown<HistoryDBError>([&] { HistoryDB db(dir.filePath("garbage.db")); });
+        QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
+        QCOMPARE(e->logText(), QString("execFailed(file is not a database)"));
+        QCOMPARE(fileBytes(dir.filePath("garbage.db")), QByteArray(4096, '\x5a'));
+
+        HistoryDB db(dir.filePath("history.db"));
+        db.upsert(makeEntry(1, clockStart(), 0));
+        e = thrown<HistoryDBError>([&] { db.exec("SELECT nonsense FROM;"); });
+        QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
+        QVERIFY(e->message().contains("syntax error"));
+        // The connection stays usable after a failure.
+        QCOMPARE(db.count(), 1);
+        db.exec("DROP TABLE entries;");
+        e = thrown<HistoryDBError>([&] { db.count(); });
+        QVERIFY(e);
+        QCOMPARE(e->logText(), QString("prepareFailed(no such table: entries)"));
+        QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.fetch(200, 0));
+        QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.upsert(makeEntry(2, clockStart(), 0)));
+    }
+
+    void aDatabaseOfAnEarlierInstallationReadsAsItStands() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("history.db");
+        // Written the way the earlier installation did: rollback journal, sub-millisecond dates,
+        // an integer date, lower-case ids.
+        QVERIFY(rawExec(
+            path, "CREATE TABLE entries (id TEXT PRIMARY KEY, created_at REAL NOT NULL, duration_sec REAL NOT NULL,"
+                  " text TEXT NOT NULL DEFAULT '', error_message TEXT, model_used TEXT, cost_usd REAL,"
+                  " prompt_tokens INTEGER, completion_tokens INTEGER, app_context TEXT, category TEXT,"
+                  " audio_path TEXT);"
+                  "INSERT INTO entries VALUES ('0f8fad5b-d9cb-469f-a165-70867728950e', 1767225600.1234567, 3.5,"
+                  " 'Старая запись', NULL, 'whisper-large-v3', 0.001, 10, 20, 'Telegram', 'messages', NULL);"
+                  "INSERT INTO entries (id, created_at, duration_sec) VALUES"
+                  " ('7C9E6679-7425-40DE-944B-E07FC1F90AE7', 1767225500, 1);"));
+        const HistoryEntry old{.id = QUuid("0F8FAD5B-D9CB-469F-A165-70867728950E"),
+                               .createdAt = QDateTime::fromMSecsSinceEpoch(1767225600123, Qt::UTC),
+                               .durationSec = 3.5,
+                               .text = "Старая запись",
+                               .modelUsed = "whisper-large-v3",
+                               .costUSD = 0.001,
+                               .promptTokens = 10,
+                               .completionTokens = 20,
+                               .appContext = "Telegram",
+                               .category = TextCategory::messages};
+        const HistoryEntry bare{.id = QUuid("7C9E6679-7425-40DE-944B-E07FC1F90AE7"),
+                                .createdAt = QDateTime::fromSecsSinceEpoch(1767225500, Qt::UTC),
+                                .durationSec = 1};
+        HistoryDB db(path);
+        QCOMPARE(db.fetch(), (QList<HistoryEntry>{old, bare}));
+        QCOMPARE(rawQuery(path, "PRAGMA journal_mode;"), QString("wal"));
+    }
+
+    // A kill in the middle of writes, which a test process cannot do to itself.
+    void sigkillMidBurstKeepsEveryAddThatReturned() {
+        TestEnv env;
+        QProcess child;
+        child.start(HISTORY_CHILD, {"burst", env.root.path()});
+        QVERIFY(child.waitForStarted());
+        QByteArray output;
+        // Let it write a few hundred rows, then kill it without warning.
+        QVERIFY(spinUntil(
+            [&] {
+                output += child.readAllStandardOutput();
+                return output.count('\n') >= 400;
+            },
+            60000));
+        ::kill(pid_t(child.processId()), SIGKILL);
+        QVERIFY(child.waitForFinished(10000));
+        QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+        output += child.readAllStandardOutput();
+
+        QSet<int> returned;
+        for (const QByteArray& line : output.split('\n'))
+            if (!line.isEmpty())
+                returned.insert(line.toInt());
+        QVERIFY(returned.size() >= 400);
+
+        const QString path = env.paths.dataFile("history.db");
+        QCOMPARE(rawQuery(path, "PRAGMA integrity_check;"), QString("ok"));
+        HistoryDB db(path);
+        QHash<QUuid, QString> stored;
+        for (const HistoryEntry& e : db.fetch())
+            stored.insert(e.id, e.text);
+        for (int i : returned) {
+            const HistoryEntry expected = makeEntry(i, clockStart(), 0);
+            QVERIFY2(stored.contains(expected.id), qPrintable(QString("row %1 lost").arg(i)));
+            QCOMPARE(stored.value(expected.id), QString("burst entry %1").arg(i));
+        }
+        // At most the one add in flight at the kill may have landed beyond what was reported.
+        QVERIFY(stored.size() <= returned.size() + 1);
+    }
+
     void firstStartMakesAnEmptyDatabase() {
         Sandbox box(0, false);
         HistoryStore& store = box.open();
@@ -334,5 +523,5 @@ private slots:
     }
 };
 
-TAMVEX_TEST_CLASS(HistoryStoreTest)
-#include "HistoryStoreTest.moc"
+TAMVEX_TEST_CLASS(HistoryTest)
+#include "HistoryTest.moc"
