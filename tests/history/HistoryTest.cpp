@@ -15,7 +15,6 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QSet>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
@@ -77,24 +76,23 @@ class HistoryTest : public QObject {
     Q_OBJECT
 private slots:
     void createsTheExactSchemaWithWriteAheadLogging() {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("history.db");
-        HistoryDB db(path);
-        QCOMPARE(rawQuery(path, "SELECT sql FROM sqlite_master WHERE name = 'entries';"),
+        Sandbox box;
+        HistoryDB db(box.db());
+        QCOMPARE(rawQuery(box.db(), "SELECT sql FROM sqlite_master WHERE name = 'entries';"),
                  QString("CREATE TABLE entries (\n"
                          "    id TEXT PRIMARY KEY,\n    created_at REAL NOT NULL,\n    duration_sec REAL NOT NULL,\n"
                          "    text TEXT NOT NULL DEFAULT '',\n    error_message TEXT,\n    model_used TEXT,\n"
                          "    cost_usd REAL,\n    prompt_tokens INTEGER,\n    completion_tokens INTEGER,\n"
                          "    app_context TEXT,\n    category TEXT,\n    audio_path TEXT\n)"));
-        QCOMPARE(rawQuery(path, "SELECT sql FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx%';"),
+        QCOMPARE(rawQuery(box.db(), "SELECT sql FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx%';"),
                  QString("CREATE INDEX idx_entries_created_at ON entries(created_at DESC)"));
-        QCOMPARE(rawQuery(path, "SELECT count(*) FROM sqlite_master;"), QString("3")); // table, its key, index
-        QCOMPARE(rawQuery(path, "PRAGMA journal_mode;"), QString("wal"));
+        QCOMPARE(rawQuery(box.db(), "SELECT count(*) FROM sqlite_master;"), QString("3")); // table, its key, index
+        QCOMPARE(rawQuery(box.db(), "PRAGMA journal_mode;"), QString("wal"));
     }
 
     void rowsRoundTripAndUpsertReplacesTheWholeRow() {
-        QTemporaryDir dir;
-        HistoryDB db(dir.filePath("history.db"));
+        Sandbox box;
+        HistoryDB db(box.db());
         HistoryEntry full = fullEntry();
         HistoryEntry bare;
         bare.id = QUuid::createUuid();
@@ -121,16 +119,15 @@ private slots:
     }
 
     void unreadableRowsAreSkippedAndUnknownCategoriesReadAsNone() {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("history.db");
-        HistoryDB db(path);
+        Sandbox box;
+        HistoryDB db(box.db());
         const QDateTime now = clockStart();
         const HistoryEntry good = makeEntry(1, now, 100);
         db.upsert(good);
-        QVERIFY(rawExec(path, "INSERT INTO entries (id, created_at, duration_sec) VALUES ('not-a-uuid', 1e12, 1);"
-                              "INSERT INTO entries (id, created_at, duration_sec) VALUES (NULL, 1e12, 1);"
-                              "INSERT INTO entries (id, created_at, duration_sec, text, category, cost_usd) VALUES "
-                              "('aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee', 2, 3, 'x', 'poems', 0);"));
+        QVERIFY(rawExec(box.db(), "INSERT INTO entries (id, created_at, duration_sec) VALUES ('not-a-uuid', 1e12, 1);"
+                                  "INSERT INTO entries (id, created_at, duration_sec) VALUES (NULL, 1e12, 1);"
+                                  "INSERT INTO entries (id, created_at, duration_sec, text, category, cost_usd) VALUES "
+                                  "('aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee', 2, 3, 'x', 'poems', 0);"));
         QCOMPARE(db.count(), 4);
         // The two broken rows are the newest: the page of three holds one real row.
         QCOMPARE(db.fetch(3, 0), QList<HistoryEntry>{good});
@@ -141,23 +138,23 @@ private slots:
                                  .costUSD = 0.0}; // zero is a value, not NULL; the unknown category reads as none
         QCOMPARE(db.fetch(), (QList<HistoryEntry>{good, lower}));
         db.upsert(lower);
-        QCOMPARE(rawQuery(path, "SELECT category FROM entries WHERE id = 'AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE';"),
+        QCOMPARE(rawQuery(box.db(), "SELECT category FROM entries WHERE id = 'AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE';"),
                  QString("NULL"));
     }
 
     void failuresAreTypedAndCarrySQLitesMessage() {
-        QTemporaryDir dir;
-        QDir(dir.path()).mkdir("folder.db");
-        auto e = thrown<HistoryDBError>([&] { HistoryDB db(dir.filePath("folder.db")); });
+        Sandbox box;
+        QDir(box.env.paths.dataDir).mkdir("folder.db");
+        auto e = thrown<HistoryDBError>([&] { HistoryDB db(box.file("folder.db")); });
         QVERIFY(e && (e->kind() == HistoryDBError::Kind::openFailed || e->kind() == HistoryDBError::Kind::execFailed));
         QVERIFY(!e->message().isEmpty());
-        writeFile(dir.filePath("garbage.db"), QByteArray(4096, '\x5a'));
-        e = thrown<HistoryDBError>([&] { HistoryDB db(dir.filePath("garbage.db")); });
+        writeFile(box.file("garbage.db"), QByteArray(4096, '\x5a'));
+        e = thrown<HistoryDBError>([&] { HistoryDB db(box.file("garbage.db")); });
         QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
         QCOMPARE(e->logText(), QString("execFailed(file is not a database)"));
-        QCOMPARE(fileBytes(dir.filePath("garbage.db")), QByteArray(4096, '\x5a'));
+        QCOMPARE(fileBytes(box.file("garbage.db")), QByteArray(4096, '\x5a'));
 
-        HistoryDB db(dir.filePath("history.db"));
+        HistoryDB db(box.file("history.db"));
         db.upsert(makeEntry(1, clockStart(), 0));
         e = thrown<HistoryDBError>([&] { db.exec("SELECT nonsense FROM;"); });
         QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
@@ -173,19 +170,18 @@ private slots:
     }
 
     void aDatabaseOfAnEarlierInstallationReadsAsItStands() {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("history.db");
+        Sandbox box;
         // Written the way the earlier installation did: rollback journal, sub-millisecond dates,
         // an integer date, lower-case ids.
         QVERIFY(rawExec(
-            path, "CREATE TABLE entries (id TEXT PRIMARY KEY, created_at REAL NOT NULL, duration_sec REAL NOT NULL,"
-                  " text TEXT NOT NULL DEFAULT '', error_message TEXT, model_used TEXT, cost_usd REAL,"
-                  " prompt_tokens INTEGER, completion_tokens INTEGER, app_context TEXT, category TEXT,"
-                  " audio_path TEXT);"
-                  "INSERT INTO entries VALUES ('0f8fad5b-d9cb-469f-a165-70867728950e', 1767225600.1234567, 3.5,"
-                  " 'Старая запись', NULL, 'whisper-large-v3', 0.001, 10, 20, 'Telegram', 'messages', NULL);"
-                  "INSERT INTO entries (id, created_at, duration_sec) VALUES"
-                  " ('7C9E6679-7425-40DE-944B-E07FC1F90AE7', 1767225500, 1);"));
+            box.db(), "CREATE TABLE entries (id TEXT PRIMARY KEY, created_at REAL NOT NULL, duration_sec REAL NOT NULL,"
+                      " text TEXT NOT NULL DEFAULT '', error_message TEXT, model_used TEXT, cost_usd REAL,"
+                      " prompt_tokens INTEGER, completion_tokens INTEGER, app_context TEXT, category TEXT,"
+                      " audio_path TEXT);"
+                      "INSERT INTO entries VALUES ('0f8fad5b-d9cb-469f-a165-70867728950e', 1767225600.1234567, 3.5,"
+                      " 'Старая запись', NULL, 'whisper-large-v3', 0.001, 10, 20, 'Telegram', 'messages', NULL);"
+                      "INSERT INTO entries (id, created_at, duration_sec) VALUES"
+                      " ('7C9E6679-7425-40DE-944B-E07FC1F90AE7', 1767225500, 1);"));
         const HistoryEntry old{.id = QUuid("0F8FAD5B-D9CB-469F-A165-70867728950E"),
                                .createdAt = QDateTime::fromMSecsSinceEpoch(1767225600123, Qt::UTC),
                                .durationSec = 3.5,
@@ -199,9 +195,9 @@ private slots:
         const HistoryEntry bare{.id = QUuid("7C9E6679-7425-40DE-944B-E07FC1F90AE7"),
                                 .createdAt = QDateTime::fromSecsSinceEpoch(1767225500, Qt::UTC),
                                 .durationSec = 1};
-        HistoryDB db(path);
+        HistoryDB db(box.db());
         QCOMPARE(db.fetch(), (QList<HistoryEntry>{old, bare}));
-        QCOMPARE(rawQuery(path, "PRAGMA journal_mode;"), QString("wal"));
+        QCOMPARE(rawQuery(box.db(), "PRAGMA journal_mode;"), QString("wal"));
     }
 
     // A kill in the middle of writes, which a test process cannot do to itself.

@@ -256,7 +256,7 @@ private slots:
         Sandbox box;
         HistoryStore& history = box.open();
         history.add(entryAt(1, box.clock.currentDateTime(), "первая запись"));
-        const QString file = box.env.paths.dataFile("insights.json");
+        const QString file = box.file("insights.json");
         {
             Insights seeded = computeInsights({}, box.clock.currentDateTime().addSecs(-7200), QString("из файла"));
             QVERIFY(InsightsStore::save(seeded, file));
@@ -298,13 +298,13 @@ private slots:
         QFETCH(QByteArray, content);
         Sandbox box;
         HistoryStore& history = box.open();
-        writeFile(box.env.paths.dataFile("insights.json"), content);
+        writeFile(box.file("insights.json"), content);
         InsightsStore store(history, box.env.paths, box.clock);
         QVERIFY(!store.hasInsights());
         QVERIFY(store.shouldRecompute());
         store.refresh();
         QVERIFY(store.hasInsights());
-        QVERIFY(InsightsStore::load(box.env.paths.dataFile("insights.json")).has_value());
+        QVERIFY(InsightsStore::load(box.file("insights.json")).has_value());
     }
 
     void recomputationWaitsMoreThanAnHour() {
