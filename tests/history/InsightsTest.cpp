@@ -1,5 +1,7 @@
 // Runs with TZ=MSK-3 (UTC+3 all year), so local day keys differ from UTC ones near midnight.
+// The figures, and how the pages show them.
 #include "HistoryFixtures.h"
+#include "history/Formatting.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
 #include "history/Words.h"
@@ -10,6 +12,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
+
+#include <clocale>
+#include <limits>
+#include <tuple>
 
 using namespace tamvex;
 using namespace tamvex::test;
@@ -23,6 +29,20 @@ HistoryEntry entryAt(int n, const QDateTime& created, const QString& text, doubl
     return e;
 }
 
+Insights withWords(qint64 totalWords, double totalMinutes = 0, qint64 wordsLastWeek = 0) {
+    Insights s;
+    s.totalWords = totalWords;
+    s.totalMinutes = totalMinutes;
+    s.wordsLastWeek = wordsLastWeek;
+    return s;
+}
+// A weekly goal as one value: fill, label, caption.
+using Goal = std::tuple<double, QString, QString>;
+Goal goal(qint64 words) {
+    const WeeklyGoal g = weeklyGoal(words);
+    return {g.fill, g.label, g.caption};
+}
+
 QStringList letterRuns(const QString& text) {
     QStringList runs;
     forEachLetterRun(text.toLower(), 4, [&](QStringView w) { runs.append(w.toString()); });
@@ -32,7 +52,115 @@ QStringList letterRuns(const QString& text) {
 
 class InsightsTest : public QObject {
     Q_OBJECT
+    const QLocale ru{QLocale::Russian};
 private slots:
+    void initTestCase() {
+        // Everything here runs in our users' locale, whose printf writes "1,0": the figures keep the dot.
+        QVERIFY2(std::setlocale(LC_ALL, "ru_RU.UTF-8"),
+                 "ru_RU.UTF-8 is not generated (scripts/install-deps.sh does it)");
+        QCOMPARE(*std::localeconv()->decimal_point, ',');
+    }
+
+    void tokensAreWholeNumbersGroupedByBlanks() {
+        QCOMPARE(formatTokens(0), QString("0 ø"));
+        QCOMPARE(formatTokens(999.4), QString("999 ø"));
+        QCOMPARE(formatTokens(999.5), QString("1 000 ø"));
+        QCOMPARE(formatTokens(250000), QString("250 000 ø"));
+        QCOMPARE(formatTokens(1234567.89), QString("1 234 568 ø"));
+        QCOMPARE(formatTokens(-12345), QString("-12 345 ø"));
+        QCOMPARE(formatTokens(-0.3), QString("0 ø"));
+        QCOMPARE(formatTokens(std::numeric_limits<double>::quiet_NaN()), QString("0 ø"));
+    }
+
+    void insightsCardsShowSpeedPagesDaysAndSavedTime() {
+        Insights s = withWords(249, 10.0);
+        s.avgWordsPerMinute = 24.5;
+        s.daysUsed = 3;
+        QCOMPARE(insightsCards(s, ru), (QList<InsightTile>{
+                                           {"Слов в минуту", "speedometer", "24", "среднее по всем диктовкам"},
+                                           {"Всего слов", "textformat", "249", "≈ 0 страниц A4"},
+                                           {"Используешь", "calendar", "3", "дней"},
+                                           {"Сэкономлено", "bolt.fill", "4м", "vs набор текста"}, // 249/40 − 249/140
+                                       }));
+
+        const auto cards = insightsCards(withWords(3360), ru);
+        QCOMPARE(savedMinutes(3360), 60.0);
+        QCOMPARE(cards[3].value, QString("1.0ч"));
+        QCOMPARE(cards[1], (InsightTile{"Всего слов", "textformat", "3\u00a0360", "≈ 13 страниц A4"}));
+        QCOMPARE(homeTiles(withWords(3360), ru)[3].value, QString("1.0ч"));
+        QCOMPARE(homeTiles(withWords(3359), ru)[3].value, QString("60 мин")); // 59.98 rounds in the print
+    }
+
+    void homeTilesReadZerosWithoutASnapshot() {
+        QCOMPARE(homeTiles(std::nullopt, ru), (QList<InsightTile>{
+                                                  {"Слов всего", "textformat", "0", ""},
+                                                  {"Минут наговорено", "clock.fill", "0", "≈ 0 мин"},
+                                                  {"Используешь", "calendar", "0", "дней"},
+                                                  {"Сэкономлено", "bolt.fill", "0 мин", "vs набор текста"},
+                                              }));
+        const auto tiles = homeTiles(withWords(12345, 59.9, 1), ru);
+        QCOMPARE(tiles[0], (InsightTile{"Слов всего", "textformat", "12\u00a0345", "+1 за неделю"}));
+        QCOMPARE(tiles[1], (InsightTile{"Минут наговорено", "clock.fill", "60", "≈ 59 мин"}));
+        QCOMPARE(homeTiles(withWords(0, 60.0), ru)[1].subtitle, QString("≈ 1.0 часа"));
+        QCOMPARE(homeTiles(withWords(0, 135.0), ru)[1].subtitle, QString("≈ 2.2 часа"));
+    }
+
+    void weeklyGoalCelebratesTheGoalNotTheCount() {
+        const QString done = "🎉 Ты намурчал 2000 слов на этой неделе!";
+        QCOMPARE(goal(0), (Goal{0.0, "0 / 2000", "Ещё 2000 слов до новых инсайтов"}));
+        QCOMPARE(goal(1999), (Goal{1999.0 / 2000, "1999 / 2000", "Ещё 1 слов до новых инсайтов"}));
+        QCOMPARE(goal(2000), (Goal{1.0, "2000 / 2000", done}));
+        QCOMPARE(goal(2500), (Goal{1.0, "2500 / 2000", done}));
+    }
+
+    void categorySharesAreCutPercentagesOfAllWords() {
+        QVERIFY(categoryShares({}).isEmpty());
+        // An unknown key counts in the total, though it gets no row.
+        const auto rows = categoryShares({{"notes", 29}, {"docs", 29}, {"code", 41}, {"legacy", 1}, {"ideas", 0}});
+        QCOMPARE(rows.size(), 3);
+        QCOMPARE(rows[0].category, TextCategory::code);
+        QCOMPARE(rows[0].percentText, QString("41%"));
+        QCOMPARE(rows[1].category, TextCategory::docs); // equal words keep the declared order
+        QCOMPARE(rows[1].percent, 29);
+        QCOMPARE(rows[2].category, TextCategory::notes);
+        QCOMPARE(categoryShares({{"other", 2}, {"tasks", 1}})[1].percentText, QString("33%"));
+    }
+
+    void topWordsAndTheActivityGrid() {
+        QMap<QString, qint64> words;
+        for (int i = 0; i < 20; ++i)
+            words.insert(QString("word%1").arg(i, 2, 10, QChar('0')), i);
+        const auto top = sortedTopWords(words);
+        QCOMPARE(top.size(), 15);
+        QCOMPARE(top.first(), (QPair<QString, qint64>{"word19", 19}));
+        QCOMPARE(top.last().second, 5);
+
+        const QDateTime now = QDateTime(QDate(2026, 3, 2), QTime(12, 0)); // local
+        const auto grid = activityGrid({{"2026-03-02", 40}, {"2026-02-03", 10}, {"2026-02-02", 500}}, now);
+        QCOMPARE(grid.size(), 28);
+        QCOMPARE(grid.first().date, QDate(2026, 2, 3));
+        QCOMPARE(grid.first().opacity, 10.0 / 40.0 * 0.75 + 0.1);
+        QCOMPARE(grid.last().date, QDate(2026, 3, 2));
+        QCOMPARE(grid.last().opacity, 0.85);
+        QCOMPARE(grid[1].opacity, 0.1);
+        const auto quiet = activityGrid({}, now);
+        QCOMPARE(quiet.last().opacity, 0.1);
+
+        Insights s;
+        s.heatmap = {{"2026-03-02", 7}, {"2026-02-24", 6}, {"2026-02-23", 5}};
+        QCOMPARE(lastSevenDays(s, now), (QList<qint64>{6, 0, 0, 0, 0, 0, 7}));
+    }
+
+    void theDashboardNeedsWordsAndTheCaptionSaysHowOld() {
+        QVERIFY(!insightsDashboardVisible(std::nullopt));
+        QVERIFY(!insightsDashboardVisible(withWords(0)));
+        QVERIFY(insightsDashboardVisible(withWords(1)));
+        const QDateTime t = clockStart();
+        QCOMPARE(insightsUpdatedCaption(t, t.addSecs(59)), QString("Обновлено только что"));
+        QCOMPARE(insightsUpdatedCaption(t, t.addSecs(60)), QString("Обновлено 1 минуту назад"));
+        QCOMPARE(insightsUpdatedCaption(t, t.addSecs(3 * 3600)), QString("Обновлено 3 часа назад"));
+        QCOMPARE(insightsUpdatedCaption(t, t.addDays(11)), QString("Обновлено 11 дней назад"));
+    }
     void wordsSplitAtBlanksAndLettersAtEverythingElse() {
         QCOMPARE(countWords(u""), 0);
         QCOMPARE(countWords(u"   \n\t"), 0);
@@ -128,7 +256,7 @@ private slots:
         Sandbox box;
         HistoryStore& history = box.open();
         history.add(entryAt(1, box.clock.currentDateTime(), "первая запись"));
-        const QString file = box.env.paths.dataFile("insights.json");
+        const QString file = box.file("insights.json");
         {
             Insights seeded = computeInsights({}, box.clock.currentDateTime().addSecs(-7200), QString("из файла"));
             QVERIFY(InsightsStore::save(seeded, file));
@@ -170,13 +298,13 @@ private slots:
         QFETCH(QByteArray, content);
         Sandbox box;
         HistoryStore& history = box.open();
-        writeFile(box.env.paths.dataFile("insights.json"), content);
+        writeFile(box.file("insights.json"), content);
         InsightsStore store(history, box.env.paths, box.clock);
         QVERIFY(!store.hasInsights());
         QVERIFY(store.shouldRecompute());
         store.refresh();
         QVERIFY(store.hasInsights());
-        QVERIFY(InsightsStore::load(box.env.paths.dataFile("insights.json")).has_value());
+        QVERIFY(InsightsStore::load(box.file("insights.json")).has_value());
     }
 
     void recomputationWaitsMoreThanAnHour() {
