@@ -1,4 +1,5 @@
 #include "pipelines/OpenRouterService.h"
+#include "account/SorvelAPI.h"
 #include "pipelines/BackendSelector.h"
 #include "support/ChatAnswers.h"
 #include "support/ServiceFixture.h"
@@ -39,6 +40,21 @@ struct Hosts {
     }
 };
 
+// Bodies that a broken or hostile server might send.
+QList<QPair<QString, QByteArray>> hostileBodies(const QByteArray& valid) {
+    QByteArray deepArray(200000, '[');
+    QByteArray deepInside = R"({"user":)" + QByteArray(5000, '[') + QByteArray(5000, ']') + "}";
+    return {{"empty", QByteArray()},
+            {"truncated by one", valid.left(valid.size() - 1)},
+            {"deep array", deepArray},
+            {"deep inside", deepInside},
+            {"huge garbage", QByteArray(10 * 1024 * 1024, '\x01')},
+            {"not utf-8", QByteArray("{\"user\":\"\xff\xfe\",\"choices\":\"\xc3\x28\"}")},
+            {"array root", "[]"},
+            {"number overflow",
+             R"({"user":{"id":1e400,"phone":"+7","balance_tokens":1e999,"created_at":99999999999999999999999}})"}};
+}
+
 QList<ChatMessage> textMessages() {
     return {{"system", {ChatContent::makeText("Системный")}}, {"user", {ChatContent::makeText("Текст")}}};
 }
@@ -63,7 +79,7 @@ private slots:
     void usageAndItsCost() {
         Hosts h;
         LogCapture log;
-        auto r = proxyChat(
+        const auto r = proxyChat(
             h,
             answerWith(
                 R"(,"usage":{"prompt_tokens":10,"completion_tokens":2,"total_tokens":99,"cost":0.001,"cost_usd":0.002,"cost_tokens":500})"));
@@ -71,16 +87,12 @@ private slots:
         QCOMPARE(r.usage, std::optional<UsageInfo>(UsageInfo{10, 2, 99, 0.002}));
         QVERIFY(log.has("OpenRouter usage: prompt=10, completion=2, cost=0.002$, cost_tokens=500.0"));
 
-        r = proxyChat(h, answerWith(R"(,"usage":{"cost":0.001})"));
-        QCOMPARE(r.usage->costUSD, 0.001);
+        QCOMPARE(proxyChat(h, answerWith(R"(,"usage":{"cost":0.001})")).usage,
+                 std::optional(UsageInfo{0, 0, 0, 0.001}));
         QVERIFY(log.has("OpenRouter usage: prompt=0, completion=0, cost=0.001$, cost_tokens=-1.0"));
-
-        r = proxyChat(h, answerWith(R"(,"usage":{})"));
-        QCOMPARE(r.usage, std::optional<UsageInfo>(UsageInfo{}));
-        r = proxyChat(h, answerWith(R"(,"usage":null)"));
-        QCOMPARE(r.usage, std::nullopt);
-        r = proxyChat(h, answerWith(""));
-        QCOMPARE(r.usage, std::nullopt);
+        QCOMPARE(proxyChat(h, answerWith(R"(,"usage":{})")).usage, std::optional(UsageInfo{}));
+        QCOMPARE(proxyChat(h, answerWith(R"(,"usage":null)")).usage, std::nullopt);
+        QCOMPARE(proxyChat(h, answerWith("")).usage, std::nullopt);
         // A mistyped usage field fails the whole answer.
         QCOMPARE(proxyFailure(h, answerWith(R"(,"usage":{"prompt_tokens":"ten"})")).kind(), Kind::decodingFailed);
     }
@@ -278,6 +290,54 @@ private slots:
         QVERIFY(spinUntil([&] { return timed.done; }));
         QCOMPARE(timed.error->kind(), NetworkError::Kind::TimedOut);
         QCOMPARE(h.selector->currentEndpoint(), h.selector->mainEndpoint());
+    }
+
+    void serviceAnswersFailAsDecodeErrors() {
+        AccountEnv env;
+        auto& [f, sandbox, api] = env;
+        const QByteArray valid = R"({"user":{"id":1,"phone":"+7","balance_tokens":2,"created_at":3}})";
+        for (const auto& [name, body] : hostileBodies(valid)) {
+            f.server.script("/api/me", Script{200, body});
+            auto error = failureOf<APIError>(api.me("tok"), 20000);
+            QVERIFY2(error && error->kind() == APIError::Kind::decode, qPrintable(name));
+            // The 402 mapping never fails on its body.
+            f.server.script("/api/me", Script{402, body});
+            error = failureOf<APIError>(api.me("tok"), 20000);
+            QVERIFY2(error && error->kind() == APIError::Kind::insufficientBalance && error->balance() == 0.0,
+                     qPrintable(name));
+            f.server.script("/api/auth/check-activation", Script{200, body});
+            QVERIFY2(failureOf<DecodingError>(api.checkActivation("+7"), 20000), qPrintable(name));
+            // The other records share the field readers; each must refuse without crashing.
+            QVERIFY_THROWS_EXCEPTION(APIError, SorvelAPI::decodeAnswer<RequestCodeResponse>(body));
+            QVERIFY_THROWS_EXCEPTION(APIError, SorvelAPI::decodeAnswer<VerifyResponse>(body));
+            QVERIFY_THROWS_EXCEPTION(APIError, SorvelAPI::decodeAnswer<AppleExchangeResponse>(body));
+            QVERIFY_THROWS_EXCEPTION(APIError, SorvelAPI::decodeAnswer<OkResponse>(body));
+        }
+    }
+
+    void chatAndRecommendAnswersFailAsDecodingFailed() {
+        const QByteArray valid = R"({"choices":[{"message":{"content":"ok"}}],"usage":{"cost":1}})";
+        for (const auto& [name, body] : hostileBodies(valid)) {
+            const auto e = thrown<OpenRouterError>([&] { decodeChatResponse(body); });
+            QVERIFY2(e && e->kind() == OpenRouterError::Kind::decodingFailed, qPrintable(name));
+            QVERIFY_THROWS_EXCEPTION(OpenRouterError, decodeRecommend(body));
+            QVERIFY2(!BackendSelector::CachedChoice::decode(body), qPrintable(name));
+        }
+        // A huge but well-formed answer is simply text, over real HTTP.
+        SelectorEnv env;
+        const QString big(10 * 1024 * 1024, QChar('a'));
+        env.host.server.script("/api/openrouter/v1/chat/completions",
+                               Script{200, R"({"choices":[{"message":{"content":")" + big.toLatin1() + R"("}}]})"});
+        OpenRouterService service(OpenRouterService::Mode::proxy("tok"), env.selector);
+        const auto result =
+            syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2), 30000);
+        QCOMPARE(result.text.size(), big.size());
+
+        // A stored pick with absurd numbers is no pick.
+        QVERIFY(!BackendSelector::CachedChoice::decode(
+            R"({"endpoint":"stt","measuredAt":1e300,"mainLatencyMs":1,"sttLatencyMs":1})"));
+        QVERIFY(!BackendSelector::CachedChoice::decode(
+            R"({"endpoint":"stt","measuredAt":1,"mainLatencyMs":1.5,"sttLatencyMs":1})"));
     }
 };
 
