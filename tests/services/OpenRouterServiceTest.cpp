@@ -181,8 +181,7 @@ private slots:
             R"({"role":"user","content":[{"type":"input_audio",)"
             R"("input_audio":{"data":"QUJD","format":"m4a"}}]}],)"
             R"("temperature":0.0,"usage":{"include":true}})";
-        const QJsonObject body = QJsonDocument::fromJson(sent.body).object();
-        QCOMPARE(body, QJsonDocument::fromJson(expected).object());
+        QCOMPARE(QJsonDocument::fromJson(sent.body).object(), QJsonDocument::fromJson(expected).object());
 
         // Proxy: the token as it stands, the label as it stands, no OpenRouter headers.
         h.mainHost.server.script(kProxyPath, Script{200, answerWith("")});
@@ -194,8 +193,7 @@ private slots:
         QCOMPARE(viaProxy.header("Authorization"), QByteArray("Bearer  tok")); // HTTP drops only the trailing space
         QVERIFY(!viaProxy.hasHeader("HTTP-Referer"));
         QVERIFY(!viaProxy.hasHeader("X-Title"));
-        const QJsonObject proxied = QJsonDocument::fromJson(viaProxy.body).object();
-        QVERIFY(!proxied.contains("temperature"));
+        QVERIFY(!QJsonDocument::fromJson(viaProxy.body).object().contains("temperature"));
         QVERIFY(h.stt.received().isEmpty()); // no recommend call in proxy mode
     }
 
