@@ -98,7 +98,7 @@ private slots:
 
     void storedGarbageIsNoPickUntilOverwritten() {
         Scripted s;
-        // What does not decode is OpenRouterServiceTest's (hostile bodies); here, that it is no pick and is left alone.
+        // What does not decode is ServicesTest's (hostile bodies); here, that it is no pick and is left alone.
         const QByteArray junk(R"({"endpoint":"stt"})");
         s.sandbox.defaults->setData(BackendSelector::cacheKey, junk);
         s.reopen();
