@@ -115,10 +115,11 @@ QList<ChatMessage> textMessages() {
 class ServicesTest : public QObject {
     Q_OBJECT
 
-    static OpenRouterService::ChatResult proxyChat(Hosts& h, const QByteArray& answer, int status = 200) {
+    static OpenRouterService::ChatResult proxyChat(Hosts& h, const QByteArray& answer, int status = 200,
+                                                   int timeoutMs = 20000) {
         h.mainHost.server.script(kProxyPath, Script{status, answer});
         OpenRouterService service(OpenRouterService::Mode::proxy("tok"), *h.selector);
-        return syncWait(service.chat("preset:fast-audio", textMessages(), 0.2));
+        return syncWait(service.chat("preset:fast-audio", textMessages(), 0.2), timeoutMs);
     }
     static OpenRouterError proxyFailure(Hosts& h, const QByteArray& answer, int status = 200) {
         h.mainHost.server.script(kProxyPath, Script{status, answer});
@@ -373,14 +374,10 @@ private slots:
             QVERIFY2(!BackendSelector::CachedChoice::decode(body), qPrintable(name));
         }
         // A huge but well-formed answer is simply text, over real HTTP.
-        SelectorEnv env;
-        const QString big(10 * 1024 * 1024, QChar('a'));
-        env.host.server.script("/api/openrouter/v1/chat/completions",
-                               Script{200, R"({"choices":[{"message":{"content":")" + big.toLatin1() + R"("}}]})"});
-        OpenRouterService service(OpenRouterService::Mode::proxy("tok"), env.selector);
-        const auto result =
-            syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2), 30000);
-        QCOMPARE(result.text.size(), big.size());
+        Hosts h;
+        const QByteArray big(10 * 1024 * 1024, 'a');
+        QCOMPARE(proxyChat(h, R"({"choices":[{"message":{"content":")" + big + R"("}}]})", 200, 30000).text,
+                 QString(big));
 
         // A stored pick with absurd numbers is no pick.
         QVERIFY(!BackendSelector::CachedChoice::decode(
