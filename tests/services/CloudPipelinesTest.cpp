@@ -15,16 +15,14 @@ using devserver::Script;
 
 namespace {
 
-QByteArray answer(const QString& content, const QString& usage = {}) {
+QByteArray answer(const QString& content, std::optional<UsageInfo> usage = {}) {
     QJsonObject message{{"role", "assistant"}, {"content", content}};
     QJsonObject body{{"choices", QJsonArray{QJsonObject{{"message", message}}}}};
-    if (!usage.isEmpty()) {
-        const QStringList n = usage.split(',');
-        body.insert("usage", QJsonObject{{"prompt_tokens", n[0].toInt()},
-                                         {"completion_tokens", n[1].toInt()},
-                                         {"total_tokens", n[2].toInt()},
-                                         {"cost", n[3].toDouble()}});
-    }
+    if (usage)
+        body.insert("usage", QJsonObject{{"prompt_tokens", usage->promptTokens},
+                                         {"completion_tokens", usage->completionTokens},
+                                         {"total_tokens", usage->totalTokens},
+                                         {"cost", usage->costUSD}});
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
 }
 
@@ -72,7 +70,7 @@ class CloudPipelinesTest : public QObject {
 private slots:
     void singlePassSendsTheFileOnceAndTrims() {
         Rig rig;
-        rig.reply(answer("\n  Привет, мир. \n", "10,5,15,0.001"));
+        rig.reply(answer("\n  Привет, мир. \n", UsageInfo{10, 5, 15, 0.001}));
         SinglePassPipeline pipeline(rig.service, "preset:fast-audio", prompts::cleanupPrompt);
         const SpeechResult result = syncWait(pipeline.process(rig.audio));
         QCOMPARE(result.text, QString("Привет, мир."));
@@ -86,19 +84,17 @@ private slots:
     }
 
     void twoStageAnswersAndUsage() {
-        const QString u1 = "10,5,15,0.001", u2 = "20,8,28,0.002";
-        const UsageInfo one{10, 5, 15, 0.001};
-        const UsageInfo both{30, 13, 43, 0.003};
+        const UsageInfo u1{10, 5, 15, 0.001}, u2{20, 8, 28, 0.002}, both{30, 13, 43, 0.003};
         const QString noContent = "OpenRouter вернул пустой ответ.";
         // Answers, requests made, text, failure, usage.
         const std::tuple<QByteArrayList, int, QString, QString, std::optional<UsageInfo>> cases[] = {
             // Both stages, usage summed.
             {{answer(" привет мир \n", u1), answer(" Привет, мир. ", u2)}, 2, "Привет, мир.", "", both},
             // Stage one blank: no second request. Empty: no content.
-            {{answer(" ", u1)}, 1, "", "", one},
+            {{answer(" ", u1)}, 1, "", "", u1},
             {{answer("", u1)}, 1, "", noContent, std::nullopt},
             // Stage two without usage keeps stage one's; blank gives empty text and summed usage.
-            {{answer("раз два", u1), answer("Раз, два.")}, 2, "Раз, два.", "", one},
+            {{answer("раз два", u1), answer("Раз, два.")}, 2, "Раз, два.", "", u1},
             {{answer("раз", u1), answer(" \n ", u2)}, 2, "", "", both},
             // Stage two fails: the transcript is lost.
             {{answer("раз", u1), answer("")}, 2, "", noContent, std::nullopt},
