@@ -15,17 +15,23 @@ using devserver::Script;
 
 namespace {
 
-QByteArray answer(const QString& content, const QString& usage = {}) {
+QByteArray answer(const QString& content, std::optional<UsageInfo> usage = {}) {
     QJsonObject message{{"role", "assistant"}, {"content", content}};
     QJsonObject body{{"choices", QJsonArray{QJsonObject{{"message", message}}}}};
-    if (!usage.isEmpty()) {
-        const QStringList n = usage.split(',');
-        body.insert("usage", QJsonObject{{"prompt_tokens", n[0].toInt()},
-                                         {"completion_tokens", n[1].toInt()},
-                                         {"total_tokens", n[2].toInt()},
-                                         {"cost", n[3].toDouble()}});
-    }
+    if (usage)
+        body.insert("usage", QJsonObject{{"prompt_tokens", usage->promptTokens},
+                                         {"completion_tokens", usage->completionTokens},
+                                         {"total_tokens", usage->totalTokens},
+                                         {"cost", usage->costUSD}});
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
+}
+
+/// The bodies of the chat requests the server was sent.
+QList<QJsonObject> chatRequests(const devserver::DevServer& server) {
+    QList<QJsonObject> out;
+    for (const auto& r : server.received(kProxyPath))
+        out.append(QJsonDocument::fromJson(r.body).object());
+    return out;
 }
 
 struct Rig : SelectorEnv {
@@ -33,28 +39,28 @@ struct Rig : SelectorEnv {
         std::make_shared<OpenRouterService>(OpenRouterService::Mode::proxy("tok"), selector);
     QString audio = sandbox.root.filePath("sorvel-test.m4a");
     QByteArray audioBytes = QByteArray("\x00\xff\x10 fake m4a \xd0\x9f", 16);
+    QJsonObject audioPart{{"type", "input_audio"},
+                          {"input_audio", QJsonObject{{"data", QString(audioBytes.toBase64())}, {"format", "m4a"}}}};
 
     Rig() {
-        QFile f(audio);
-        if (!f.open(QIODevice::WriteOnly) || f.write(audioBytes) != audioBytes.size())
+        if (!writeFile(audio, audioBytes))
             throw std::runtime_error("cannot write the audio");
     }
     void reply(const QByteArray& body) { host.server.script(kProxyPath, Script{200, body, "application/json", 0, 1}); }
-    QList<QJsonObject> requests() const {
-        QList<QJsonObject> out;
-        for (const auto& r : host.server.received(kProxyPath))
-            out.append(QJsonDocument::fromJson(r.body).object());
-        return out;
-    }
 };
 
 QJsonObject textPart(const QString& text) {
     return {{"type", "text"}, {"text", text}};
 }
 
-QJsonArray messages(const QString& system, const QJsonArray& userParts) {
-    return {QJsonObject{{"role", "system"}, {"content", QJsonArray{textPart(system)}}},
-            QJsonObject{{"role", "user"}, {"content", userParts}}};
+/// The whole body of a chat request: a system prompt and the user's parts.
+QJsonObject chatBody(const QString& model, double temperature, const QString& system, const QJsonArray& userParts) {
+    const QJsonArray messages{QJsonObject{{"role", "system"}, {"content", QJsonArray{textPart(system)}}},
+                              QJsonObject{{"role", "user"}, {"content", userParts}}};
+    return {{"model", model},
+            {"messages", messages},
+            {"temperature", temperature},
+            {"usage", QJsonObject{{"include", true}}}};
 }
 
 } // namespace
@@ -64,40 +70,31 @@ class CloudPipelinesTest : public QObject {
 private slots:
     void singlePassSendsTheFileOnceAndTrims() {
         Rig rig;
-        rig.reply(answer("\n  Привет, мир. \n", "10,5,15,0.001"));
+        rig.reply(answer("\n  Привет, мир. \n", UsageInfo{10, 5, 15, 0.001}));
         SinglePassPipeline pipeline(rig.service, "preset:fast-audio", prompts::cleanupPrompt);
         const SpeechResult result = syncWait(pipeline.process(rig.audio));
         QCOMPARE(result.text, QString("Привет, мир."));
         QCOMPARE(result.usage, std::optional<UsageInfo>(UsageInfo{10, 5, 15, 0.001}));
 
-        const QList<QJsonObject> sent = rig.requests();
-        QCOMPARE(sent.size(), 1);
-        QCOMPARE(sent[0].value("model").toString(), QString("preset:fast-audio"));
-        QCOMPARE(sent[0].value("temperature").toDouble(), 0.2);
-        const QJsonObject audioPart{
-            {"type", "input_audio"},
-            {"input_audio", QJsonObject{{"data", QString::fromLatin1(rig.audioBytes.toBase64())}, {"format", "m4a"}}}};
-        QCOMPARE(
-            sent[0].value("messages").toArray(),
-            messages(prompts::cleanupPrompt, {textPart("Транскрибируй и почисти эту голосовую диктовку."), audioPart}));
+        QCOMPARE(chatRequests(rig.host.server),
+                 QList{chatBody("preset:fast-audio", 0.2, prompts::cleanupPrompt,
+                                {textPart("Транскрибируй и почисти эту голосовую диктовку."), rig.audioPart})});
         // One line of base64, no breaks, straight in the body.
         QVERIFY(rig.host.server.received(kProxyPath)[0].body.contains(rig.audioBytes.toBase64()));
     }
 
     void twoStageAnswersAndUsage() {
-        const QString u1 = "10,5,15,0.001", u2 = "20,8,28,0.002";
-        const UsageInfo one{10, 5, 15, 0.001};
-        const UsageInfo both{30, 13, 43, 0.003};
+        const UsageInfo u1{10, 5, 15, 0.001}, u2{20, 8, 28, 0.002}, both{30, 13, 43, 0.003};
         const QString noContent = "OpenRouter вернул пустой ответ.";
         // Answers, requests made, text, failure, usage.
         const std::tuple<QByteArrayList, int, QString, QString, std::optional<UsageInfo>> cases[] = {
             // Both stages, usage summed.
             {{answer(" привет мир \n", u1), answer(" Привет, мир. ", u2)}, 2, "Привет, мир.", "", both},
             // Stage one blank: no second request. Empty: no content.
-            {{answer(" ", u1)}, 1, "", "", one},
+            {{answer(" ", u1)}, 1, "", "", u1},
             {{answer("", u1)}, 1, "", noContent, std::nullopt},
             // Stage two without usage keeps stage one's; blank gives empty text and summed usage.
-            {{answer("раз два", u1), answer("Раз, два.")}, 2, "Раз, два.", "", one},
+            {{answer("раз два", u1), answer("Раз, два.")}, 2, "Раз, два.", "", u1},
             {{answer("раз", u1), answer(" \n ", u2)}, 2, "", "", both},
             // Stage two fails: the transcript is lost.
             {{answer("раз", u1), answer("")}, 2, "", noContent, std::nullopt},
@@ -116,36 +113,28 @@ private slots:
             } catch (const OpenRouterError& e) {
                 QCOMPARE(e.description(), error);
             }
-            const QList<QJsonObject> sent = rig.requests();
+            const QList<QJsonObject> sent = chatRequests(rig.host.server);
             QCOMPARE(sent.size(), requests);
-            QCOMPARE(sent[0].value("model").toString(), QString("preset:cheap-audio"));
-            QCOMPARE(sent[0].value("temperature").toDouble(), 0.0);
-            const QJsonArray first = sent[0].value("messages").toArray();
-            QCOMPARE(first[0].toObject().value("content").toArray()[0].toObject(), textPart(prompts::verbatimPrompt));
-            QCOMPARE(first[1].toObject().value("content").toArray()[0].toObject(), textPart("Распознай эту речь."));
+            QCOMPARE(sent[0], chatBody("preset:cheap-audio", 0.0, prompts::verbatimPrompt,
+                                       {textPart("Распознай эту речь."), rig.audioPart}));
             if (requests == 2) {
                 // Stage two carries the trimmed transcript and no audio.
-                QCOMPARE(sent[1].value("model").toString(), QString("preset:cheap-cleanup"));
-                QCOMPARE(sent[1].value("temperature").toDouble(), 0.2);
                 const QString transcript = QJsonDocument::fromJson(answers[0])
                                                .object()["choices"][0]["message"]["content"]
                                                .toString()
                                                .trimmed();
-                QCOMPARE(sent[1].value("messages").toArray(), messages(prompts::cleanupPrompt, {textPart(transcript)}));
+                QCOMPARE(sent[1],
+                         chatBody("preset:cheap-cleanup", 0.2, prompts::cleanupPrompt, {textPart(transcript)}));
             }
         }
     }
 
     void missingFileSendsNothing() {
         Rig rig;
-        for (bool twoStage : {false, true}) {
-            std::unique_ptr<SpeechPipeline> pipeline;
-            if (twoStage)
-                pipeline = std::make_unique<TwoStagePipeline>(rig.service, "a", "b", "c", "d");
-            else
-                pipeline = std::make_unique<SinglePassPipeline>(rig.service, "a", "b");
+        SinglePassPipeline singlePass(rig.service, "a", "b");
+        TwoStagePipeline twoStage(rig.service, "a", "b", "c", "d");
+        for (SpeechPipeline* pipeline : std::initializer_list<SpeechPipeline*>{&singlePass, &twoStage})
             QVERIFY_THROWS_EXCEPTION(TamvexError, syncWait(pipeline->process(rig.sandbox.root.filePath("none.m4a"))));
-        }
         QVERIFY(rig.host.server.received().isEmpty());
     }
 };
@@ -173,15 +162,8 @@ private slots:
                 std::make_shared<OpenRouterService>(OpenRouterService::Mode::proxy("t"), env.selector),
                 "google/gemini-2.5-flash-lite");
             QCOMPARE(syncWait(classifier.classify(text)), category);
-            const auto sent = env.host.server.received(kProxyPath);
-            QCOMPARE(sent.size(), asked ? 1 : 0);
-            if (asked) {
-                const QJsonObject body = QJsonDocument::fromJson(sent[0].body).object();
-                QCOMPARE(body.value("temperature").toDouble(), 0.0);
-                const QJsonArray messages = body.value("messages").toArray();
-                QCOMPARE(messages[0]["content"][0]["text"].toString(), TextClassifier::prompt);
-                QCOMPARE(messages[1]["content"][0]["text"].toString(), text);
-            }
+            const auto body = chatBody("google/gemini-2.5-flash-lite", 0.0, TextClassifier::prompt, {textPart(text)});
+            QCOMPARE(chatRequests(env.host.server), asked ? QList{body} : QList<QJsonObject>{});
             QCOMPARE(log.hasPrefix("classify failed: "), status != 200);
         }
     }
