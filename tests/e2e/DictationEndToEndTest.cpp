@@ -106,7 +106,7 @@ private slots:
         // A Russian layout alone: no layout types a Latin "v", and the paste must land all the same.
         auto usLayoutAgain = qScopeGuard([] { useKeyboardLayout({"us"}, 0); });
         QCOMPARE(useKeyboardLayout({"ru"}, 0), 0);
-        PasteTargetProcess target(QStringLiteral(TAMVEX_PASTE_TARGET_PATH));
+        PasteTargetProcess target;
         QVERIFY(target.ready);
         const QString route = kProxyPath, text = "Привет, это диктовка через сервис.";
         const QJsonObject answer = QJsonDocument::fromJson(chatAnswer(text)).object();

@@ -18,7 +18,7 @@ class PasteTargetProcess {
 public:
     using Types = QMap<QString, QByteArray>;
 
-    /// Starts input_paste_target, built beside the test, under the current DISPLAY; `resourceName`
+    /// Starts input_paste_target (its path is compiled in) under the current DISPLAY; `resourceName`
     /// sets its WM_CLASS instance name.
     explicit PasteTargetProcess(const QString& resourceName = {}) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -27,7 +27,7 @@ public:
             env.insert("RESOURCE_NAME", resourceName);
         m_process.setProcessEnvironment(env);
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_process.start(QCoreApplication::applicationDirPath() + "/input_paste_target", {});
+        m_process.start(QStringLiteral(TAMVEX_PASTE_TARGET_PATH), {});
         ready = wait("ready", 30000).has_value(); // a Qt start on a loaded machine can take seconds
     }
     ~PasteTargetProcess() {
