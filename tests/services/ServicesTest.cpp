@@ -609,6 +609,22 @@ private slots:
         syncWait(selector.refresh());
         QCOMPARE(selector.current(),
                  std::optional(BackendSelector::CachedChoice{"main", mainHost.clock.currentDateTime(), 0, -1}));
+
+        // A selector that goes, its clock after it, while its probes wait for answers: the
+        // probes end with it, so the late answers touch neither (the sanitizer build sees a use
+        // after free otherwise).
+        mainHost.server.script("/api/health", Script{0, {}, {}, 300, 1});
+        const auto asked = mainHost.server.received("/api/health").size();
+        {
+            ManualClock clock;
+            TestEnv sandbox;
+            BackendSelector gone(*sandbox.defaults, clock, mainHost.network, selector.hosts());
+            gone.currentEndpoint(); // no pick stored: a refresh starts
+            QVERIFY(spinUntil([&] { return mainHost.server.received("/api/health").size() == asked + 1; }));
+        }
+        // Sent after the probe and answered after its 300 ms: the probe's answer came meanwhile.
+        mainHost.server.script("/api/health", Script{0, {}, {}, 600, 1});
+        QCOMPARE(send(ServiceHosts::join(mainHost.server.baseUrl(), "/api/health")).status, 200);
     }
 
     // Last: it leaves overrides in this process's environment.
