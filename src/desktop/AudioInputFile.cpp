@@ -17,7 +17,9 @@ constexpr qint64 maxChunkFrames = 8192;
 FileAudioInput::FileAudioInput(Clock& clock, QString path, double speed)
     : m_clock(clock), m_path(std::move(path)), m_speed(speed > 0 ? speed : 1.0) {}
 
-FileAudioInput::~FileAudioInput() { stop(); }
+FileAudioInput::~FileAudioInput() {
+    stop();
+}
 
 void FileAudioInput::open() {
     try {
@@ -66,6 +68,8 @@ void FileAudioInput::poll() {
             if (got == 0) {
                 m_fileEnded = true;
                 m_fileEndsAt = std::isinf(m_speed) ? 0.0 : double(m_fileDelivered) / (m_speed * m_rate);
+                // Says when the "microphone" has said all it had, so a script can let go of the key.
+                logInfo(QStringLiteral("FileAudioInput: file ended after %1 s").arg(m_fileEndsAt, 0, 'f', 2));
                 break;
             }
             m_sink(m_buffer.data(), got);

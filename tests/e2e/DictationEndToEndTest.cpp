@@ -132,9 +132,11 @@ private slots:
         QVERIFY2(pollUntil([&] { return !requests("/api/me").isEmpty(); }, 15000),
                  qPrintable(withLog("tamvex did not load the signed-in account")));
 
-        // One dictation: key down, the phrase (the file plays in real time), key up.
+        // One dictation: key down, the phrase (the file plays in real time), key up once it is said.
         QCOMPARE(tamvex({"ctl", "press"}).code, 0);
-        QTest::qWait(3000);
+        QVERIFY2(
+            pollUntil([&] { return fileBytes(m_user.filePath("tamvex.log")).contains("file ended after"); }, 30000),
+            qPrintable(withLog("the recording did not take in the whole phrase")));
         QCOMPARE(tamvex({"ctl", "release"}).code, 0);
         QVERIFY2(pollUntil([&] { return target.text() == text; }, 30000),
                  qPrintable(withLog("the text did not arrive in the focused field; it holds «" + target.text() + "»")));
