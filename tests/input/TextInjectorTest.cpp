@@ -18,10 +18,6 @@ QCoro::Task<void> injectThenMark(TextInjector& injector, QString text, bool& don
     done = true;
 }
 
-std::optional<TextInjectorError> failureOf(QCoro::Task<void>&& task) {
-    return thrown<TextInjectorError>([&] { syncWait(std::move(task)); });
-}
-
 struct Rig {
     ManualClock clock;
     FakeClipboard clipboard;
@@ -68,7 +64,7 @@ private slots:
         rig.clipboard.items = kRich;
         QSignalSpy prompts(&rig.access, &InputAccess::promptRequested);
         for (int attempt = 0; attempt < 2; ++attempt) {
-            const auto error = failureOf(rig.injector.inject("x"));
+            const auto error = failureOf<TextInjectorError>(rig.injector.inject("x"));
             QVERIFY(error && error->kind() == TextInjectorError::Kind::accessibilityNotGranted);
             QVERIFY(error->description().contains("input") && error->description().contains("/dev/uinput"));
         }
@@ -81,7 +77,7 @@ private slots:
         // Failed keys or a kept clipboard throw; a cancelled wait returns.
         rig.access.trusted = true;
         rig.keys.works = false;
-        auto error = failureOf(rig.injector.inject("x"));
+        auto error = failureOf<TextInjectorError>(rig.injector.inject("x"));
         QVERIFY(error && error->kind() == TextInjectorError::Kind::eventSourceFailed);
         QCOMPARE(error->description(), TextInjectorError::describe(TextInjectorError::Kind::eventSourceFailed));
         QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("x")}}}));
@@ -89,7 +85,7 @@ private slots:
         // A clipboard another program kept: the chord would paste its contents, so none goes out.
         rig.keys.chords.clear();
         rig.clipboard.kept = true;
-        error = failureOf(rig.injector.inject("z"));
+        error = failureOf<TextInjectorError>(rig.injector.inject("z"));
         QVERIFY(error && error->kind() == TextInjectorError::Kind::clipboardNotOwned);
         QVERIFY(rig.keys.chords.isEmpty());
 

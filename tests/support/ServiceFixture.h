@@ -38,20 +38,6 @@ struct AccountEnv {
     SorvelAPI api{f.network, f.clock, *sandbox.defaults, f.server.baseUrl()};
 };
 
-/// Runs `task` and gives the error of type E it failed with, or none if it succeeded.
-/// Errors of other types propagate and fail the test.
-template <class E, class T> std::optional<E> failureOf(QCoro::Task<T>&& task, int timeoutMs = 10000) {
-    try {
-        syncWait(std::move(task), timeoutMs);
-    } catch (const E& e) {
-        return e;
-    } catch (const std::exception& other) {
-        qWarning("failureOf: unexpected error: %s", other.what());
-        throw;
-    }
-    return std::nullopt;
-}
-
 /// A body of `n` characters that all differ by position, to check where text is cut.
 inline QByteArray numberedBody(int n) {
     QByteArray body;

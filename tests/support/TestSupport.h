@@ -108,6 +108,20 @@ template <class E, class T> QCoro::Task<void> watch(QCoro::Task<T> task, Watched
 /// syncWait for a task without a value.
 void syncWait(QCoro::Task<void>&& task, int timeoutMs = 20000);
 
+/// Runs `task` and gives the error of type E it failed with, or none if it succeeded.
+/// Errors of other types propagate and fail the test.
+template <class E, class T> std::optional<E> failureOf(QCoro::Task<T>&& task, int timeoutMs = 10000) {
+    try {
+        syncWait(std::move(task), timeoutMs);
+    } catch (const E& e) {
+        return e;
+    } catch (const std::exception& other) {
+        qWarning("failureOf: unexpected error: %s", other.what());
+        throw;
+    }
+    return std::nullopt;
+}
+
 /// Runs the event loop for `ms` milliseconds, or until `until` is true.
 bool spinUntil(const std::function<bool()>& until, int ms = 5000);
 
