@@ -1,5 +1,6 @@
 #include "pipelines/ModelTransfer.h"
 
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -114,6 +115,7 @@ void ModelTransfer::onFinished() {
         onReadyRead();
     const QNetworkReply::NetworkError error = m_reply->error();
     const QString errorText = m_reply->errorString();
+    const QVariant length = m_reply->header(QNetworkRequest::ContentLengthHeader);
     m_reply.reset();
     if (!m_writeError.isEmpty())
         return fail(saveFailedText(m_writeError));
@@ -121,6 +123,10 @@ void ModelTransfer::onFinished() {
         return fail(timedOutText());
     if (error != QNetworkReply::NoError && !isHttpStatusError(error))
         return fail(errorText);
+    // When the peer hangs up with the end of the data already read, Qt may finish the reply
+    // without an error, short of its announced length; it is the same dropped connection.
+    if (error == QNetworkReply::NoError && length.isValid() && m_received < length.toLongLong())
+        return fail(QCoreApplication::translate("QHttp", "Connection closed"));
     if (!m_file.flush()) {
         const QString detail = m_file.errorString();
         return fail(saveFailedText(detail));
