@@ -13,7 +13,7 @@ $SUDO apt-get install -y --no-install-recommends \
   qml6-module-qtquick-templates qml6-module-qtquick-layouts qml6-module-qtquick-shapes \
   qml6-module-qtqml qml6-module-qtqml-workerscript qml6-module-qtmultimedia \
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev \
-  libsqlite3-dev libevdev-dev libx11-dev libxtst-dev libxi-dev xclip \
+  libsqlite3-dev libevdev-dev libx11-dev libxtst-dev libxi-dev \
   libbenchmark-dev \
   xvfb xauth x11-utils x11-xkb-utils dbus-daemon dbus-x11 pulseaudio pulseaudio-utils ffmpeg sqlite3 sox locales \
   dpkg-dev file desktop-file-utils appstream
