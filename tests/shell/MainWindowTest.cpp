@@ -153,11 +153,18 @@ private slots:
         QTRY_VERIFY(visibleTexts(pane).contains(settings->functionKeyNote()));
         QVERIFY(!visibleTexts(pane).contains("активна"));
         fx.app.state->settings().setUseFnHotkey(false);
-        fx.app.state->shortcuts().storeShortcut(
-            KeyboardShortcuts::sorvelRecordAlternative,
-            KeyboardShortcuts::Shortcut{0x02, KeyboardShortcuts::CarbonModifier::control |
-                                                  KeyboardShortcuts::CarbonModifier::option});
+        const KeyboardShortcuts::Shortcut ctrlAltD{0x02, KeyboardShortcuts::CarbonModifier::control |
+                                                             KeyboardShortcuts::CarbonModifier::option};
+        fx.app.state->shortcuts().storeShortcut(KeyboardShortcuts::sorvelRecordAlternative, ctrlAltD);
         QTRY_VERIFY(visibleTexts(pane).contains("Ctrl+Alt+D"));
+        // A press the recorder refuses shows on the field, then passes; the shortcut stays.
+        auto* field = pane->findChild<QQuickItem*>("shortcutField");
+        QVERIFY(field);
+        field->forceActiveFocus();
+        QTest::keyClick(field->window(), Qt::Key_A);
+        QVERIFY(field->property("refused").toBool());
+        QTRY_VERIFY(!field->property("refused").toBool());
+        QCOMPARE(fx.app.state->shortcuts().storedShortcut(KeyboardShortcuts::sorvelRecordAlternative), ctrlAltD);
 
         // Input access: the button shows the commands; the poll turns the row to the check mark.
         PermissionRow* input = settings->input();

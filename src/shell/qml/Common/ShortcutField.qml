@@ -9,12 +9,16 @@ Rectangle {
     id: field
     required property ShortcutRecorder recorder
     readonly property string shown: recorder.active ? recorder.heldModifiersText : recorder.text
+    // A refused press (no modifier, no key) has no words: the field shakes with a warm border,
+    // as a desktop without a bell still shows.
+    property bool refused: false
     objectName: "shortcutField"
     implicitWidth: 240
     implicitHeight: 34
     radius: 8
     color: Qt.rgba(1, 1, 1, recorder.active ? 0.12 : 0.06)
-    border.color: recorder.active ? Theme.accent : Qt.rgba(1, 1, 1, 0.14)
+    border.color: refused ? Theme.orange : recorder.active ? Theme.accent : Qt.rgba(1, 1, 1, 0.14)
+    transform: Translate { id: shake }
     activeFocusOnTab: true
 
     Text {
@@ -56,6 +60,22 @@ Rectangle {
         alert.open();
     }
     Component.onCompleted: recorder.alertRequested.connect(showAlert)
+    Connections {
+        target: field.recorder
+        function onBeep() {
+            field.refused = true;
+            refusal.restart();
+        }
+    }
+    SequentialAnimation {
+        id: refusal
+        NumberAnimation { target: shake; property: "x"; to: -6; duration: 50 }
+        NumberAnimation { target: shake; property: "x"; to: 6; duration: 80 }
+        NumberAnimation { target: shake; property: "x"; to: -3; duration: 70 }
+        NumberAnimation { target: shake; property: "x"; to: 0; duration: 60 }
+        PauseAnimation { duration: 200 }
+        PropertyAction { target: field; property: "refused"; value: false }
+    }
 
     Dialog {
         id: alert
