@@ -133,6 +133,11 @@ SystemClipboard::SystemClipboard() = default;
 SystemClipboard::~SystemClipboard() = default;
 
 ClipboardSnapshot SystemClipboard::snapshot() const {
+    // An owner may refuse a request stamped before its claim (Qt's owners do), and our
+    // stamp is stale until we have handled the news of that claim: the snapshot would come
+    // back empty, and the user's clipboard would be lost to the dictated text.
+    if (m_x11)
+        m_x11->refreshTime();
     const QMimeData* data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
     if (!data)
         return {};
