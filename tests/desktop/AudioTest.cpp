@@ -476,6 +476,20 @@ private slots:
         fromEnvironment.open();
         qunsetenv("TAMVEX_AUDIO_DEVICE");
         QCOMPARE(fromEnvironment.device().id(), QByteArray("tamvex_mic"));
+        // A loaded machine may take a while to start FFmpeg: the recording's clock starts when
+        // the tone is already flowing, or the file would lack the speaker's late start.
+        bool toneHeard = false;
+        fromEnvironment.start([&](const float* samples, qsizetype frames) {
+            for (qsizetype i = 0; i < frames * fromEnvironment.channels(); ++i)
+                toneHeard = toneHeard || std::abs(samples[i]) > toneAmplitude / 2;
+        });
+        QVERIFY(test::spinUntil(
+            [&] {
+                fromEnvironment.poll();
+                return toneHeard;
+            },
+            15000));
+        fromEnvironment.stop();
 
         WallClock clock;
         AudioRecorder recorder(
