@@ -64,9 +64,12 @@ struct SystemClipboard::X11 final : QAbstractNativeEventFilter {
                             XCB_ATOM_INTEGER, 32, 0, nullptr);
         xcb_flush(connection);
         // The server always answers a property change on a window that selected the
-        // event; only a broken connection ends the wait otherwise. User input stays queued.
+        // event; only a broken connection ends the wait otherwise. User input stays queued,
+        // and so do the key sources, D-Bus and the network (socket notifiers): a hotkey
+        // handled here would run in the middle of the paste.
         while (!stamped && !xcb_connection_has_error(connection))
-            QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::WaitForMoreEvents);
+            QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::ExcludeSocketNotifiers |
+                                            QEventLoop::WaitForMoreEvents);
     }
 
     /// True when the CLIPBOARD selection belongs to a window made on our connection.
@@ -155,7 +158,9 @@ ClipboardSnapshot SystemClipboard::snapshot() const {
     return {item};
 }
 
-void SystemClipboard::clear() { QGuiApplication::clipboard()->clear(QClipboard::Clipboard); }
+void SystemClipboard::clear() {
+    QGuiApplication::clipboard()->clear(QClipboard::Clipboard);
+}
 
 bool SystemClipboard::claim(const std::function<QMimeData*()>& make) {
     if (!m_x11) {
