@@ -71,6 +71,9 @@ int main(int argc, char** argv) {
             QGuiApplication::clipboard()->clear();
             reply("ok");
         } else if (command == "dump-clipboard") {
+            // Qt keeps the types of another program's clipboard until it hears that the owner
+            // changed; that news may still wait behind this command. A round trip brings it in.
+            QGuiApplication::sync();
             QJsonObject types;
             if (const QMimeData* data = QGuiApplication::clipboard()->mimeData())
                 for (const QString& format : data->formats())
