@@ -13,6 +13,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <functional>
+
 using namespace tamvex;
 using namespace tamvex::test;
 
@@ -24,6 +26,31 @@ void catchQmlWarnings(QtMsgType type, const QMessageLogContext& context, const Q
     if (type >= QtWarningMsg && (message.contains("qrc:/") || QByteArray(context.category).startsWith("qt.qml")))
         g_qmlWarnings << message;
     g_previous(type, context, message);
+}
+
+// The parts under `root` that the software renderer the program runs on cannot draw (a shader)
+// or draws in the window's corner (the style's ripple), by class name.
+QStringList undrawableParts(QObject* root) {
+    QStringList found;
+    QSet<QObject*> seen;
+    std::function<void(QObject*)> visit = [&](QObject* object) {
+        if (!object || seen.contains(object))
+            return;
+        seen.insert(object);
+        const QString name = object->metaObject()->className();
+        if (object->inherits("QQuickShaderEffect") || name.contains("Ripple"))
+            found << name;
+        for (QObject* child : object->children())
+            visit(child);
+        if (auto* item = qobject_cast<QQuickItem*>(object))
+            for (QQuickItem* child : item->childItems())
+                visit(child);
+        // A closed popup's parts hang off it, outside the window's items.
+        for (const char* part : {"background", "contentItem", "header", "footer", "indicator"})
+            visit(object->property(part).value<QQuickItem*>());
+    };
+    visit(root);
+    return found;
 }
 
 QQuickItem* currentPane(QQuickWindow* window) {
@@ -115,6 +142,7 @@ private slots:
             if (args.at(0).toString() == "section_opened")
                 opened << args.at(1).toMap().value("section").toString();
         QCOMPARE(opened, (QStringList{"insights", "account", "settings"}));
+        QVERIFY2(undrawableParts(window).isEmpty(), qPrintable(undrawableParts(window).join(' ')));
 
         // Closing only hides: the next show brings back the same window.
         window->close();
@@ -285,6 +313,7 @@ private slots:
             if (step < 5)
                 flow->advance();
         }
+        QVERIFY2(undrawableParts(window).isEmpty(), qPrintable(undrawableParts(window).join(' ')));
         fx.app.state->setLastTranscription("Проверка связи");
         QTRY_VERIFY(visibleTexts(window->contentItem()).contains("Проверка связи"));
         flow->advance(); // "Готово": the welcome window goes, the main window comes

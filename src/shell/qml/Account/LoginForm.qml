@@ -38,7 +38,7 @@ Column {
                     BusyIndicator { visible: root.form.yandexInFlight; running: visible; anchors.fill: parent }
                 }
                 Text { text: "Войти через Яндекс ID"; color: Theme.primary; font.pixelSize: 15; Layout.fillWidth: true }
-                Button {
+                ActionButton {
                     visible: root.form.yandexInFlight
                     text: "Отмена"
                     flat: true
@@ -73,7 +73,7 @@ Column {
             inputMethodHints: Qt.ImhDialableCharactersOnly // qmllint disable
             onTextEdited: { root.form.phone = text; text = Qt.binding(() => root.form.phone) }
         }
-        Button {
+        ActionButton {
             text: "Получить код  →"
             highlighted: true
             enabled: root.form.canRequestCode
@@ -90,7 +90,7 @@ Column {
         RowLayout {
             width: parent.width
             Text { text: root.form.phone; color: Theme.primary; font.pixelSize: 15; Layout.fillWidth: true }
-            Button { text: "Изменить номер"; flat: true; onClicked: root.form.backToPhone() }
+            ActionButton { text: "Изменить номер"; flat: true; onClicked: root.form.backToPhone() }
         }
         Row {
             spacing: 8
@@ -105,8 +105,9 @@ Column {
             font.pixelSize: 12
         }
         Text { text: "Открой бота и поделись номером"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
-        Button {
+        ActionButton {
             text: "Открыть @" + root.form.botUsername
+            font.capitalization: Font.MixedCase // the bot is a name, not a label
             onClicked: Qt.openUrlExternally(root.form.botLink)
         }
     }
@@ -119,7 +120,7 @@ Column {
         RowLayout {
             width: parent.width
             Text { text: root.form.phone; color: Theme.primary; font.pixelSize: 15; Layout.fillWidth: true }
-            Button { text: "Изменить"; flat: true; onClicked: root.form.editPhone() }
+            ActionButton { text: "Изменить"; flat: true; onClicked: root.form.editPhone() }
         }
         TextField {
             width: parent.width
@@ -128,7 +129,7 @@ Column {
             onTextEdited: root.form.code = text
             onAccepted: if (root.form.canVerify) root.form.verify()
         }
-        Button {
+        ActionButton {
             text: root.form.loading ? "…" : "Войти"
             highlighted: true
             enabled: root.form.canVerify
@@ -137,7 +138,7 @@ Column {
         Row {
             spacing: 6
             Text { anchors.verticalCenter: parent.verticalCenter; text: "Не пришло?"; color: Theme.secondary; font.pixelSize: 12 }
-            Button { text: "Прислать заново"; flat: true; onClicked: root.form.requestCode() }
+            ActionButton { text: "Прислать заново"; flat: true; onClicked: root.form.requestCode() }
         }
     }
 

@@ -30,7 +30,7 @@ Rectangle {
         color: field.shown.length > 0 ? Theme.primary : Theme.secondary
         font.pixelSize: 13
     }
-    ToolButton {
+    IconButton {
         visible: field.recorder.hasShortcut && !field.recorder.active
         anchors.right: parent.right
         anchors.verticalCenter: parent.verticalCenter
@@ -77,12 +77,11 @@ Rectangle {
         PropertyAction { target: field; property: "refused"; value: false }
     }
 
-    Dialog {
+    PanelDialog {
         id: alert
         property string informative
         property list<string> buttons
         y: field.height + 8
-        modal: true
         Label {
             width: 360
             wrapMode: Text.WordWrap
@@ -92,10 +91,11 @@ Rectangle {
         footer: DialogButtonBox {
             Repeater {
                 model: alert.buttons
-                Button {
+                ActionButton {
                     required property int index
                     required property string modelData
                     text: modelData
+                    flat: true
                     DialogButtonBox.buttonRole: index === 0 ? DialogButtonBox.RejectRole : DialogButtonBox.AcceptRole // qmllint disable
                 }
             }

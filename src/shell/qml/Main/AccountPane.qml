@@ -48,14 +48,14 @@ Flickable {
                 width: parent.width
                 Text { text: "БАЛАНС"; color: Theme.secondary; font.pixelSize: 12; font.bold: true }
                 Text { text: pane.model.balanceText; color: Theme.primary; font.pixelSize: 44; font.bold: true }
-                Button { text: "Пополнить"; highlighted: true; onClicked: pane.model.openTopUp() }
+                ActionButton { text: "Пополнить"; highlighted: true; onClicked: pane.model.openTopUp() }
             }
             GlassCard {
                 width: parent.width
                 RowLayout {
                     width: parent.width
                     Text { text: "Выйти из аккаунта"; color: Theme.primary; font.pixelSize: 14; Layout.fillWidth: true }
-                    Button { text: "Выйти"; onClicked: signOutDialog.open() }
+                    ActionButton { text: "Выйти"; onClicked: signOutDialog.open() }
                 }
             }
         }
@@ -63,33 +63,31 @@ Flickable {
             width: parent.width
             Text { text: "Очистить локальные данные"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
             Text { text: "Удалить всю историю диктовок и инсайты с этого компьютера."; color: Theme.secondary; font.pixelSize: 13 }
-            Button { text: "Очистить историю"; onClicked: clearDialog.open() }
+            ActionButton { text: "Очистить историю"; onClicked: clearDialog.open() }
         }
     }
 
-    Dialog {
+    PanelDialog {
         id: signOutDialog
         x: (pane.width - width) / 2
         y: 160
-        modal: true
         title: "Выйти из аккаунта?"
         Label { text: "Придётся войти заново и повторно подтвердить номер." }
         footer: DialogButtonBox {
-            Button { text: "Отмена"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole } // qmllint disable
-            Button { text: "Выйти"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole } // qmllint disable
+            ActionButton { text: "Отмена"; flat: true; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole } // qmllint disable
+            ActionButton { text: "Выйти"; flat: true; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole } // qmllint disable
         }
         onAccepted: pane.model.signOut()
     }
-    Dialog {
+    PanelDialog {
         id: clearDialog
         x: (pane.width - width) / 2
         y: 160
-        modal: true
         title: "Удалить всю историю и инсайты?"
         Label { text: "Восстановить нельзя." }
         footer: DialogButtonBox {
-            Button { text: "Отмена"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole } // qmllint disable
-            Button { text: "Удалить навсегда"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole } // qmllint disable
+            ActionButton { text: "Отмена"; flat: true; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole } // qmllint disable
+            ActionButton { text: "Удалить навсегда"; flat: true; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole } // qmllint disable
         }
         onAccepted: pane.model.clearHistory()
     }

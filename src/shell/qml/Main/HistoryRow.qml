@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls.Material
 import QtQuick.Layouts
 import Tamvex
 
@@ -72,19 +71,19 @@ Rectangle {
                 Text { id: savedText; anchors.centerIn: parent; text: "сохранено"; color: Theme.secondary; font.pixelSize: 11 }
             }
             Item { Layout.fillWidth: true }
-            Button {
+            ActionButton {
                 visible: row.saved
                 flat: true
                 enabled: !row.retrying
                 text: row.retrying ? "Распознаю…" : "Распознать ещё раз"
                 onClicked: row.model.retryEntry(row.entryId)
             }
-            ToolButton {
+            IconButton {
                 Accessible.name: "Копировать"
                 contentItem: SymbolIcon { name: "doc.on.doc"; size: 14; color: Theme.secondary }
                 onClicked: row.model.copyEntry(row.entryId)
             }
-            ToolButton {
+            IconButton {
                 Accessible.name: "Удалить"
                 contentItem: SymbolIcon { name: "trash"; size: 14; color: Theme.secondary }
                 onClicked: row.model.removeEntry(row.entryId)

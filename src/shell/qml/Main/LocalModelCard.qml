@@ -52,7 +52,7 @@ GlassCard {
                 font.pixelSize: 12
             }
         }
-        Button {
+        ActionButton {
             visible: card.section.buttonText.length > 0
             text: card.section.buttonText
             highlighted: card.section.phase !== "downloading"

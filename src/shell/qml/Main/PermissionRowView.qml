@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls.Material
 import QtQuick.Layouts
 import Tamvex
 
@@ -30,7 +29,7 @@ ColumnLayout {
             }
         }
         SymbolIcon { visible: view.row.granted; name: "checkmark.circle.fill"; size: 18; color: Theme.green }
-        Button {
+        ActionButton {
             visible: !view.row.granted
             text: "Запросить"
             onClicked: view.row.request()
@@ -53,7 +52,7 @@ ColumnLayout {
             font.family: "monospace"
             font.pixelSize: 12
         }
-        Button {
+        ActionButton {
             id: copy
             anchors.right: parent.right
             anchors.rightMargin: 8

@@ -53,8 +53,8 @@ Flickable {
             CardTitle { title: "Горячая клавиша" }
             Row {
                 spacing: 8
-                RadioButton { text: "FN (по умолчанию)"; checked: pane.settings.useFnHotkey; onClicked: pane.settings.useFnHotkey = true }
-                RadioButton { text: "Своя комбинация"; checked: !pane.settings.useFnHotkey; onClicked: pane.settings.useFnHotkey = false }
+                RadioChoice { text: "FN (по умолчанию)"; checked: pane.settings.useFnHotkey; onClicked: pane.settings.useFnHotkey = true }
+                RadioChoice { text: "Своя комбинация"; checked: !pane.settings.useFnHotkey; onClicked: pane.settings.useFnHotkey = false }
             }
             Row {
                 visible: pane.settings.useFnHotkey && pane.extra.functionKeyAvailable
@@ -74,7 +74,7 @@ Flickable {
                     color: Theme.primary
                     font.pixelSize: 12
                 }
-                Button { text: "Задать сочетание"; flat: true; onClicked: pane.settings.useFnHotkey = false }
+                ActionButton { text: "Задать сочетание"; flat: true; onClicked: pane.settings.useFnHotkey = false }
             }
             Column {
                 visible: !pane.settings.useFnHotkey
@@ -128,8 +128,8 @@ Flickable {
             CardTitle { symbol: "key.horizontal"; title: "Источник API-ключа" }
             Row {
                 spacing: 8
-                RadioButton { text: "Через наш сервер"; checked: pane.settings.useEmbeddedKey; onClicked: pane.settings.useEmbeddedKey = true }
-                RadioButton { text: "Свой ключ"; checked: !pane.settings.useEmbeddedKey; onClicked: pane.settings.useEmbeddedKey = false }
+                RadioChoice { text: "Через наш сервер"; checked: pane.settings.useEmbeddedKey; onClicked: pane.settings.useEmbeddedKey = true }
+                RadioChoice { text: "Свой ключ"; checked: !pane.settings.useEmbeddedKey; onClicked: pane.settings.useEmbeddedKey = false }
             }
             Column {
                 visible: !pane.settings.useEmbeddedKey
@@ -189,7 +189,7 @@ Flickable {
                 spacing: 8
                 Repeater {
                     model: pane.extra.quitChoices
-                    RadioButton {
+                    RadioChoice {
                         required property var modelData
                         text: modelData.title
                         checked: pane.settings.cmdQBehaviorRaw === modelData.raw
@@ -225,7 +225,7 @@ Flickable {
                     Item { Layout.fillWidth: true }
                 }
             }
-            Button {
+            ActionButton {
                 text: pane.model.telegramTitle
                 font.capitalization: Font.MixedCase // the contact is a name, not a label
                 highlighted: true

@@ -1,6 +1,5 @@
 pragma ComponentBehavior: Bound
 import QtQuick
-import QtQuick.Controls.Material
 import QtQuick.Layouts
 import Tamvex
 
@@ -32,7 +31,7 @@ StepPage {
                     Text { width: parent.width; wrapMode: Text.WordWrap; text: card.modelData.text; color: Theme.secondary; font.pixelSize: 12 }
                 }
                 SymbolIcon { visible: card.granted; name: "checkmark.circle.fill"; size: 20; color: Theme.accent }
-                Button { visible: !card.granted; text: "Как включить"; onClicked: step.check.read() }
+                ActionButton { visible: !card.granted; text: "Как включить"; onClicked: step.check.read() }
             }
         }
     }

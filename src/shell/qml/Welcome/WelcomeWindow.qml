@@ -49,9 +49,9 @@ Window {
         }
         RowLayout {
             Layout.fillWidth: true
-            Button { visible: window.flow.canGoBack; text: "Назад"; flat: true; onClicked: window.flow.back() }
+            ActionButton { visible: window.flow.canGoBack; text: "Назад"; flat: true; onClicked: window.flow.back() }
             Item { Layout.fillWidth: true }
-            Button {
+            ActionButton {
                 objectName: "advance"
                 Layout.minimumWidth: 80
                 text: window.flow.advanceTitle
