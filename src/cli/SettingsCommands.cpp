@@ -53,8 +53,10 @@ int runSettingsCommand(const QStringList& args, QTextStream& in, QTextStream& ou
 
     if (args.value(0) == "get" && args.size() <= 2) {
         if (args.size() == 1) {
+            // A listing gets pasted into bug reports: the key shows as `set` echoes it. Asked
+            // for by name, it is given whole.
             for (const QString& each : SettingsStore::keys())
-                out << each << " = " << printable(store.valueForKey(each)) << "\n";
+                out << each << " = " << shown(each, store.valueForKey(each)) << "\n";
             return 0;
         }
         if (!SettingsStore::keys().contains(key)) {

@@ -374,6 +374,15 @@ private slots:
             QCOMPARE(output, row.output);
             QCOMPARE(Defaults(env.paths.settingsFile()).readString(K::apiKey).valueOr({}), row.stored);
         }
+        // The whole listing shows the key only as `set` echoes it.
+        Defaults(env.paths.settingsFile()).setString(K::apiKey, key);
+        const CommandOutput listing = captureCommand([](QTextStream& out, QTextStream& err) {
+            QString none;
+            QTextStream in(&none);
+            return runSettingsCommand({"get"}, in, out, err);
+        });
+        QVERIFY2(listing.out.contains("openrouter_api_key = …cdef\n") && !listing.out.contains(key),
+                 qPrintable(listing.out));
     }
 
     void quitFollowsTheBehaviourAndTheAnswer() {
