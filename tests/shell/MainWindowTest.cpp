@@ -120,7 +120,9 @@ private slots:
             QStringList texts;
         } panes[] = {
             {&ShellWindows::openHomeAction, "home", {"Привет, я Sorvel", "ИСТОРИЯ", "СЕГОДНЯ", "ВЧЕРА"}},
-            {&ShellWindows::openInsightsAction, "insights", {"Аналитика твоего голосового ввода", "Категории"}},
+            {&ShellWindows::openInsightsAction,
+             "insights",
+             {"Аналитика твоего голосового ввода", "Категории", "Активность за месяц", "Часто использую", "Много"}},
             {&ShellWindows::openAccountAction,
              "account",
              {"Войти в Tamvex", "Войти через Яндекс ID", "Получить код  →"}},
@@ -285,6 +287,49 @@ private slots:
         fx.app.clock.advance(1.0);
         QTRY_VERIFY(visibleTexts(currentPane(window)).contains("Распознанный заново текст"));
         QVERIFY(model->retrying()->idTexts().isEmpty());
+    }
+
+    // The pane computes on coming into view and on its refresh button, at most once an hour.
+    void insightsPaneComputesWhenItAppears() {
+        WindowFixture fx;
+        InsightsStore& insights = fx.app.state->insights();
+        const auto dictate = [&](const QString& text) {
+            fx.app.state->history().add(entryAt(fx.app.clock.currentDateTime(), text));
+        };
+        const auto totalWords = [&] { return insights.insights() ? insights.insights()->totalWords : -1; };
+        dictate("раз два три");
+        fx.windows.openInsightsAction();
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QTRY_COMPARE(totalWords(), 3);
+        QTRY_VERIFY(!visibleTexts(currentPane(window)).contains("Пока недостаточно данных"));
+        // Three short words: nothing for the word list; all of today's words in the last bar.
+        QVERIFY(visibleTexts(currentPane(window)).contains("Недостаточно данных для разбора"));
+        const QVariantList bars = fx.windows.mainWindow().model()->weekBars();
+        QCOMPARE(bars, (QVariantList{0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 1.0}));
+
+        QQuickItem* refresh = findItem(window->contentItem(), "refreshInsights");
+        QVERIFY(refresh);
+        const auto pressRefresh = [&] {
+            QTest::mouseClick(window, Qt::LeftButton, {},
+                              refresh->mapToScene(QPointF(refresh->width() / 2, refresh->height() / 2)).toPoint());
+        };
+        dictate("четыре");
+        fx.app.clock.advance(3600.0);
+        pressRefresh(); // exactly an hour: not yet
+        fx.windows.openHomeAction();
+        fx.windows.openInsightsAction();
+        QCOMPARE(totalWords(), 3);
+        fx.app.clock.advance(0.01);
+        pressRefresh();
+        QCOMPARE(totalWords(), 4);
+
+        // Opened again after its window was closed, the pane counts anew.
+        dictate("пять");
+        fx.app.clock.advance(3600.01);
+        window->close();
+        fx.windows.openMainWindow();
+        QTRY_COMPARE(totalWords(), 5);
     }
 
     void welcomeWindowWalksItsSteps() {

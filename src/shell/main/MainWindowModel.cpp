@@ -12,6 +12,8 @@
 #include <QClipboard>
 #include <QGuiApplication>
 
+#include <algorithm>
+
 namespace tamvex {
 
 namespace {
@@ -155,6 +157,26 @@ QVariantList MainWindowModel::topWords() const {
     return chips;
 }
 
+QVariantList MainWindowModel::weekBars() const {
+    const auto& insights = m_state.insights().insights();
+    QVariantList bars;
+    if (!insights)
+        return bars;
+    const QList<qint64> days = lastSevenDays(*insights, m_state.clock().currentDateTime());
+    const qint64 busiest = std::max<qint64>(1, *std::max_element(days.begin(), days.end()));
+    for (qint64 words : days)
+        bars.append(double(words) / double(busiest));
+    return bars;
+}
+
+QString MainWindowModel::categoriesEmptyText() const {
+    return tamvex::categoriesEmptyText();
+}
+
+QString MainWindowModel::topWordsEmptyText() const {
+    return tamvex::topWordsEmptyText();
+}
+
 QString MainWindowModel::placeholderTitle() const {
     return insightsPlaceholder().first;
 }
@@ -218,6 +240,10 @@ void MainWindowModel::removeEntry(const QString& id) {
 
 void MainWindowModel::retryEntry(const QString& id) {
     m_retrying.retry(id);
+}
+
+void MainWindowModel::refreshInsights() {
+    m_state.insights().refresh();
 }
 
 void MainWindowModel::signOut() {

@@ -48,6 +48,9 @@ class MainWindowModel : public QObject {
     Q_PROPERTY(QVariantList topWords READ topWords NOTIFY insightsChanged)
     Q_PROPERTY(QString placeholderTitle READ placeholderTitle CONSTANT)
     Q_PROPERTY(QString placeholderText READ placeholderText CONSTANT)
+    Q_PROPERTY(QVariantList weekBars READ weekBars NOTIFY insightsChanged)
+    Q_PROPERTY(QString categoriesEmptyText READ categoriesEmptyText CONSTANT)
+    Q_PROPERTY(QString topWordsEmptyText READ topWordsEmptyText CONSTANT)
     Q_PROPERTY(QObject* settings READ settingsObject CONSTANT)
     Q_PROPERTY(QVariantList presets READ presets NOTIFY settingsChanged)
     Q_PROPERTY(QString telegramTitle READ telegramTitle CONSTANT)
@@ -93,6 +96,11 @@ public:
     QVariantList topWords() const;
     QString placeholderTitle() const;
     QString placeholderText() const;
+    /// The last 7 days' words, today last, each as a share of the busiest of them: the small
+    /// chart behind "Слов в минуту".
+    QVariantList weekBars() const;
+    QString categoriesEmptyText() const;
+    QString topWordsEmptyText() const;
     QObject* settingsObject() const;
     QVariantList presets() const;
     QString telegramTitle() const;
@@ -113,6 +121,9 @@ public:
     Q_INVOKABLE void removeEntry(const QString& id);
     /// "Распознать ещё раз".
     Q_INVOKABLE void retryEntry(const QString& id);
+    /// The insights pane appearing, and its header's "arrow.clockwise": a new snapshot when the
+    /// last one is over an hour old (or there is none).
+    Q_INVOKABLE void refreshInsights();
     /// "Выйти" of the sign-out confirmation.
     Q_INVOKABLE void signOut();
     /// "Удалить навсегда" of the local data confirmation.

@@ -11,6 +11,10 @@ Flickable {
     contentHeight: column.implicitHeight + 56
     clip: true
     ScrollBar.vertical: ScrollBar {}
+    // Each time the pane comes into view: picked in the sidebar, or its window opened again.
+    readonly property bool shown: visible && Window.visibility !== Window.Hidden
+    onShownChanged: if (shown) model.refreshInsights()
+    Component.onCompleted: if (shown) model.refreshInsights()
 
     Column {
         id: column
@@ -18,9 +22,19 @@ Flickable {
         y: 28
         width: pane.width - 56
         spacing: 16
-        SectionHeader {
-            title: "Аналитика твоего голосового ввода"
-            subtitle: pane.model.insightsUpdated
+        RowLayout {
+            width: parent.width
+            SectionHeader {
+                Layout.fillWidth: true
+                title: "Аналитика твоего голосового ввода"
+                subtitle: pane.model.insightsUpdated
+            }
+            IconButton {
+                objectName: "refreshInsights"
+                Accessible.name: "Обновить"
+                contentItem: SymbolIcon { name: "arrow.clockwise"; size: 16; color: Theme.secondary }
+                onClicked: pane.model.refreshInsights()
+            }
         }
         GlassCard {
             visible: !pane.model.insightsReady
@@ -42,8 +56,29 @@ Flickable {
                     GlassCard {
                         id: card
                         required property var modelData
+                        required property int index
                         Layout.fillWidth: true
                         spacing: 4
+                        // Behind the first card, words per minute: the last 7 days, today last.
+                        Row {
+                            visible: card.index === 0
+                            parent: card
+                            anchors.right: parent.right
+                            anchors.bottom: parent.bottom
+                            anchors.margins: 14
+                            spacing: 3
+                            Repeater {
+                                model: pane.model.weekBars
+                                Rectangle {
+                                    required property real modelData
+                                    y: 30 - height
+                                    width: 6
+                                    height: 2 + 28 * modelData
+                                    radius: 2
+                                    color: Qt.rgba(Theme.accent.r, Theme.accent.g, Theme.accent.b, 0.35)
+                                }
+                            }
+                        }
                         Row {
                             spacing: 6
                             SymbolIcon { name: card.modelData.symbol; size: 13; color: Theme.accent }
@@ -56,40 +91,47 @@ Flickable {
             }
             GlassCard {
                 width: parent.width
-                Text { text: "Активность за 4 недели"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
+                Text { text: "Активность за месяц"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
+                Text { text: "Количество слов по дням"; color: Theme.secondary; font.pixelSize: 12 }
                 Grid {
-                    columns: 14
+                    columns: 7
                     spacing: 6
                     Repeater {
                         model: pane.model.activity
                         Rectangle {
                             required property var modelData
-                            width: 26
-                            height: 26
-                            radius: 5
+                            width: 30
+                            height: 30
+                            radius: 6
                             color: Qt.rgba(Theme.accent.r, Theme.accent.g, Theme.accent.b, modelData.opacity)
                         }
                     }
                 }
                 Row {
-                    spacing: 4
-                    Text { text: "меньше"; color: Theme.secondary; font.pixelSize: 11 }
+                    spacing: 12
                     Repeater {
-                        model: [0.1, 0.3, 0.55, 0.8, 1.0]
-                        Rectangle {
-                            required property real modelData
-                            width: 12
-                            height: 12
-                            radius: 3
-                            color: Qt.rgba(Theme.accent.r, Theme.accent.g, Theme.accent.b, modelData)
+                        // The scale's three steps, at the opacities of an empty, a half and a full day.
+                        model: [{ text: "Мало", opacity: 0.1 }, { text: "Средне", opacity: 0.475 }, { text: "Много", opacity: 0.85 }]
+                        Row {
+                            id: step
+                            required property var modelData
+                            spacing: 4
+                            Rectangle {
+                                anchors.verticalCenter: parent.verticalCenter
+                                width: 12
+                                height: 12
+                                radius: 3
+                                color: Qt.rgba(Theme.accent.r, Theme.accent.g, Theme.accent.b, step.modelData.opacity)
+                            }
+                            Text { text: step.modelData.text; color: Theme.secondary; font.pixelSize: 11 }
                         }
                     }
-                    Text { text: "больше"; color: Theme.secondary; font.pixelSize: 11 }
                 }
             }
             GlassCard {
                 width: parent.width
                 Text { text: "Категории"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
+                Text { visible: pane.model.categories.length === 0; text: pane.model.categoriesEmptyText; color: Theme.secondary; font.pixelSize: 13 }
                 Repeater {
                     model: pane.model.categories
                     RowLayout {
@@ -112,7 +154,8 @@ Flickable {
             }
             GlassCard {
                 width: parent.width
-                Text { text: "Частые слова"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
+                Text { text: "Часто использую"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
+                Text { visible: pane.model.topWords.length === 0; text: pane.model.topWordsEmptyText; color: Theme.secondary; font.pixelSize: 13 }
                 FlowLayout {
                     width: parent.width
                     Repeater {
