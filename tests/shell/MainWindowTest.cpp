@@ -215,6 +215,28 @@ private slots:
         QVERIFY(settings->microphone()->polling());
         fx.windows.openHomeAction();
         QTRY_VERIFY(!settings->microphone()->polling());
+        // So does closing the window; reopened on the pane, the rows read the machine again.
+        fx.windows.openSettingsAction();
+        settings->microphone()->request();
+        window->close();
+        QTRY_VERIFY(!settings->microphone()->polling());
+        fx.microphone.current = MicrophoneAccess::Status::authorized;
+        fx.windows.openMainWindow();
+        QTRY_VERIFY(settings->microphone()->granted());
+    }
+
+    // Reopened the next day, the home pane files today's rows under "ВЧЕРА".
+    void homePaneRegroupsWhenItComesBack() {
+        WindowFixture fx;
+        fx.app.state->history().add(entryAt(fx.app.clock.currentDateTime(), "утренняя запись"));
+        fx.windows.openHomeAction();
+        QQuickWindow* window = fx.windows.mainWindow().window();
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QTRY_VERIFY(visibleTexts(currentPane(window)).contains("СЕГОДНЯ"));
+        window->close();
+        fx.app.clock.advance(24 * 3600.0);
+        fx.windows.openMainWindow();
+        QTRY_VERIFY(visibleTexts(currentPane(window)).contains("ВЧЕРА"));
     }
 
     // The list asks for every later page as the user drags to its end, not only the second; the
@@ -305,8 +327,8 @@ private slots:
         QTRY_VERIFY(!visibleTexts(currentPane(window)).contains("Пока недостаточно данных"));
         // Three short words: nothing for the word list; all of today's words in the last bar.
         QVERIFY(visibleTexts(currentPane(window)).contains("Недостаточно данных для разбора"));
-        const QVariantList bars = fx.windows.mainWindow().model()->weekBars();
-        QCOMPARE(bars, (QVariantList{0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 1.0}));
+        MainWindowModel* model = fx.windows.mainWindow().model();
+        QCOMPARE(model->weekBars(), (QVariantList{0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 1.0}));
 
         QQuickItem* refresh = findItem(window->contentItem(), "refreshInsights");
         QVERIFY(refresh);
@@ -315,6 +337,7 @@ private slots:
                               refresh->mapToScene(QPointF(refresh->width() / 2, refresh->height() / 2)).toPoint());
         };
         dictate("четыре");
+        QCOMPARE(model->weeklyGoalMap().value("label"), QVariant("3 / 2000")); // the snapshot as it stands
         fx.app.clock.advance(3600.0);
         pressRefresh(); // exactly an hour: not yet
         fx.windows.openHomeAction();

@@ -80,8 +80,11 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
         return e.text;
     case GroupRole:
         return row.group;
+    // Not yet classified (or never, as a failed run): the tile shows no category.
     case SymbolRole:
-        return categorySymbol(e.category.value_or(TextCategory::other));
+        return e.category ? categorySymbol(*e.category) : QString();
+    case ColorRole:
+        return e.category ? categoryColorName(*e.category) : QString();
     case TimeRole:
         return QLocale(QLocale::Russian, QLocale::Russia)
             .toString(e.createdAt.toLocalTime().time(), QLocale::ShortFormat);
@@ -101,7 +104,7 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
 QHash<int, QByteArray> HistoryListModel::roleNames() const {
     return {{IdRole, "entryId"},    {TitleRole, "title"},  {TextRole, "text"},   {GroupRole, "group"},
             {SymbolRole, "symbol"}, {TimeRole, "time"},    {WordsRole, "words"}, {CostRole, "cost"},
-            {SavedRole, "saved"},   {FailedRole, "failed"}};
+            {SavedRole, "saved"},   {FailedRole, "failed"}, {ColorRole, "categoryColor"}};
 }
 
 bool HistoryListModel::canFetchMore(const QModelIndex& parent) const {

@@ -32,6 +32,7 @@ public:
         CostRole,
         SavedRole,
         FailedRole,
+        ColorRole,
     };
     Q_ENUM(Role)
 

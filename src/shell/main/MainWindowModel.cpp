@@ -30,9 +30,7 @@ QVariantList tileList(const QList<InsightTile>& tiles) {
 
 MainWindowModel::MainWindowModel(AppState& state, Hooks hooks, QObject* parent)
     : QObject(parent), m_state(state), m_hooks(std::move(hooks)), m_history(state.history(), state.clock()),
-      m_retrying(state),
-      m_newestEntry(state.history().entries().isEmpty() ? QUuid() : state.history().entries().first().id),
-      m_loadedEntries(state.history().entries().size()) {
+      m_retrying(state) {
     connect(&m_state, &AppState::mainSectionChanged, this, [this] {
         AnalyticsService::track(QStringLiteral("section_opened"), {{"section", section()}});
         emit sectionChanged();
@@ -40,20 +38,7 @@ MainWindowModel::MainWindowModel(AppState& state, Hooks hooks, QObject* parent)
     connect(&m_state, &AppState::recordingStateChanged, this, &MainWindowModel::recordingChanged);
     connect(&m_state.account(), &AccountStore::changed, this, &MainWindowModel::accountChanged);
     connect(&m_state.insights(), &InsightsStore::changed, this, &MainWindowModel::insightsChanged);
-    connect(&m_state.history(), &HistoryStore::changed, this, &MainWindowModel::historyChanged);
     connect(&m_state.settings(), &SettingsStore::changed, this, &MainWindowModel::settingsChanged);
-}
-
-void MainWindowModel::historyChanged() {
-    // An older page loaded while scrolling changes no figure, and the weekly goal is a
-    // query over the whole week: skip it then, or every page costs a stutter.
-    const auto& entries = m_state.history().entries();
-    const QUuid newest = entries.isEmpty() ? QUuid() : entries.first().id;
-    const bool pageLoaded = newest == m_newestEntry && entries.size() > m_loadedEntries;
-    m_newestEntry = newest;
-    m_loadedEntries = entries.size();
-    if (!pageLoaded)
-        emit insightsChanged();
 }
 
 QString MainWindowModel::section() const {
@@ -104,7 +89,9 @@ QVariantList MainWindowModel::homeTiles() const {
 }
 
 QVariantMap MainWindowModel::weeklyGoalMap() const {
-    const WeeklyGoal goal = weeklyGoal(m_state.history().wordsLastWeek());
+    // Like the tiles above it, the goal shows the last snapshot as it stands.
+    const auto& insights = m_state.insights().insights();
+    const WeeklyGoal goal = weeklyGoal(insights ? insights->wordsLastWeek : 0);
     return {{"fill", goal.fill}, {"label", goal.label}, {"caption", goal.caption}};
 }
 
@@ -244,6 +231,7 @@ void MainWindowModel::retryEntry(const QString& id) {
 
 void MainWindowModel::refreshInsights() {
     m_state.insights().refresh();
+    emit insightsChanged(); // "Обновлено …" is relative to now, even when nothing was computed
 }
 
 void MainWindowModel::signOut() {

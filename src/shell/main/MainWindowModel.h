@@ -144,16 +144,11 @@ signals:
     void settingsChanged();
 
 private:
-    void historyChanged();
-
     AppState& m_state;
     Hooks m_hooks;
     HistoryListModel m_history;
     RetryingIds m_retrying;
     std::unique_ptr<SettingsPaneModel> m_settingsPane;
-    // What the history held at its last change, to tell a loaded page from a new entry.
-    QUuid m_newestEntry;
-    qsizetype m_loadedEntries = 0;
     QString m_selectedEntryId;
 };
 

@@ -16,4 +16,18 @@ QtObject {
     readonly property string fontFamily: "sans-serif"
     // The windows' accent: selection, progress, the microphone ring.
     readonly property color accent: "#8e8cff"
+
+    // A text category's colour by its name, as the dark system palette draws it.
+    function categoryColor(name: string): color {
+        switch (name) {
+        case "green": return "#30d158";
+        case "blue": return "#0a84ff";
+        case "orange": return "#ff9f0a";
+        case "pink": return "#ff375f";
+        case "purple": return "#bf5af2";
+        case "cyan": return "#64d2ff";
+        case "yellow": return "#ffd60a";
+        default: return "#8e8e93";
+        }
+    }
 }

@@ -10,6 +10,7 @@ Rectangle {
     required property string title
     required property string text
     required property string symbol
+    required property string categoryColor
     required property string time
     required property string words
     required property string cost
@@ -35,7 +36,7 @@ Rectangle {
                 height: 30
                 radius: 8
                 color: Qt.rgba(1, 1, 1, 0.07)
-                SymbolIcon { anchors.centerIn: parent; name: row.symbol; size: 15; color: Theme.accent }
+                SymbolIcon { visible: row.symbol.length > 0; anchors.centerIn: parent; name: row.symbol; size: 15; color: Theme.categoryColor(row.categoryColor) }
             }
             Column {
                 Layout.fillWidth: true
@@ -76,6 +77,7 @@ Rectangle {
                 flat: true
                 enabled: !row.retrying
                 text: row.retrying ? "Распознаю…" : "Распознать ещё раз"
+                icon.source: "qrc:/Tamvex/icons/arrow.clockwise.svg"
                 onClicked: row.model.retryEntry(row.entryId)
             }
             IconButton {

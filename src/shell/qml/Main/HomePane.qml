@@ -12,6 +12,9 @@ Item {
     id: pane
     required property MainWindowModel model
     readonly property var goal: model.weeklyGoal
+    // Coming into view regroups the list: past midnight, today's rows belong under "ВЧЕРА".
+    readonly property bool shown: visible && Window.visibility !== Window.Hidden
+    onShownChanged: if (shown) model.history.refresh()
 
     ListView {
         id: list
@@ -95,11 +98,11 @@ Item {
                 RowLayout {
                     width: parent.width
                     Text { text: pane.goal.label; color: Theme.primary; font.pixelSize: 14; Layout.fillWidth: true }
-                    Text {
-                        text: "Инсайты ›"
-                        color: Theme.accent
-                        font.pixelSize: 13
-                        MouseArea { anchors.fill: parent; onClicked: pane.model.section = "insights" }
+                    Row {
+                        spacing: 4
+                        SymbolIcon { anchors.verticalCenter: parent.verticalCenter; name: "chart.bar.fill"; size: 12; color: Theme.accent }
+                        Text { text: "Инсайты"; color: Theme.accent; font.pixelSize: 13 }
+                        TapHandler { onTapped: pane.model.section = "insights" }
                     }
                 }
                 Rectangle {

@@ -139,14 +139,14 @@ Flickable {
                         required property var modelData
                         width: parent.width
                         spacing: 10
-                        SymbolIcon { name: share.modelData.symbol; size: 14; color: Theme.accent }
+                        SymbolIcon { name: share.modelData.symbol; size: 14; color: Theme.categoryColor(share.modelData.color) }
                         Text { text: share.modelData.title; color: Theme.primary; font.pixelSize: 13; Layout.preferredWidth: 140 }
                         Rectangle {
                             Layout.fillWidth: true
                             height: 6
                             radius: 3
                             color: Qt.rgba(1, 1, 1, 0.08)
-                            Rectangle { width: parent.width * share.modelData.percent / 100; height: 6; radius: 3; color: Theme.accent }
+                            Rectangle { width: parent.width * share.modelData.percent / 100; height: 6; radius: 3; color: Theme.categoryColor(share.modelData.color) }
                         }
                         Text { text: share.modelData.percentText; color: Theme.secondary; font.pixelSize: 12 }
                     }

@@ -15,11 +15,13 @@ Flickable {
     clip: true
     ScrollBar.vertical: ScrollBar {}
 
-    // The rows read their state on appearing; their polls end when the pane goes.
-    onVisibleChanged: {
+    // The rows read their state on appearing, the window's reopening included; their polls
+    // end when the pane or its window goes.
+    readonly property bool shown: visible && Window.visibility !== Window.Hidden
+    onShownChanged: {
         if (!extra)
             return;
-        if (visible)
+        if (shown)
             extra.appear();
         else
             extra.disappear();
