@@ -72,8 +72,11 @@ int main(int argc, char** argv) {
             reply("ok");
         } else if (command == "dump-clipboard") {
             // Qt keeps the types of another program's clipboard until it hears that the owner
-            // changed; that news may still wait behind this command. A round trip brings it in.
+            // changed; that news may still wait behind this command. A round trip brings it
+            // in, and the event loop must then handle it: a paste just read the clipboard, so
+            // the types cached are the pasted text's.
             QGuiApplication::sync();
+            QCoreApplication::processEvents();
             QJsonObject types;
             if (const QMimeData* data = QGuiApplication::clipboard()->mimeData())
                 for (const QString& format : data->formats())
