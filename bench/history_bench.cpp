@@ -1,11 +1,13 @@
 // The history's hot paths against a real file of 10 000 rows:
 // add (upsert + count + prune), the first page, wordsLastWeek, the store's start,
-// and the insights computation over one page and over the whole table.
+// the insights computation over one page and over the whole table, and the home pane's list
+// paged from the first page to the last.
 #include "history/HistoryDB.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
+#include "shell/main/HistoryListModel.h"
 
 #include <QCoreApplication>
 #include <QTemporaryDir>
@@ -125,11 +127,27 @@ void BM_InsightsCompute(benchmark::State& state) {
     state.counters["entries"] = double(store.entries().size());
 }
 
+// The list as the user scrolls to the end of the table: every page joins the rows shown.
+void BM_ListPaging(benchmark::State& state) {
+    Fixture& f = fixture();
+    for (auto _ : state) {
+        state.PauseTiming();
+        HistoryStore store(f.paths, f.clock);
+        store.init();
+        HistoryListModel list(store, f.clock);
+        state.ResumeTiming();
+        while (list.canFetchMore({}))
+            list.fetchMore({});
+        benchmark::DoNotOptimize(list.rowCount());
+    }
+}
+
 } // namespace
 
 BENCHMARK(BM_StoreInit)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(BM_FirstPage)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(BM_WordsLastWeek)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK(BM_ListPaging)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(BM_Add)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(BM_InsightsCompute)
     ->Arg(200)

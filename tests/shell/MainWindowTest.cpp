@@ -288,6 +288,30 @@ private slots:
         QVERIFY(rows->isEmpty());
     }
 
+    // A later page holding the same day and month of an earlier year joins that heading above,
+    // as the whole list is grouped, instead of showing the heading a second time at the end.
+    void aLaterPageJoinsTheHeadingItSharesAbove() {
+        WindowFixture fx;
+        HistoryStore& store = fx.app.state->history();
+        const QDateTime day = fx.app.clock.currentDateTime().addDays(-3);
+        for (int i = 0; i < HistoryStore::pageSize + 10; ++i) {
+            const QDateTime at = i < 100 ? day : i < HistoryStore::pageSize ? day.addDays(-1) : day.addYears(-1);
+            store.add(entryAt(at.addSecs(-i), QStringLiteral("запись %1").arg(i)));
+        }
+        store.init();
+        HistoryListModel paged(store, fx.app.clock);
+        QSignalSpy reset(&paged, &QAbstractItemModel::modelReset);
+        paged.fetchMore({});
+        QCOMPARE(reset.size(), 0);
+        const HistoryListModel whole(store, fx.app.clock);
+        QCOMPARE(paged.rowCount(), HistoryStore::pageSize + 10);
+        QCOMPARE(whole.groupAt(100), whole.groupAt(0)); // the year-old entries, under the first heading
+        for (int row = 0; row < whole.rowCount(); ++row) {
+            QCOMPARE(paged.entryAt(row).id, whole.entryAt(row).id);
+            QCOMPARE(paged.groupAt(row), whole.groupAt(row));
+        }
+    }
+
     void retryFromTheRowRewritesTheEntryOnScreen() {
         WindowFixture fx;
         HistoryStore& history = fx.app.state->history();

@@ -5,6 +5,9 @@
 #include "shell/main/HistoryRows.h"
 
 #include <QLocale>
+#include <QSet>
+
+#include <algorithm>
 
 namespace tamvex {
 
@@ -13,7 +16,8 @@ HistoryListModel::HistoryListModel(HistoryStore& store, Clock& clock, QObject* p
     connect(&m_store, &HistoryStore::changed, this, &HistoryListModel::refresh);
 }
 
-QList<HistoryListModel::Row> HistoryListModel::build(const QList<HistoryEntry>& entries) const {
+QList<HistoryListModel::Row> HistoryListModel::build(const QList<HistoryEntry>& entries) {
+    m_builtOn = m_clock.currentDateTime().toLocalTime().date();
     QList<Row> rows;
     rows.reserve(entries.size());
     for (const HistoryGroup& group : historyGroups(entries, m_clock.currentDateTime()))
@@ -24,20 +28,40 @@ QList<HistoryListModel::Row> HistoryListModel::build(const QList<HistoryEntry>& 
 
 bool HistoryListModel::storeAppendedToRows() const {
     const QList<HistoryEntry>& entries = m_store.entries();
-    if (entries.size() <= m_rows.size())
+    if (entries.size() <= m_rows.size() || m_clock.currentDateTime().toLocalTime().date() != m_builtOn)
         return false;
-    return std::equal(m_rows.begin(), m_rows.end(), entries.begin(),
-                      [](const Row& row, const HistoryEntry& entry) { return row.entry.id == entry.id; });
+    // The rows need not stand in the store's order: a page may have joined a heading above.
+    QSet<QUuid> shown;
+    shown.reserve(m_rows.size());
+    for (const Row& row : m_rows)
+        shown.insert(row.entry.id);
+    return std::all_of(entries.begin(), entries.begin() + m_rows.size(),
+                       [&](const HistoryEntry& entry) { return shown.contains(entry.id); });
+}
+
+void HistoryListModel::insertPage(const QList<HistoryEntry>& page) {
+    for (const HistoryGroup& group : historyGroups(page, m_clock.currentDateTime())) {
+        // A heading already shown takes the page's entries at its end, as a whole rebuild would:
+        // the same day and month of an earlier year shares the heading of this year's.
+        qsizetype at = m_rows.size();
+        for (qsizetype i = m_rows.size(); i-- > 0;) {
+            if (m_rows[i].group == group.title) {
+                at = i + 1;
+                break;
+            }
+        }
+        beginInsertRows({}, int(at), int(at + group.entries.size()) - 1);
+        for (const HistoryEntry& entry : group.entries)
+            m_rows.insert(at++, {entry, group.title});
+        endInsertRows();
+    }
 }
 
 void HistoryListModel::refresh() {
-    // A page appended by scrolling: only its rows are built (a whole rebuild grows with every
-    // page and stutters past a few thousand), and the rows above keep the view's position.
+    // A page loaded by scrolling: only its rows are built (a whole rebuild grows with every
+    // page and stutters past a few thousand) and inserted, so the rows shown keep the view's position.
     if (storeAppendedToRows()) {
-        const QList<Row> added = build(m_store.entries().mid(m_rows.size()));
-        beginInsertRows({}, int(m_rows.size()), int(m_rows.size() + added.size()) - 1);
-        m_rows.append(added);
-        endInsertRows();
+        insertPage(m_store.entries().mid(m_rows.size()));
         emit countChanged();
         return;
     }

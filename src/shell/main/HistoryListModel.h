@@ -63,13 +63,17 @@ private:
         HistoryEntry entry;
         QString group;
     };
-    /// The rows of `entries`, under their group titles.
-    QList<Row> build(const QList<HistoryEntry>& entries) const;
-    /// True when the store's entries begin with the rows shown, by id, and go on past them.
+    /// The rows of `entries`, under their group titles, for the clock's today.
+    QList<Row> build(const QList<HistoryEntry>& entries);
+    /// True when the store's first entries are the rows shown and more follow, on the day the
+    /// rows were grouped.
     bool storeAppendedToRows() const;
+    /// Puts the entries of a further page under their headings.
+    void insertPage(const QList<HistoryEntry>& page);
 
     HistoryStore& m_store;
     Clock& m_clock;
+    QDate m_builtOn;
     QList<Row> m_rows;
 };
 
