@@ -2,6 +2,7 @@
 
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "account/AccountStore.h"
+#include "account/AnalyticsService.h"
 #include "account/Network.h"
 #include "account/SorvelAPI.h"
 #include "history/HistoryStore.h"
@@ -155,6 +156,8 @@ void AppState::setMainSection(MainSection section) {
     if (m_mainSection == section)
         return;
     m_mainSection = section;
+    // Reported here, not by the window: the section may be chosen before the window exists.
+    AnalyticsService::track(QStringLiteral("section_opened"), {{QStringLiteral("section"), mainSectionRaw()}});
     emit mainSectionChanged();
     emit changed();
 }

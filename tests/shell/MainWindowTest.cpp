@@ -107,7 +107,7 @@ private slots:
         WindowFixture fx;
         fx.seedSampleData();
         TrackedEvents tracked;
-        fx.windows.openHomeAction();
+        fx.windows.openSettingsAction(); // chosen before the window exists
         QQuickWindow* window = fx.windows.mainWindow().window();
         QVERIFY(window);
         QCOMPARE(window->title(), QString("Tamvex"));
@@ -143,7 +143,7 @@ private slots:
         for (const auto& args : tracked)
             if (args.at(0).toString() == "section_opened")
                 opened << args.at(1).toMap().value("section").toString();
-        QCOMPARE(opened, (QStringList{"insights", "account", "settings"}));
+        QCOMPARE(opened, (QStringList{"settings", "home", "insights", "account", "settings"}));
         QVERIFY2(undrawableParts(window).isEmpty(), qPrintable(undrawableParts(window).join(' ')));
 
         // Closing only hides: the next show brings back the same window.

@@ -31,10 +31,7 @@ QVariantList tileList(const QList<InsightTile>& tiles) {
 MainWindowModel::MainWindowModel(AppState& state, Hooks hooks, QObject* parent)
     : QObject(parent), m_state(state), m_hooks(std::move(hooks)), m_history(state.history(), state.clock()),
       m_retrying(state) {
-    connect(&m_state, &AppState::mainSectionChanged, this, [this] {
-        AnalyticsService::track(QStringLiteral("section_opened"), {{"section", section()}});
-        emit sectionChanged();
-    });
+    connect(&m_state, &AppState::mainSectionChanged, this, &MainWindowModel::sectionChanged);
     connect(&m_state, &AppState::recordingStateChanged, this, &MainWindowModel::recordingChanged);
     connect(&m_state.account(), &AccountStore::changed, this, &MainWindowModel::accountChanged);
     connect(&m_state.insights(), &InsightsStore::changed, this, &MainWindowModel::insightsChanged);

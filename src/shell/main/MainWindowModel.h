@@ -75,7 +75,7 @@ public:
 
     QString section() const;
     int sectionIndex() const;
-    /// Selects a section; every change reports "section_opened".
+    /// Selects a section (the state reports "section_opened" for every change).
     void setSection(const QString& raw);
     bool recording() const;
     bool loggedIn() const;
