@@ -1,4 +1,5 @@
 import QtQuick
+import QtQuick.Shapes
 import Tamvex
 
 // The big microphone: a ring that pulses while recording around a red disc.
@@ -26,15 +27,34 @@ Item {
             onRunningChanged: if (!running) ring.scale = 1.0
         }
     }
-    Rectangle {
+    // The disc's red shadow, blurred by 8: rings that fade outwards, since the software
+    // renderer draws no shader effect.
+    Repeater {
+        model: 8
+        Rectangle {
+            required property int index
+            anchors.centerIn: parent
+            width: 56 + 2 * (index + 1)
+            height: width
+            radius: width / 2
+            color: Qt.rgba(1, 0, 0, 0.5 * (8 - index) / 36)
+        }
+    }
+    // A gradient from the top leading to the bottom trailing corner, which a Rectangle cannot draw.
+    Shape {
         anchors.centerIn: parent
         width: 56
         height: 56
-        radius: 28
-        gradient: Gradient {
-            orientation: Gradient.Vertical
-            GradientStop { position: 0; color: "red" }
-            GradientStop { position: 1; color: Qt.rgba(1.0, 0.4, 0.5, 1) }
+        ShapePath {
+            strokeWidth: -1
+            fillGradient: LinearGradient {
+                x1: 0; y1: 0; x2: 56; y2: 56
+                GradientStop { position: 0; color: "red" }
+                GradientStop { position: 1; color: Qt.rgba(1.0, 0.4, 0.5, 1) }
+            }
+            startX: 28; startY: 0
+            PathArc { x: 28; y: 56; radiusX: 28; radiusY: 28 }
+            PathArc { x: 28; y: 0; radiusX: 28; radiusY: 28 }
         }
         SymbolIcon { anchors.centerIn: parent; name: button.recording ? "stop.fill" : "mic.fill"; size: 22; color: "white" }
     }
