@@ -1,6 +1,7 @@
 #include "cli/CommandLine.h"
 #include "core/AppDelegate.h"
 #include "desktop/ControlService.h"
+#include "platform/TerminationSignals.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -38,6 +39,8 @@ int main(int argc, char** argv) {
         return 0;
     QApplication::setApplicationName("Tamvex");
     QApplication::setQuitOnLastWindowClosed(false);
+    // An ending session or Ctrl+C leaves through the normal quit, without the quit question.
+    tamvex::onTerminationSignals([] { QCoreApplication::quit(); });
     tamvex::AppDelegate delegate(request.audioInputFile);
     delegate.applicationDidFinishLaunching();
     return QApplication::exec();

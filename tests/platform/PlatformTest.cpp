@@ -1,11 +1,14 @@
 // The platform layer's own pieces: the clocks, the settings file and the bundled sounds.
 #include "platform/Sounds.h"
+#include "platform/TerminationSignals.h"
 #include "support/TestMain.h"
 #include "support/TestSupport.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QTest>
+
+#include <csignal>
 
 using namespace tamvex;
 
@@ -100,6 +103,20 @@ private slots:
         QCOMPARE(r.readBool("missing").state, ValueState::Absent);
         QCOMPARE(r.readBool("missing").valueOr(true), true);
         QVERIFY(!r.contains("removed")); // a removed key stays gone after a restart
+    }
+
+    // Each signal reaches the callback through the event loop and is logged by name; the process,
+    // which these signals would otherwise end, goes on.
+    void terminationSignalsReachTheEventLoop() {
+        test::LogCapture log;
+        QStringList received;
+        QVERIFY(onTerminationSignals([&] { received << log.lines().last(); }));
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+            const qsizetype before = received.size();
+            QCOMPARE(::raise(signal), 0);
+            QTRY_COMPARE(received.size(), before + 1);
+        }
+        QCOMPARE(received, (QStringList{"info: Received SIGTERM", "info: Received SIGINT", "info: Received SIGHUP"}));
     }
 
     void fileIsOwnerOnly() {
