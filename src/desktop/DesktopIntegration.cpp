@@ -15,7 +15,7 @@ DesktopIntegration::DesktopIntegration(RecordingCoordinator& coordinator, Settin
       m_hotkeys(std::make_unique<HotkeyManager>(coordinator, settings, *m_keyInput, m_shortcuts)),
       m_control(std::make_unique<ControlService>(coordinator)) {
     AppState& state = coordinator.appState();
-    connect(m_keyInput.get(), &KeyInput::activeSourceChanged, &state,
+    connect(m_keyInput.get(), &KeyInput::functionKeyChanged, &state,
             [&state, input = m_keyInput.get()] { state.setFunctionKeyAvailable(input->functionKeyAvailable()); });
 }
 

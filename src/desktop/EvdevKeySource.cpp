@@ -141,6 +141,7 @@ bool EvdevKeySource::adoptDevice(const QString& path, int fd, libevdev* dev) {
         return false; // the destructor frees and closes it
     device->fnKey = fnKey;
     const bool wasAvailable = isAvailable();
+    const bool sawFn = seesFunctionKey();
     device->id = m_nextId++;
     device->notifier = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
     connect(device->notifier.get(), &QSocketNotifier::activated, this, [this, path] { readDevice(path); });
@@ -148,6 +149,8 @@ bool EvdevKeySource::adoptDevice(const QString& path, int fd, libevdev* dev) {
     logInfo(QStringLiteral("Keyboard added: %1 (%2)").arg(QString::fromUtf8(deviceName), path));
     if (!wasAvailable)
         emit availabilityChanged(true);
+    if (fnKey && !sawFn)
+        emit functionKeyChanged();
     return true;
 #else
     Q_UNUSED(path);
@@ -170,6 +173,8 @@ void EvdevKeySource::closeDevice(const QString& path) {
     logInfo("Keyboard removed: " + path);
     if (m_devices.isEmpty())
         emit availabilityChanged(false);
+    if (device->fnKey && !seesFunctionKey())
+        emit functionKeyChanged();
 }
 
 void EvdevKeySource::readDevice(const QString& path) {

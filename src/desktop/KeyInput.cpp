@@ -25,6 +25,10 @@ KeyInput::KeyInput(KeyboardShortcuts::ShortcutRegistry& shortcuts, std::vector<s
             if (m_started)
                 choose();
         });
+        connect(raw, &KeySource::functionKeyChanged, this, [this, raw] {
+            if (raw == m_current)
+                emit functionKeyChanged();
+        });
     }
     connect(this, &KeyInput::keyEvent, &m_shortcuts, &KeyboardShortcuts::ShortcutRegistry::handleKeyEvent);
 }
@@ -113,6 +117,7 @@ void KeyInput::choose() {
         break;
     }
     emit activeSourceChanged();
+    emit functionKeyChanged();
 }
 
 void KeyInput::deliver(const std::vector<KeyChange>& changes) {

@@ -23,7 +23,7 @@ class ShortcutRegistry;
 class KeyInput : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString activeSourceName READ activeSourceName NOTIFY activeSourceChanged)
-    Q_PROPERTY(bool functionKeyAvailable READ functionKeyAvailable NOTIFY activeSourceChanged)
+    Q_PROPERTY(bool functionKeyAvailable READ functionKeyAvailable NOTIFY functionKeyChanged)
     Q_PROPERTY(bool customShortcutAvailable READ customShortcutAvailable NOTIFY activeSourceChanged)
 public:
     /// The kind of source in use.
@@ -57,6 +57,8 @@ signals:
     /// A key went down (1), repeated (2) or came up (0), with the modifiers held apart from it.
     void keyEvent(int evdevCode, int value, quint64 modifierFlags);
     void activeSourceChanged();
+    /// functionKeyAvailable() may have changed: another source, or a keyboard with FN came or went.
+    void functionKeyChanged();
 
 private:
     void choose();

@@ -32,6 +32,8 @@ signals:
     void deviceRemoved(int device);
     /// The source became available or stopped being so (a keyboard plugged or pulled).
     void availabilityChanged(bool available);
+    /// seesFunctionKey() changed: a keyboard that sends FN was plugged or pulled.
+    void functionKeyChanged();
 };
 
 } // namespace tamvex

@@ -37,6 +37,10 @@ public:
         m_available = available;
         emit availabilityChanged(available);
     }
+    void setSeesFunctionKey(bool sees) {
+        m_seesFn = sees;
+        emit functionKeyChanged();
+    }
 
 private:
     QString m_name;

@@ -155,11 +155,17 @@ private slots:
         x11Raw->key(0, KEY_F5, 1);
         QCOMPARE(rig.edges, QStringList{"down"});
         // A keyboard becomes readable: evdev takes over, and what X11 held is let go.
+        QSignalSpy fnChanged(input.get(), &KeyInput::functionKeyChanged);
         evdevRaw->setAvailable(true);
         QCOMPARE(input->activeSource(), KeyInput::Source::evdev);
         QCOMPARE(input->activeSourceName(), QStringLiteral("evdev"));
         QVERIFY(input->functionKeyAvailable());
         QCOMPARE(rig.edges, (QStringList{"down", "up"}));
+        // The FN keyboard is pulled from the source in use, then one comes to the idle one.
+        evdevRaw->setSeesFunctionKey(false);
+        QVERIFY(!input->functionKeyAvailable());
+        x11Raw->setSeesFunctionKey(true);
+        QCOMPARE(fnChanged.size(), 2);
     }
 
     void hotkeyManagerSwitchesModes() {
@@ -216,6 +222,7 @@ private slots:
         QTemporaryDir dir;
         QVERIFY(test::writeFile(dir.filePath("event0"), "not a device"));
         EvdevKeySource source(dir.path());
+        QSignalSpy fnChanged(&source, &KeySource::functionKeyChanged);
         QVERIFY(!source.start());
         QCOMPARE(source.keyboardCount(), 0);
         QVERIFY(source.unavailableReason().contains(dir.path()));
@@ -227,11 +234,14 @@ private slots:
         QVERIFY(!adopt(source, "/dev/input/event2", "Mouse", {BTN_LEFT}));
         QVERIFY(!adopt(source, "/dev/input/event3", "Tamvex virtual keyboard", {KEY_A, KEY_Z, KEY_FN}));
         QVERIFY(!source.seesFunctionKey());
+        QVERIFY(fnChanged.isEmpty());
         QVERIFY(adopt(source, "/dev/input/event4", "Laptop keyboard", {KEY_A, KEY_Z, KEY_FN}));
         QVERIFY(source.seesFunctionKey());
+        QCOMPARE(fnChanged.size(), 1); // plugged in while running: the settings pane hears of it
         QCOMPARE(source.keyboardCount(), 2);
         source.stop(); // every device let go
         QVERIFY(!source.seesFunctionKey());
+        QCOMPARE(fnChanged.size(), 2);
     }
 #endif
 };
