@@ -34,7 +34,8 @@ bool onTerminationSignals(std::function<void()> onSignal) {
     if (notifier)
         return true;
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, g_pipe) != 0) {
-        logError(QStringLiteral("Cannot listen for termination signals: ") + QString::fromLocal8Bit(std::strerror(errno)));
+        logError(QStringLiteral("Cannot listen for termination signals: ") +
+                 QString::fromLocal8Bit(std::strerror(errno)));
         return false;
     }
     notifier = new QSocketNotifier(g_pipe[1], QSocketNotifier::Read, QCoreApplication::instance());
@@ -42,7 +43,8 @@ bool onTerminationSignals(std::function<void()> onSignal) {
         char bytes[16];
         ssize_t n = 0;
         while ((n = ::read(g_pipe[1], bytes, sizeof bytes)) > 0)
-            logInfo(QStringLiteral("Received SIG") + QString::fromLatin1(sigabbrev_np(bytes[n - 1])));
+            for (ssize_t i = 0; i < n; ++i)
+                logInfo(QStringLiteral("Received SIG") + QString::fromLatin1(sigabbrev_np(bytes[i])));
         if (callback)
             callback();
     });
