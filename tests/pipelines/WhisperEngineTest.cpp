@@ -6,23 +6,10 @@
 #include "pipelines/WhisperEngine.h"
 #include "pipelines/WhisperEngineError.h"
 
-#ifdef TAMVEX_HAVE_WHISPER
-#include "pipelines/whisper_impl/WhisperParams.h"
-#endif
-
-#include <QFile>
 #include <QTest>
-
-#include <cstring>
 
 using namespace tamvex;
 using namespace tamvex::test;
-
-namespace {
-
-constexpr const char* kNoEngine = "this build has no whisper.cpp (configure with -DCMAKE_PREFIX_PATH=<its prefix>)";
-
-} // namespace
 
 class WhisperEngineTest : public QObject {
     Q_OBJECT
@@ -34,10 +21,10 @@ private:
     /// Why the engine can't be tested here, or empty when it can.
     QString engineMissing() const {
 #ifndef TAMVEX_HAVE_WHISPER
-        return kNoEngine;
+        return "this build has no whisper.cpp (configure with -DCMAKE_PREFIX_PATH=<its prefix>)";
 #endif
-        if (model.isEmpty() || speech.isEmpty())
-            return "needs ../shared/testdata/for-tests-ggml-tiny.bin and jfk.wav";
+        if (model.isEmpty() || speech.isEmpty() || shortSpeech.isEmpty())
+            return "needs ../shared/testdata/for-tests-ggml-tiny.bin, jfk.wav and speech-ru-16k.wav";
         return {};
     }
 
@@ -46,42 +33,6 @@ private slots:
         model = testData("for-tests-ggml-tiny.bin");
         speech = testData("jfk.wav");
         shortSpeech = testData("speech-ru-16k.wav");
-        if (shortSpeech.isEmpty())
-            shortSpeech = speech;
-    }
-
-    void parametersAreSetExactlyAndTheRestLeftAlone() {
-#ifndef TAMVEX_HAVE_WHISPER
-        QSKIP(kNoEngine);
-#else
-        const whisper_context_params ctx = whisperContextParams();
-        const whisper_context_params ctxDefault = whisper_context_default_params();
-        QVERIFY(ctx.use_gpu && ctx.flash_attn);
-        QCOMPARE(ctx.gpu_device, ctxDefault.gpu_device);
-        QCOMPARE(ctx.dtw_token_timestamps, ctxDefault.dtw_token_timestamps);
-
-        const char* language = "ru";
-        const whisper_full_params p = whisperFullParams(3, language);
-        const whisper_full_params d = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-        QCOMPARE(p.strategy, WHISPER_SAMPLING_GREEDY);
-        QCOMPARE(p.n_threads, 3);
-        QCOMPARE(p.offset_ms, 0);
-        QVERIFY(!p.translate && p.no_context && !p.single_segment);
-        QVERIFY(!p.print_special && !p.print_progress && !p.print_realtime && !p.print_timestamps);
-        QVERIFY(p.language == language);
-        QVERIFY(!p.detect_language && !p.suppress_blank);
-        QCOMPARE(p.no_speech_thold, 0.0f);
-        // Untouched: text context, prompts, temperatures, callbacks.
-        QCOMPARE(p.n_max_text_ctx, d.n_max_text_ctx);
-        QCOMPARE(p.duration_ms, d.duration_ms);
-        QVERIFY(p.initial_prompt == d.initial_prompt && p.prompt_tokens == d.prompt_tokens);
-        QCOMPARE(p.temperature, d.temperature);
-        QCOMPARE(p.temperature_inc, d.temperature_inc);
-        QCOMPARE(p.entropy_thold, d.entropy_thold);
-        QCOMPARE(p.greedy.best_of, d.greedy.best_of);
-        QVERIFY(p.new_segment_callback == d.new_segment_callback && p.abort_callback == d.abort_callback);
-        QVERIFY(p.progress_callback == d.progress_callback && p.encoder_begin_callback == d.encoder_begin_callback);
-#endif
     }
 
     void testModelLoadsAndRunsOnRealAudioToEmptyText() {
@@ -89,7 +40,6 @@ private slots:
             QSKIP(qPrintable(why));
         LogCapture log;
         auto engine = std::make_shared<WhisperEngine>(model);
-        QVERIFY(log.has("Whisper context loaded from " + model));
         const QString text = syncWait(engine->transcribe(speech), 120000);
         QCOMPARE(text, QString());
         QVERIFY(log.hasPrefix("Whisper: whisper_full ok in "));
@@ -125,24 +75,6 @@ private slots:
         QCOMPARE(order, (QStringList{"a", "b"}));
     }
 
-    void wrongFilesAreRefusedWithoutCrashing() {
-        if (const QString why = engineMissing(); !why.isEmpty())
-            QSKIP(qPrintable(why));
-        QTemporaryDir dir;
-        auto expectLoadFailure = [](const QString& path, const QString& words) {
-            const auto e = thrown<WhisperEngineError>([&] { WhisperEngine engine(path); });
-            QVERIFY2(e && e->kind() == WhisperEngineError::Kind::modelLoadFailed, qPrintable(path));
-            QVERIFY2(e->description().startsWith("Не получилось загрузить модель: ") &&
-                         e->description().contains(words),
-                     qPrintable(e->description()));
-        };
-        // An audio file, a file too short to hold the magic, a folder.
-        expectLoadFailure(speech, "не является моделью whisper.cpp");
-        QVERIFY(writeFile(dir.filePath("tiny.bin"), "lmg"));
-        expectLoadFailure(dir.filePath("tiny.bin"), "не является моделью whisper.cpp");
-        expectLoadFailure(dir.path(), dir.path());
-    }
-
     void cacheLoadsOnceAndThePipelineGivesNoUsage() {
         if (const QString why = engineMissing(); !why.isEmpty())
             QSKIP(qPrintable(why));
@@ -152,7 +84,6 @@ private slots:
 
         auto e = thrown<WhisperEngineError>([&] { syncWait(cache.engine(WhisperModel::largeV3TurboQ5), 60000); });
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::modelNotLoaded);
-        QCOMPARE(e->description(), QString("Локальная модель не загружена"));
 
         where = model;
         LogCapture log;
@@ -164,8 +95,9 @@ private slots:
         // A model that fails to load leaves the loaded one in place.
         e = thrown<WhisperEngineError>([&] { syncWait(cache.engine(WhisperModel::mediumQ5), 60000); });
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::modelLoadFailed);
+        QVERIFY2(e->description().startsWith("Не получилось загрузить модель: файл не является моделью whisper.cpp"),
+                 qPrintable(e->description()));
         QCOMPARE(syncWait(cache.engine(WhisperModel::largeV3TurboQ5)), first);
-        QCOMPARE(log.lines().filter("Whisper context loaded from").size(), 1);
 
         // Once loaded it is kept, even if the file goes away.
         where = dir.filePath("gone.bin");
