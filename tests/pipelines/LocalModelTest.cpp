@@ -3,7 +3,7 @@
 // (stalls, drops, no Content-Length). Then what holds with or without the engine: what it is fed
 // (any audio file as 16 kHz mono float), the thread rule, the model file check, and the refusal
 // of a build that has no engine. The decoder's formats, rates, channel mixing and untouched float
-// mono are tested with it (audio_codec_test); here, real speech and what the whisper reader adds.
+// mono are tested with it (audio_test); here, real speech and what the whisper reader adds.
 #include "desktop/AudioTestSupport.h"
 #include "support/TestMain.h"
 #include "support/TestSupport.h"
@@ -11,8 +11,6 @@
 #include "DevServer.h"
 #include "cli/ModelCommands.h"
 #include "pipelines/AudioSamples.h"
-#include "pipelines/LocalWhisperEngineCache.h"
-#include "pipelines/LocalWhisperPipeline.h"
 #include "pipelines/ModelDownloader.h"
 #include "pipelines/WhisperEngine.h"
 #include "pipelines/WhisperEngineError.h"
@@ -53,7 +51,7 @@ class RawHttpPeer : public QObject {
 public:
     QPointer<QTcpSocket> last;
 
-    RawHttpPeer(qint64 length, qint64 sent, bool hangUp = false) {
+    RawHttpPeer(qint64 length, qint64 sent) {
         // Each test makes one connection, so one buffer holds its request.
         QObject::connect(&m_server, &QTcpServer::newConnection, this, [=, this] {
             QTcpSocket* socket = m_server.nextPendingConnection();
@@ -66,10 +64,6 @@ public:
                 if (length >= 0)
                     head += "Content-Length: " + QByteArray::number(length) + "\r\n";
                 socket->write(head + "\r\n" + patternBytes(sent));
-                if (hangUp) {
-                    socket->flush();
-                    socket->disconnectFromHost();
-                }
             });
         });
         m_server.listen(QHostAddress::LocalHost, 0);
@@ -146,27 +140,6 @@ CommandOutput transcribe(const QStringList& args) {
     return captureCommand([&](QTextStream& out, QTextStream& err) { return runTranscribeLocal(args, out, err); });
 }
 
-/// The best normalised correlation of `b` against `a` over shifts of up to `maxLag` samples,
-/// measured on a window of speech.
-double bestCorrelation(const std::vector<float>& a, const std::vector<float>& b, int maxLag) {
-    const size_t from = 16000, count = 48000;
-    double best = -1.0;
-    for (int lag = -maxLag; lag <= maxLag; lag += 1) {
-        double ab = 0, aa = 0, bb = 0;
-        for (size_t i = from; i < from + count; ++i) {
-            const long j = long(i) + lag;
-            if (j < 0 || size_t(j) >= b.size() || i >= a.size())
-                continue;
-            ab += double(a[i]) * b[size_t(j)];
-            aa += double(a[i]) * a[i];
-            bb += double(b[size_t(j)]) * b[size_t(j)];
-        }
-        if (aa > 0 && bb > 0)
-            best = std::max(best, ab / std::sqrt(aa * bb));
-    }
-    return best;
-}
-
 } // namespace
 
 class LocalModelTest : public QObject {
@@ -175,38 +148,12 @@ private slots:
     // Read once per process by the host table, so it is set before anything asks.
     void initTestCase() { qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:9"); }
 
-    void digestIsStreamedAndMatchesAnOutsideAnswer() {
+    // The digest itself is checked against the outside answer by every completed download.
+    void unreadablePathsHaveNoDigest() {
         TestEnv env;
-        const QString path = env.root.filePath("pattern.bin");
-        writeFile(path, patternBytes(kPatternSize));
-        QCOMPARE(ModelDownloader::sha256HexOfFile(path), std::optional<QString>(kPatternSha256));
-        writeFile(env.root.filePath("empty.bin"), {});
-        QCOMPARE(ModelDownloader::sha256HexOfFile(env.root.filePath("empty.bin")),
-                 std::optional<QString>("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
         QCOMPARE(ModelDownloader::sha256HexOfFile(env.root.filePath("missing.bin")), std::nullopt);
         // A folder opens on Linux but cannot be read: no digest rather than a wrong one.
         QCOMPARE(ModelDownloader::sha256HexOfFile(env.root.path()), std::nullopt);
-    }
-
-    void goodFileCompletesThroughVerifying() {
-        ModelServer server;
-        DownloaderRig rig(server.url(), QString(kPatternSha256).toUpper()); // the case of a digest does not matter
-        rig.download();
-        QVERIFY(rig.waitForEnd());
-        QCOMPARE(rig.printed(), (QStringList{"downloading", "verifying", "completed"}));
-        QCOMPARE(rig.states.first(), ModelDownloadState::downloading(0.0));
-        double last = 0.0;
-        for (const auto& s : rig.states) {
-            if (s.kind() != Kind::downloading)
-                break;
-            QVERIFY(s.progress() >= last);
-            last = s.progress();
-        }
-        QCOMPARE(last, 1.0);
-        QCOMPARE(fileBytes(rig.target()), server.body);
-        QVERIFY(!QFile::exists(rig.target() + ".part"));
-        QCOMPARE(rig.downloader->fileSize(WhisperModel::largeV3TurboQ5), std::optional<qint64>(kPatternSize));
-        QCOMPARE(server.requests(), 1);
     }
 
     void presentFileIsProvedWithoutTheNetworkOrHealedByRefetching() {
@@ -241,16 +188,14 @@ private slots:
         for (const auto& s : rig.states)
             QVERIFY(s.kind() != Kind::failed);
         QVERIFY(rig.leftNothing());
-
-        // With nothing running it only says idle.
-        rig.downloader->cancel();
-        QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
     }
 
     void droppedConnectionShowsTheNetworksOwnWords() {
-        RawHttpPeer peer(kPatternSize, 1000, true);
+        RawHttpPeer peer(kPatternSize, 1000);
         DownloaderRig rig(peer.url());
         rig.download();
+        QVERIFY(spinUntil([&] { return peer.last != nullptr; }));
+        peer.last->disconnectFromHost();
         QVERIFY(rig.waitForEnd());
         const QString reason = rig.downloader->state().reason();
         QCOMPARE(rig.downloader->state().kind(), Kind::failed);
@@ -315,54 +260,31 @@ private slots:
         rig.download();
         QVERIFY(rig.waitForEnd());
         QCOMPARE(rig.printed(), (QStringList{"verifying", "downloading", rig.downloader->state().toString()}));
-        QCOMPARE(rig.downloader->state().kind(), Kind::failed);
         QVERIFY2(rig.downloader->state().reason().startsWith("Не удалось сохранить файл: "),
                  qPrintable(rig.downloader->state().reason()));
         QVERIFY(!QFile::exists(rig.target() + ".part"));
     }
 
-    void realModelsLiveWhereTheEngineLooksAndComeFromTheMainHost() {
+    // Where they are kept is proved by the local mode finding them (app_state_test).
+    void realModelsComeFromTheMainHost() {
         TestEnv env;
         WallClock clock;
         ModelDownloader downloader(env.paths, clock);
-        QCOMPARE(downloader.localURL(WhisperModel::largeV3TurboQ5),
-                 env.paths.dataDir + "/models/ggml-large-v3-turbo-q5_0.bin");
-        QVERIFY(QFileInfo(env.paths.dataDir + "/models").isDir());
         const ModelDescriptor d = downloader.descriptor(WhisperModel::mediumQ5);
-        QCOMPARE(d.fileName, QString("ggml-medium-q5_0.bin"));
         QCOMPARE(d.downloadURL.toString(), QString("http://127.0.0.1:9/models/ggml-medium-q5_0.bin"));
-        QCOMPARE(whisperModels::fromRawValue("ggml-large-v3-turbo-q5_0"), std::optional(WhisperModel::largeV3TurboQ5));
-        QCOMPARE(whisperModels::fromRawValue("ggml-large-v3-turbo-q5_0.bin"), std::nullopt);
-    }
-
-    void progressLineShowsShareAndMegabytes() {
-        QCOMPARE(modelProgressLine(0.0, 574041195, 10), QString("[----------]   0 %  0 из ~574 МБ"));
-        QCOMPARE(modelProgressLine(0.5, 574041195, 10), QString("[#####-----]  50 %  287 из ~574 МБ"));
-    }
-
-    void commandMisuseIsRefusedWithTheUsage() {
-        ModelServer server;
-        DownloaderRig rig(server.url());
-        for (const QStringList& args : {QStringList{}, QStringList{"fetch"}, QStringList{"status", "ggml-tiny"},
-                                        QStringList{"status", "a", "b"}}) {
-            const CommandOutput o = rig.model(args);
-            QCOMPARE(o.code, 2);
-            QVERIFY2(o.err.contains("Использование: tamvex model"), qPrintable(o.err));
-        }
-        QCOMPARE(transcribe({}).code, 2);
-        QCOMPARE(transcribe({"a.m4a", "--model"}).code, 2);
     }
 
     void fetchCheckAndDeleteFromTheTerminal() {
         ModelServer server;
-        DownloaderRig rig(server.url());
-        CommandOutput o = rig.model({"status", "--json"});
-        QCOMPARE(o.code, 0);
-        QCOMPARE(json(o)["present"].toBool(), false);
-        QCOMPARE(json(o)["file"].toString(), rig.target());
-        QCOMPARE(json(o)["engine_available"].toBool(), WhisperEngine::isAvailable());
+        DownloaderRig rig(server.url(), QString(kPatternSha256).toUpper()); // the case of a digest does not matter
+        for (const QStringList& args : {QStringList{}, QStringList{"fetch"}, QStringList{"status", "a", "b"}}) {
+            const CommandOutput misuse = rig.model(args);
+            QCOMPARE(misuse.code, 2);
+            QVERIFY2(misuse.err.contains("Использование: tamvex model"), qPrintable(misuse.err));
+        }
+        QCOMPARE(transcribe({"a.m4a", "--model"}).code, 2);
 
-        o = rig.model({"verify"});
+        CommandOutput o = rig.model({"verify"});
         QCOMPARE(o.code, 1);
         QVERIFY(o.err.startsWith("Модель не загружена: "));
 
@@ -375,25 +297,25 @@ private slots:
             qPrintable(o.err));
         QVERIFY(o.err.count("] ") <= 11);
         QCOMPARE(o.out, "Модель загружена и проверена: " + rig.target() + "\n");
-
-        o = rig.model({"status"});
-        QVERIFY2(o.out.contains("Состояние: загружена, 2 МБ"), qPrintable(o.out));
-
-        o = rig.model({"verify", "--json"});
-        QCOMPARE(o.code, 0);
-        QCOMPARE(json(o)["sha256"].toString(), QString(kPatternSha256));
+        QCOMPARE(rig.printed(), (QStringList{"downloading", "verifying", "completed"}));
+        double last = 0.0;
+        for (const auto& s : rig.states) {
+            if (s.kind() != Kind::downloading)
+                break;
+            QVERIFY(s.progress() >= last);
+            last = s.progress();
+        }
+        QCOMPARE(fileBytes(rig.target()), server.body);
+        QVERIFY(!QFile::exists(rig.target() + ".part"));
+        QCOMPARE(server.requests(), 1);
 
         QVERIFY(writeFile(rig.target(), fileBytes(rig.target()).replace(1000, 1, "x")));
         o = rig.model({"verify"});
         QCOMPARE(o.code, 1);
         QVERIFY(o.err.contains("повреждён"));
 
-        o = rig.model({"delete"});
-        QCOMPARE(o.code, 0);
-        QCOMPARE(o.out, "Модель удалена: " + rig.target() + "\n");
         o = rig.model({"delete", "--json"});
-        QCOMPARE(o.code, 0);
-        QCOMPARE(json(o)["deleted"].toBool(), false);
+        QCOMPARE(json(o)["deleted"].toBool(), true);
         QVERIFY(!QFile::exists(rig.target()));
     }
 
@@ -404,39 +326,27 @@ private slots:
         const CommandOutput o = rig.model({"download", "--json"});
         QCOMPARE(o.code, 1);
         QCOMPARE(json(o)["reason"].toString(), QString("Файл повреждён при загрузке. Попробуй ещё раз."));
-        QCOMPARE(rig.downloader->state(), ModelDownloadState::failed("Файл повреждён при загрузке. Попробуй ещё раз."));
         QVERIFY(rig.leftNothing());
     }
 
-    void transcribeLocalRunsTheLocalPipelineOnAFile() {
-        const QString model = testData("for-tests-ggml-tiny.bin");
-        const QString speech = testData("speech-ru-16k.wav");
-        if (model.isEmpty() || speech.isEmpty())
-            QSKIP("needs ../shared/testdata/for-tests-ggml-tiny.bin and speech-ru-16k.wav");
-        if (!WhisperEngine::isAvailable()) {
-            const CommandOutput o = transcribe({speech, "--model", model});
-            QCOMPARE(o.code, 1);
-            QVERIFY2(o.err.contains("нет локального распознавания"), qPrintable(o.err));
-            return;
-        }
-        const CommandOutput o = transcribe({speech, "--model", model});
-        QCOMPARE(o.code, 0);
-        QCOMPARE(o.out, QString("\n")); // the test model has no weights: no words
+    // With the engine, the local pipeline's run is whisper_engine_test's.
+    void transcribeLocalWithoutTheEngineSaysSoInRussian() {
+        if (WhisperEngine::isAvailable())
+            QSKIP("this build has whisper.cpp; the refusal belongs to builds without it");
+        // A build without the engine refuses before it looks at any file.
+        const CommandOutput o = transcribe({"absent.m4a", "--model", "absent.bin"});
+        QCOMPARE(o.code, 1);
+        QVERIFY2(o.err.contains("нет локального распознавания"), qPrintable(o.err));
     }
 
-    void speechFilesBecomeSixteenKilohertzMono() {
-        const QString wav = testData("jfk.wav");
+    // What the recorder never writes still reaches the engine as 16 kHz mono: 11 s of speech.
+    void anMp3BecomesSixteenKilohertzMono() {
         const QString mp3 = testData("jfk.mp3");
-        if (wav.isEmpty() || mp3.isEmpty())
-            QSKIP("jfk.wav or jfk.mp3 is missing from ../shared/testdata");
-        const std::vector<float> fromWav = readAudioSamples(wav);
-        QVERIFY2(std::abs(qint64(fromWav.size()) - 176000) <= 4, qPrintable(QString::number(fromWav.size())));
-        QVERIFY(rms(fromWav) > 0.01);
-
-        // The MP3 carries the same speech: same length within a frame, same waveform.
-        const std::vector<float> fromMp3 = readAudioSamples(mp3);
-        QVERIFY2(std::abs(qint64(fromMp3.size()) - 176000) <= 1200, qPrintable(QString::number(fromMp3.size())));
-        QVERIFY(bestCorrelation(fromWav, fromMp3, 1200) > 0.9);
+        if (mp3.isEmpty())
+            QSKIP("jfk.mp3 is missing from ../shared/testdata");
+        const std::vector<float> samples = readAudioSamples(mp3);
+        QVERIFY2(std::abs(qint64(samples.size()) - 176000) <= 1200, qPrintable(QString::number(samples.size())));
+        QVERIFY(rms(samples) > 0.01);
     }
 
     void unreadableFilesFailWithTheDecodersWords() {
@@ -463,21 +373,6 @@ private slots:
         QVERIFY2(why.contains("не является моделью whisper.cpp"), qPrintable(why));
         if (const QString model = testData("for-tests-ggml-tiny.bin"); !model.isEmpty())
             QVERIFY(looksLikeWhisperModel(model));
-    }
-
-    void withoutTheLibraryTheLocalPipelineSaysSoInRussian() {
-#ifdef TAMVEX_HAVE_WHISPER
-        QSKIP("this build has whisper.cpp; the refusal belongs to builds without it");
-#else
-        QVERIFY(!WhisperEngine::isAvailable());
-        QTemporaryDir dir;
-        LocalWhisperEngineCache cache([&](WhisperModel) { return dir.filePath("absent.bin"); });
-        LocalWhisperPipeline pipeline(WhisperModel::largeV3TurboQ5, cache);
-        const auto e = thrown<WhisperEngineError>([&] { syncWait(pipeline.process(dir.filePath("audio.m4a"))); });
-        QVERIFY(e.has_value());
-        QCOMPARE(e->kind(), WhisperEngineError::Kind::engineUnavailable);
-        QVERIFY(e->description().contains("нет локального распознавания"));
-#endif
     }
 };
 
