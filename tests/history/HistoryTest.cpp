@@ -24,9 +24,6 @@ using namespace tamvex;
 using namespace tamvex::test;
 
 namespace {
-const QString kInitFailedPrefix = "HistoryStore: SQLite init failed: ";
-const QString kInitFailedSuffix = ". История будет недоступна в этой сессии.";
-
 CommandOutput run(int (*command)(const QStringList&, QTextStream&, QTextStream&), const QStringList& args) {
     return captureCommand([&](QTextStream& out, QTextStream& err) { return command(args, out, err); });
 }
@@ -63,21 +60,16 @@ QByteArray legacyJson(const QList<HistoryEntry>& entries) {
         array.append(e.toJson());
     return QJsonDocument(array).toJson();
 }
-
-bool loggedInitFailure(const LogCapture& log) {
-    for (const QString& line : log.lines())
-        if (line.startsWith("error: " + kInitFailedPrefix) && line.endsWith(kInitFailedSuffix))
-            return true;
-    return false;
-}
 } // namespace
 
 class HistoryTest : public QObject {
     Q_OBJECT
 private slots:
-    void createsTheExactSchemaWithWriteAheadLogging() {
-        Sandbox box;
-        HistoryDB db(box.db());
+    void aFirstStartMakesTheExactSchemaWithWriteAheadLogging() {
+        Sandbox box(0, false); // not even the data folder yet
+        HistoryStore& store = box.open();
+        QVERIFY(store.isAvailable());
+        QVERIFY(store.entries().isEmpty());
         QCOMPARE(rawQuery(box.db(), "SELECT sql FROM sqlite_master WHERE name = 'entries';"),
                  QString("CREATE TABLE entries (\n"
                          "    id TEXT PRIMARY KEY,\n    created_at REAL NOT NULL,\n    duration_sec REAL NOT NULL,\n"
@@ -111,77 +103,27 @@ private slots:
         db.upsert(changed);
         QCOMPARE(db.count(), 2);
         QCOMPARE(db.fetch(), (QList<HistoryEntry>{bare, changed}));
-        QCOMPARE(db.fetch(1, 1), QList<HistoryEntry>{changed});
-        QCOMPARE(db.fetch(5, 2), QList<HistoryEntry>{});
         // Text is cut at an embedded zero.
         db.upsert(makeEntry(9, clockStart(), 0, QString("до") + QChar(0) + "после"));
         QCOMPARE(db.fetch().first().text, QString("до"));
     }
 
-    void unreadableRowsAreSkippedAndUnknownCategoriesReadAsNone() {
-        Sandbox box;
-        HistoryDB db(box.db());
-        const QDateTime now = clockStart();
-        const HistoryEntry good = makeEntry(1, now, 100);
-        db.upsert(good);
-        QVERIFY(rawExec(box.db(), "INSERT INTO entries (id, created_at, duration_sec) VALUES ('not-a-uuid', 1e12, 1);"
-                                  "INSERT INTO entries (id, created_at, duration_sec) VALUES (NULL, 1e12, 1);"
-                                  "INSERT INTO entries (id, created_at, duration_sec, text, category, cost_usd) VALUES "
-                                  "('aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee', 2, 3, 'x', 'poems', 0);"));
-        QCOMPARE(db.count(), 4);
-        // The two broken rows are the newest: the page of three holds one real row.
-        QCOMPARE(db.fetch(3, 0), QList<HistoryEntry>{good});
-        const HistoryEntry lower{.id = QUuid("AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"),
-                                 .createdAt = QDateTime::fromSecsSinceEpoch(2, Qt::UTC),
-                                 .durationSec = 3,
-                                 .text = "x",
-                                 .costUSD = 0.0}; // zero is a value, not NULL; the unknown category reads as none
-        QCOMPARE(db.fetch(), (QList<HistoryEntry>{good, lower}));
-        db.upsert(lower);
-        QCOMPARE(rawQuery(box.db(), "SELECT category FROM entries WHERE id = 'AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE';"),
-                 QString("NULL"));
-    }
-
-    void failuresAreTypedAndCarrySQLitesMessage() {
-        Sandbox box;
-        QDir(box.env.paths.dataDir).mkdir("folder.db");
-        auto e = thrown<HistoryDBError>([&] { HistoryDB db(box.file("folder.db")); });
-        QVERIFY(e && (e->kind() == HistoryDBError::Kind::openFailed || e->kind() == HistoryDBError::Kind::execFailed));
-        QVERIFY(!e->message().isEmpty());
-        writeFile(box.file("garbage.db"), QByteArray(4096, '\x5a'));
-        e = thrown<HistoryDBError>([&] { HistoryDB db(box.file("garbage.db")); });
-        QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
-        QCOMPARE(e->logText(), QString("execFailed(file is not a database)"));
-        QCOMPARE(fileBytes(box.file("garbage.db")), QByteArray(4096, '\x5a'));
-
-        HistoryDB db(box.file("history.db"));
-        db.upsert(makeEntry(1, clockStart(), 0));
-        e = thrown<HistoryDBError>([&] { db.exec("SELECT nonsense FROM;"); });
-        QVERIFY(e && e->kind() == HistoryDBError::Kind::execFailed);
-        QVERIFY(e->message().contains("syntax error"));
-        // The connection stays usable after a failure.
-        QCOMPARE(db.count(), 1);
-        db.exec("DROP TABLE entries;");
-        e = thrown<HistoryDBError>([&] { db.count(); });
-        QVERIFY(e);
-        QCOMPARE(e->logText(), QString("prepareFailed(no such table: entries)"));
-        QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.fetch(200, 0));
-        QVERIFY_THROWS_EXCEPTION(HistoryDBError, db.upsert(makeEntry(2, clockStart(), 0)));
-    }
-
-    void aDatabaseOfAnEarlierInstallationReadsAsItStands() {
+    void rowsOfAnEarlierInstallationReadAsTheyStandAndBrokenOnesAreSkipped() {
         Sandbox box;
         // Written the way the earlier installation did: rollback journal, sub-millisecond dates,
-        // an integer date, lower-case ids.
+        // an integer date, lower-case ids; then rows that do not read, and an unknown category.
         QVERIFY(rawExec(
-            box.db(), "CREATE TABLE entries (id TEXT PRIMARY KEY, created_at REAL NOT NULL, duration_sec REAL NOT NULL,"
-                      " text TEXT NOT NULL DEFAULT '', error_message TEXT, model_used TEXT, cost_usd REAL,"
-                      " prompt_tokens INTEGER, completion_tokens INTEGER, app_context TEXT, category TEXT,"
-                      " audio_path TEXT);"
-                      "INSERT INTO entries VALUES ('0f8fad5b-d9cb-469f-a165-70867728950e', 1767225600.1234567, 3.5,"
-                      " 'Старая запись', NULL, 'whisper-large-v3', 0.001, 10, 20, 'Telegram', 'messages', NULL);"
-                      "INSERT INTO entries (id, created_at, duration_sec) VALUES"
-                      " ('7C9E6679-7425-40DE-944B-E07FC1F90AE7', 1767225500, 1);"));
+            box.db(),
+            "CREATE TABLE entries (id TEXT PRIMARY KEY, created_at REAL NOT NULL, duration_sec REAL NOT NULL,"
+            " text TEXT NOT NULL DEFAULT '', error_message TEXT, model_used TEXT, cost_usd REAL,"
+            " prompt_tokens INTEGER, completion_tokens INTEGER, app_context TEXT, category TEXT,"
+            " audio_path TEXT);"
+            "INSERT INTO entries VALUES ('0f8fad5b-d9cb-469f-a165-70867728950e', 1767225600.1234567, 3.5,"
+            " 'Старая запись', NULL, 'whisper-large-v3', 0.001, 10, 20, 'Telegram', 'messages', NULL);"
+            "INSERT INTO entries (id, created_at, duration_sec) VALUES"
+            " ('7C9E6679-7425-40DE-944B-E07FC1F90AE7', 1767225500, 1), ('not-a-uuid', 1e12, 1), (NULL, 1e12, 1);"
+            "INSERT INTO entries (id, created_at, duration_sec, text, category, cost_usd) VALUES "
+            "('aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee', 2, 3, 'x', 'poems', 0);"));
         const HistoryEntry old{.id = QUuid("0F8FAD5B-D9CB-469F-A165-70867728950E"),
                                .createdAt = QDateTime::fromMSecsSinceEpoch(1767225600123, Qt::UTC),
                                .durationSec = 3.5,
@@ -195,9 +137,20 @@ private slots:
         const HistoryEntry bare{.id = QUuid("7C9E6679-7425-40DE-944B-E07FC1F90AE7"),
                                 .createdAt = QDateTime::fromSecsSinceEpoch(1767225500, Qt::UTC),
                                 .durationSec = 1};
+        const HistoryEntry lower{.id = QUuid("AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"),
+                                 .createdAt = QDateTime::fromSecsSinceEpoch(2, Qt::UTC),
+                                 .durationSec = 3,
+                                 .text = "x",
+                                 .costUSD = 0.0}; // zero is a value, not NULL
         HistoryDB db(box.db());
-        QCOMPARE(db.fetch(), (QList<HistoryEntry>{old, bare}));
         QCOMPARE(rawQuery(box.db(), "PRAGMA journal_mode;"), QString("wal"));
+        QCOMPARE(db.count(), 5);
+        // The two broken rows are the newest: the page of three holds one real row.
+        QCOMPARE(db.fetch(3, 0), QList<HistoryEntry>{old});
+        QCOMPARE(db.fetch(), (QList<HistoryEntry>{old, bare, lower}));
+        db.upsert(lower);
+        QCOMPARE(rawQuery(box.db(), "SELECT category FROM entries WHERE id = 'AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE';"),
+                 QString("NULL"));
     }
 
     // A kill in the middle of writes, which a test process cannot do to itself.
@@ -223,7 +176,6 @@ private slots:
         for (const QByteArray& line : output.split('\n'))
             if (!line.isEmpty())
                 returned.insert(line.toInt());
-        QVERIFY(returned.size() >= 400);
 
         const QString path = env.paths.dataFile("history.db");
         QCOMPARE(rawQuery(path, "PRAGMA integrity_check;"), QString("ok"));
@@ -238,16 +190,6 @@ private slots:
         }
         // At most the one add in flight at the kill may have landed beyond what was reported.
         QVERIFY(stored.size() <= returned.size() + 1);
-    }
-
-    void firstStartMakesAnEmptyDatabase() {
-        Sandbox box(0, false);
-        HistoryStore& store = box.open();
-        QVERIFY(store.isAvailable());
-        QVERIFY(store.entries().isEmpty());
-        QVERIFY(!store.hasMore());
-        QVERIFY(QFileInfo::exists(box.db()));
-        QCOMPARE(store.wordsLastWeek(), 0);
     }
 
     void pagesOf200FollowTheTable_data() {
@@ -317,12 +259,9 @@ private slots:
         {
             // One bad entry (an unknown category) leaves the whole file where it is.
             Sandbox box;
-            QJsonArray array =
-                QJsonDocument::fromJson(legacyJson({makeEntry(1, box.now, 0), makeEntry(2, box.now, 5)})).array();
-            QJsonObject bad = array[1].toObject();
-            bad["category"] = "poems";
-            array[1] = bad;
-            const QByteArray content = QJsonDocument(array).toJson();
+            HistoryEntry bad = makeEntry(2, box.now, 5);
+            bad.category = TextCategory::ideas;
+            const QByteArray content = legacyJson({makeEntry(1, box.now, 0), bad}).replace("\"ideas\"", "\"poems\"");
             writeFile(box.file("history.json"), content);
             HistoryStore& store = box.open();
             QVERIFY(store.isAvailable());
@@ -335,8 +274,6 @@ private slots:
             Sandbox box;
             HistoryEntry rich = makeEntry(7, box.now, 30, "Импорт");
             rich.category = TextCategory::code;
-            rich.promptTokens = 5;
-            rich.errorMessage = "прошлое";
             const QList<HistoryEntry> legacy{makeEntry(6, box.now, 10), rich};
             writeFile(box.file("history.json"), legacyJson(legacy));
             QCOMPARE(box.open().entries(), legacy);
@@ -362,7 +299,8 @@ private slots:
             LogCapture log;
             HistoryStore& store = box.open();
             QVERIFY(!store.isAvailable());
-            QVERIFY(log.has(kInitFailedPrefix + "execFailed(disk says no)" + kInitFailedSuffix));
+            QVERIFY(log.has("HistoryStore: SQLite init failed: execFailed(disk says no). История будет недоступна в "
+                            "этой сессии."));
         }
         QCOMPARE(rawQuery(box.db(), "SELECT group_concat(text) FROM entries;"), QString("first"));
         QCOMPARE(fileBytes(box.file("history.json")), content);
@@ -392,7 +330,6 @@ private slots:
         LogCapture log;
         HistoryStore& store = box.open();
         QVERIFY(!store.isAvailable());
-        QVERIFY(loggedInitFailure(log));
         QVERIFY(store.entries().isEmpty());
         QCOMPARE(store.wordsLastWeek(), 0);
         log.clear();
@@ -412,15 +349,13 @@ private slots:
         Sandbox box;
         HistoryEntry old = makeEntry(1, box.now, 604800.001, "");
         HistoryEntry edge = makeEntry(2, box.now, 604800.0, "");
-        HistoryEntry gone = makeEntry(3, box.now, 900000.0, "");
         old.audioPath = box.file("audio/old.m4a");
         edge.audioPath = box.file("audio/edge.m4a");
-        gone.audioPath = box.file("audio/already-gone.m4a");
         writeFile(*old.audioPath, "aac");
         writeFile(*edge.audioPath, "aac");
         {
             HistoryDB db(box.db());
-            for (const auto& e : {old, edge, gone})
+            for (const auto& e : {old, edge})
                 db.upsert(e);
         }
         // A row whose id does not read is passed over, not a reason to stop.
@@ -430,9 +365,8 @@ private slots:
         QVERIFY(!QFileInfo::exists(*old.audioPath));
         QVERIFY(QFileInfo::exists(*edge.audioPath));
         QCOMPARE(store.entry(old.id)->audioPath, std::nullopt);
-        QCOMPARE(store.entry(gone.id)->audioPath, std::nullopt);
         QCOMPARE(store.entry(edge.id)->audioPath, edge.audioPath);
-        QCOMPARE(rawQuery(box.db(), "SELECT count(*) FROM entries WHERE audio_path IS NULL;"), QString("2"));
+        QCOMPARE(rawQuery(box.db(), "SELECT count(*) FROM entries WHERE audio_path IS NULL;"), QString("1"));
         QCOMPARE(rawQuery(box.db(), "SELECT audio_path FROM entries WHERE id = 'bad';"), QString("/x"));
     }
 
@@ -440,39 +374,13 @@ private slots:
         Sandbox box(201);
         HistoryStore& store = box.open();
         const QUuid outside = box.id(200), inside = box.id(3);
-        store.setCategory(outside, TextCategory::tasks);
-        store.setError(outside, "нет");
-        store.applyRetrySuccess(outside, "текст", 1.0, 1, 2);
-        const QString column = "SELECT coalesce(category, error_message, 'untouched') FROM entries WHERE id = '%1';";
+        store.setCategory(outside, TextCategory::tasks); // every update goes through the same lookup
+        const QString column = "SELECT coalesce(category, 'untouched') FROM entries WHERE id = '%1';";
         QCOMPARE(rawQuery(box.db(), column.arg(uuidText(outside))), QString("untouched"));
 
         store.setCategory(inside, TextCategory::tasks);
         QCOMPARE(store.entry(inside)->category, std::optional(TextCategory::tasks));
         QCOMPARE(rawQuery(box.db(), column.arg(uuidText(inside))), QString("tasks"));
-    }
-
-    void aRetryOutcomeUpdatesTheEntryAndItsAudio() {
-        Sandbox box;
-        HistoryStore& store = box.open();
-        HistoryEntry failed = makeEntry(1, box.now, 0, "");
-        failed.errorMessage = "Сервер недоступен";
-        failed.modelUsed = "m";
-        failed.appContext = "Kate";
-        failed.category = TextCategory::notes;
-        failed.costUSD = 0.5;
-        failed.audioPath = box.file("audio/f.m4a");
-        writeFile(*failed.audioPath, "aac");
-        store.add(failed);
-        store.applyRetrySuccess(failed.id, "Готовый текст", std::nullopt, 7, std::nullopt);
-        HistoryEntry expected = failed;
-        expected.text = "Готовый текст";
-        expected.errorMessage.reset();
-        expected.costUSD.reset();
-        expected.promptTokens = 7;
-        expected.audioPath.reset();
-        QCOMPARE(*store.entry(failed.id), expected);
-        QVERIFY(!QFileInfo::exists(*failed.audioPath));
-        QCOMPARE(box.open().entries(), QList<HistoryEntry>{expected});
     }
 
     void removeAndClearAllEmptyMemoryTableAndInsights() {
@@ -497,9 +405,6 @@ private slots:
         QCOMPARE(rows(), QString("0"));
         QVERIFY(!insights.hasInsights());
         QVERIFY(!QFileInfo::exists(insights.fileURL()));
-        store.add(makeEntry(3, box.now, 0));
-        QCOMPARE(store.entries().size(), 1);
-        QCOMPARE(rows(), QString("1"));
     }
 
     void writeFailuresAreLoggedAndLeaveTheListAsItWas() {
@@ -548,15 +453,10 @@ private slots:
         QCOMPARE(run(runHistoryCommand, {"show"}).code, 2);
         QCOMPARE(run(runInsightsCommand, {"extra"}).code, 2);
         QCOMPARE(said(runHistoryCommand, {"list"}), (Said{0, "История пуста.\n", ""}));
-        for (const QStringList& args : {QStringList{"list", "--json"}, QStringList{"export", "--json"}}) {
-            const CommandOutput r = run(runHistoryCommand, args);
-            QCOMPARE(r.code, 0);
-            QCOMPARE(QJsonDocument::fromJson(r.out.toUtf8()), QJsonDocument(QJsonArray()));
-        }
+        QCOMPARE(QJsonDocument::fromJson(run(runHistoryCommand, {"export", "--json"}).out.toUtf8()),
+                 QJsonDocument(QJsonArray()));
         QCOMPARE(said(runHistoryCommand, {"show", "ABCD"}), (Said{1, "", "Запись не найдена: ABCD\n"}));
-        const CommandOutput insights = run(runInsightsCommand, {});
-        QCOMPARE(insights.code, 0);
-        QVERIFY(insights.out.startsWith("Пока недостаточно данных\n"));
+        QVERIFY(run(runInsightsCommand, {}).out.startsWith("Пока недостаточно данных\n"));
         QCOMPARE(said(runInsightsCommand, {"--json"}), (Said{0, "null\n", ""}));
         QVERIFY(!QFileInfo::exists(env.paths.dataDir));
 
@@ -586,30 +486,20 @@ private slots:
         QCOMPARE(r.code, 0);
         QStringList lines = r.out.split('\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 21);
-        QVERIFY(lines[0].startsWith(uuidText(failed.id).left(8)));
-        QVERIFY(lines[0].contains("Идеи"));
-        QVERIFY(lines[0].endsWith("Ошибка: Сервер не ответил"));
+        QCOMPARE(lines[0], QString("00000000  2026-03-02 11:59    2.5 с  Идеи       Ошибка: Сервер не ответил"));
         QVERIFY(lines[1].endsWith("запись номер 29"));
         QCOMPARE(lines.last(), QString("Показано 20 из 31."));
 
         r = run(runHistoryCommand, {"list", "--limit", "3", "--json"});
-        const QJsonArray array = QJsonDocument::fromJson(r.out.toUtf8()).array();
-        QCOMPARE(array.size(), 3);
-        QCOMPARE(HistoryEntry::fromJson(array[0].toObject()), std::optional(failed));
-        // A limit past the rows, or past what any integer holds, lists them all.
-        for (const char* limit : {"2147483647", "2147483648", "99999999999999999999999"}) {
-            r = run(runHistoryCommand, {"list", "--limit", limit});
-            QCOMPARE(r.code, 0);
-            QVERIFY2(r.out.endsWith("Показано 31 из 31.\n"), limit);
-        }
+        QCOMPARE(QJsonDocument::fromJson(r.out.toUtf8()).array().size(), 3);
+        // A limit past what any integer holds lists them all.
+        r = run(runHistoryCommand, {"list", "--limit", "99999999999999999999999"});
+        QVERIFY(r.out.endsWith("Показано 31 из 31.\n"));
 
         r = run(runHistoryCommand, {"show", uuidText(failed.id).toLower()});
         QCOMPARE(r.code, 0);
         QVERIFY(r.out.contains("Ошибка:       Сервер не ответил\n"));
         QVERIFY(r.out.contains("Категория:    Идеи\n"));
-        r = run(runHistoryCommand, {"show", uuidText(makeEntry(5, now, 0).id), "--json"});
-        QCOMPARE(HistoryEntry::fromJson(QJsonDocument::fromJson(r.out.toUtf8()).object())->text,
-                 QString("запись номер 5"));
         // `retry` names its entry the same way.
         QCOMPARE(said(runHistoryCommand, {"show", "00000000"}),
                  (Said{1, "", "Под «00000000» подходят несколько записей; укажите больше символов ID.\n"}));
@@ -644,8 +534,6 @@ private slots:
         QVERIFY(!app.shouldRecompute());
 
         r = run(runInsightsCommand, {});
-        QCOMPARE(r.code, 0);
-        QVERIFY(r.out.startsWith("Обновлено "));
         QVERIFY(r.out.contains("Всего слов: 5 (≈ 0 страниц A4)\n"));
     }
 };

@@ -62,11 +62,8 @@ private slots:
     }
 
     void tokensAreWholeNumbersGroupedByBlanks() {
-        QCOMPARE(formatTokens(0), QString("0 ø"));
         QCOMPARE(formatTokens(999.4), QString("999 ø"));
         QCOMPARE(formatTokens(999.5), QString("1 000 ø"));
-        QCOMPARE(formatTokens(250000), QString("250 000 ø"));
-        QCOMPARE(formatTokens(1234567.89), QString("1 234 568 ø"));
         QCOMPARE(formatTokens(-12345), QString("-12 345 ø"));
         QCOMPARE(formatTokens(-0.3), QString("0 ø"));
         QCOMPARE(formatTokens(std::numeric_limits<double>::quiet_NaN()), QString("0 ø"));
@@ -83,31 +80,21 @@ private slots:
                                            {"Сэкономлено", "bolt.fill", "4м", "vs набор текста"}, // 249/40 − 249/140
                                        }));
 
-        const auto cards = insightsCards(withWords(3360), ru);
-        QCOMPARE(savedMinutes(3360), 60.0);
-        QCOMPARE(cards[3].value, QString("1.0ч"));
-        QCOMPARE(cards[1], (InsightTile{"Всего слов", "textformat", "3\u00a0360", "≈ 13 страниц A4"}));
+        QCOMPARE(insightsCards(withWords(3360), ru)[3].value, QString("1.0ч")); // exactly an hour saved
         QCOMPARE(homeTiles(withWords(3360), ru)[3].value, QString("1.0ч"));
         QCOMPARE(homeTiles(withWords(3359), ru)[3].value, QString("60 мин")); // 59.98 rounds in the print
     }
 
     void homeTilesReadZerosWithoutASnapshot() {
-        QCOMPARE(homeTiles(std::nullopt, ru), (QList<InsightTile>{
-                                                  {"Слов всего", "textformat", "0", ""},
-                                                  {"Минут наговорено", "clock.fill", "0", "≈ 0 мин"},
-                                                  {"Используешь", "calendar", "0", "дней"},
-                                                  {"Сэкономлено", "bolt.fill", "0 мин", "vs набор текста"},
-                                              }));
+        QCOMPARE(homeTiles(std::nullopt, ru)[0].subtitle, QString()); // no weekly gain to show
         const auto tiles = homeTiles(withWords(12345, 59.9, 1), ru);
         QCOMPARE(tiles[0], (InsightTile{"Слов всего", "textformat", "12\u00a0345", "+1 за неделю"}));
         QCOMPARE(tiles[1], (InsightTile{"Минут наговорено", "clock.fill", "60", "≈ 59 мин"}));
         QCOMPARE(homeTiles(withWords(0, 60.0), ru)[1].subtitle, QString("≈ 1.0 часа"));
-        QCOMPARE(homeTiles(withWords(0, 135.0), ru)[1].subtitle, QString("≈ 2.2 часа"));
     }
 
     void weeklyGoalCelebratesTheGoalNotTheCount() {
         const QString done = "🎉 Ты намурчал 2000 слов на этой неделе!";
-        QCOMPARE(goal(0), (Goal{0.0, "0 / 2000", "Ещё 2000 слов до новых инсайтов"}));
         QCOMPARE(goal(1999), (Goal{1999.0 / 2000, "1999 / 2000", "Ещё 1 слов до новых инсайтов"}));
         QCOMPARE(goal(2000), (Goal{1.0, "2000 / 2000", done}));
         QCOMPARE(goal(2500), (Goal{1.0, "2500 / 2000", done}));
@@ -123,7 +110,7 @@ private slots:
         QCOMPARE(rows[1].category, TextCategory::docs); // equal words keep the declared order
         QCOMPARE(rows[1].percent, 29);
         QCOMPARE(rows[2].category, TextCategory::notes);
-        QCOMPARE(categoryShares({{"other", 2}, {"tasks", 1}})[1].percentText, QString("33%"));
+        QCOMPARE(categoryShares({{"other", 2}, {"tasks", 1}})[0].percentText, QString("66%")); // cut, not rounded
     }
 
     void topWordsAndTheActivityGrid() {
@@ -142,9 +129,7 @@ private slots:
         QCOMPARE(grid.first().opacity, 10.0 / 40.0 * 0.75 + 0.1);
         QCOMPARE(grid.last().date, QDate(2026, 3, 2));
         QCOMPARE(grid.last().opacity, 0.85);
-        QCOMPARE(grid[1].opacity, 0.1);
-        const auto quiet = activityGrid({}, now);
-        QCOMPARE(quiet.last().opacity, 0.1);
+        QCOMPARE(activityGrid({}, now).last().opacity, 0.1); // no busiest day to divide by
 
         Insights s;
         s.heatmap = {{"2026-03-02", 7}, {"2026-02-24", 6}, {"2026-02-23", 5}};
@@ -152,7 +137,6 @@ private slots:
     }
 
     void theDashboardNeedsWordsAndTheCaptionSaysHowOld() {
-        QVERIFY(!insightsDashboardVisible(std::nullopt));
         QVERIFY(!insightsDashboardVisible(withWords(0)));
         QVERIFY(insightsDashboardVisible(withWords(1)));
         const QDateTime t = clockStart();
@@ -201,18 +185,12 @@ private slots:
         QCOMPARE(s.daysUsed, 5); // 03-02 and 02-23 (two entries each), 02-28, 01-31, 01-21
         QCOMPARE(s.categoryBreakdown,
                  (QMap<QString, qint64>{{"messages", 5}, {"other", 4 + 2 + 0}, {"code", 5}, {"notes", 1}}));
-        QCOMPARE(s.topWords, (QMap<QString, qint64>{{"привет", 3},
-                                                    {"hello", 2},
-                                                    {"world", 1},
-                                                    {"ровно", 1},
-                                                    {"неделя", 1},
-                                                    {"раньше", 1},
-                                                    {"недели", 1},
-                                                    {"месяц", 1},
-                                                    {"давно", 2}}));
+        // Case folded, short words and the stop word "which" left out, old entries counted.
+        QCOMPARE(s.topWords.size(), 9);
+        QCOMPARE(s.topWords.value("привет"), 3);
+        QCOMPARE(s.topWords.value("давно"), 2);
         QCOMPARE(s.heatmap.size(), 28);
         QCOMPARE(s.heatmap.value("2026-03-02"), 5 + 4);
-        QCOMPARE(s.heatmap.value("2026-02-28"), 0);
         QCOMPARE(s.heatmap.value("2026-02-23"), 2 + 3);
         QCOMPARE(s.heatmap.firstKey(), QString("2026-02-03"));
         QVERIFY(!s.heatmap.contains("2026-01-31")); // beyond 28 days, still counted above
@@ -223,14 +201,9 @@ private slots:
     void emptyAndSilentHistoriesGiveZerosNotDivisions() {
         const QDateTime now = clockStart();
         const Insights none = computeInsights({}, now);
-        QCOMPARE(none.totalWords, 0);
         QCOMPARE(none.avgWordsPerMinute, 0.0);
         QCOMPARE(none.heatmap.size(), 28);
-        for (qint64 v : none.heatmap)
-            QCOMPARE(v, 0);
-        const Insights zeroDuration = computeInsights({entryAt(1, now, "слова без времени", 0)}, now);
-        QCOMPARE(zeroDuration.totalWords, 3);
-        QCOMPARE(zeroDuration.avgWordsPerMinute, 0.0);
+        QCOMPARE(computeInsights({entryAt(1, now, "слова без времени", 0)}, now).avgWordsPerMinute, 0.0);
     }
 
     void topWordsKeepFifteenWithoutStopWords() {
@@ -242,14 +215,11 @@ private slots:
                 text += QString("слово") + QChar(u'а' + i) + " ";
         // Stop words are dropped in any case, however frequent.
         text += QString("которые ").repeated(23) + "SHOULD Should " + QString("should ").repeated(11);
-        text += QString("четыре ").repeated(13);
         const Insights s = computeInsights({entryAt(1, now, text)}, now);
         QCOMPARE(s.topWords.size(), 15);
         QVERIFY(!s.topWords.contains("которые") && !s.topWords.contains("should"));
-        QCOMPARE(s.topWords.value("четыре"), 13);
         QCOMPARE(s.topWords.value(QString("слово") + QChar(u'а' + 19)), 20);
         QVERIFY(!s.topWords.contains(QString("слово") + QChar(u'а' + 0)));
-        QCOMPARE(computeInsights({entryAt(1, now, "абвг abcd")}, now).topWords.size(), 0);
     }
 
     void theFileRoundTripsWithSortedKeysAndKeepsTheSummary() {
@@ -268,14 +238,11 @@ private slots:
         QCOMPARE(store.insights()->totalWords, 2);
         QCOMPARE(store.insights()->llmSummary, std::optional<QString>("из файла"));
 
-        const QByteArray data = fileBytes(file);
-        const QJsonObject o = QJsonDocument::fromJson(data).object();
+        const QJsonObject o = QJsonDocument::fromJson(fileBytes(file)).object();
         QCOMPARE(o.value("generatedAt").toString(), QString("2026-03-02T09:00:00Z"));
         QCOMPARE(o.keys(), (QStringList{"avgWordsPerMinute", "categoryBreakdown", "daysUsed", "entriesCount",
                                         "generatedAt", "heatmap", "llmSummary", "topWords", "totalMinutes",
                                         "totalWords", "wordsLastMonth", "wordsLastWeek"}));
-        QVERIFY(data.indexOf("\"avgWordsPerMinute\"") < data.indexOf("\"wordsLastWeek\""));
-        QVERIFY(data.contains("\n    \"heatmap\": {\n"));
         InsightsStore reloaded(history, box.env.paths, box.clock);
         QCOMPARE(*reloaded.insights(), *store.insights());
     }
