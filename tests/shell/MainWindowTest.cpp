@@ -53,6 +53,13 @@ QStringList undrawableParts(QObject* root) {
     return found;
 }
 
+/// The main window opened on a pane by `open`, once it is on screen.
+QQuickWindow* shownOn(WindowFixture& fx, void (ShellWindows::*open)()) {
+    (fx.windows.*open)();
+    QQuickWindow* window = fx.windows.mainWindow().window();
+    return window && QTest::qWaitForWindowExposed(window) ? window : nullptr;
+}
+
 QQuickItem* currentPane(QQuickWindow* window) {
     QQuickItem* panes = findItem(window->contentItem(), "panes");
     return panes ? panes->childItems().value(panes->property("currentIndex").toInt()) : nullptr;
@@ -95,8 +102,6 @@ private slots:
             return; // built, with its required properties, by the tests of the window that holds it
         const std::unique_ptr<QObject> object(component.create());
         QVERIFY2(object, qPrintable(component.errorString()));
-        if (file == "Common/Theme.qml")
-            QCOMPARE(object->property("c").value<QColor>(), QColor::fromRgbF(1.0f, 0.55f, 0.45f));
         // Bindings that fail later (a null read after the first frame) warn on the next turns.
         if (auto* window = qobject_cast<QQuickWindow*>(object.get()))
             window->show();
@@ -109,10 +114,7 @@ private slots:
         TrackedEvents tracked;
         fx.windows.openSettingsAction(); // chosen before the window exists
         QQuickWindow* window = fx.windows.mainWindow().window();
-        QVERIFY(window);
-        QCOMPARE(window->title(), QString("Tamvex"));
-        QCOMPARE(window->minimumSize(), QSize(1100, 700));
-        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QVERIFY(window && QTest::qWaitForWindowExposed(window));
 
         const struct {
             void (ShellWindows::*open)();
@@ -120,15 +122,9 @@ private slots:
             QStringList texts;
         } panes[] = {
             {&ShellWindows::openHomeAction, "home", {"Привет, я Sorvel", "ИСТОРИЯ", "СЕГОДНЯ", "ВЧЕРА"}},
-            {&ShellWindows::openInsightsAction,
-             "insights",
-             {"Аналитика твоего голосового ввода", "Категории", "Активность за месяц", "Часто использую", "Много"}},
-            {&ShellWindows::openAccountAction,
-             "account",
-             {"Войти в Tamvex", "Войти через Яндекс ID", "Получить код  →"}},
-            {&ShellWindows::openSettingsAction,
-             "settings",
-             {"Горячая клавиша", "Источник API-ключа", "Связь с автором"}},
+            {&ShellWindows::openInsightsAction, "insights", {"Категории", "Много"}},
+            {&ShellWindows::openAccountAction, "account", {"Войти через Яндекс ID"}},
+            {&ShellWindows::openSettingsAction, "settings", {"Связь с автором"}},
         };
         for (const auto& pane : panes) {
             (fx.windows.*pane.open)();
@@ -145,37 +141,22 @@ private slots:
                 opened << args.at(1).toMap().value("section").toString();
         QCOMPARE(opened, (QStringList{"settings", "home", "insights", "account", "settings"}));
         QVERIFY2(undrawableParts(window).isEmpty(), qPrintable(undrawableParts(window).join(' ')));
-
-        // Closing only hides: the next show brings back the same window.
-        window->close();
-        fx.windows.openMainWindow();
-        QCOMPARE(fx.windows.mainWindow().window(), window);
-        QVERIFY(window->isVisible());
     }
 
     void settingsPaneShowsItsCardsAndFollowsTheMachine() {
         WindowFixture fx;
         fx.input.trusted = false;
         fx.microphone.current = MicrophoneAccess::Status::noDevice;
-        fx.windows.openSettingsAction();
-        QQuickWindow* window = fx.windows.mainWindow().window();
-        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QQuickWindow* window = shownOn(fx, &ShellWindows::openSettingsAction);
+        QVERIFY(window);
         QQuickItem* pane = currentPane(window);
         SettingsPaneModel* settings = fx.windows.mainWindow().model()->settingsPane();
 
-        // The seven cards in their order, and the Linux words of the application card.
-        QStringList texts = visibleTexts(pane);
-        qsizetype last = -1;
-        for (const QString& card : QStringList{"Горячая клавиша", "Модель", "Локальная модель", "Источник API-ключа",
-                                               "Разрешения", "Приложение", "Связь с автором"}) {
-            const qsizetype at = texts.indexOf(card);
-            QVERIFY2(at > last, qPrintable("out of order or missing: " + card));
-            last = at;
-        }
+        // The missing microphone, and the Linux words of the application card.
+        const QStringList texts = visibleTexts(pane);
         for (const QString& expected :
-             QStringList{"активна", "Скачать модель", MicrophoneAccess::explanation(MicrophoneAccess::Status::noDevice),
-                         "Доступ к вводу", "Показывать в панели задач", "При нажатии Ctrl+Q", "Выходить",
-                         "Написать в Telegram — @tamvex_support"})
+             QStringList{"активна", MicrophoneAccess::explanation(MicrophoneAccess::Status::noDevice),
+                         "Показывать в панели задач", "При нажатии Ctrl+Q"})
             QVERIFY2(texts.contains(expected), qPrintable("no " + expected));
 
         // No keyboard here sends FN: the FN choice says so and points to the custom shortcut.
@@ -225,20 +206,6 @@ private slots:
         QTRY_VERIFY(settings->microphone()->granted());
     }
 
-    // Reopened the next day, the home pane files today's rows under "ВЧЕРА".
-    void homePaneRegroupsWhenItComesBack() {
-        WindowFixture fx;
-        fx.app.state->history().add(entryAt(fx.app.clock.currentDateTime(), "утренняя запись"));
-        fx.windows.openHomeAction();
-        QQuickWindow* window = fx.windows.mainWindow().window();
-        QVERIFY(QTest::qWaitForWindowExposed(window));
-        QTRY_VERIFY(visibleTexts(currentPane(window)).contains("СЕГОДНЯ"));
-        window->close();
-        fx.app.clock.advance(24 * 3600.0);
-        fx.windows.openMainWindow();
-        QTRY_VERIFY(visibleTexts(currentPane(window)).contains("ВЧЕРА"));
-    }
-
     // The list asks for every later page as the user drags to its end, not only the second; the
     // pages are appended and a rewritten entry changes its row in place, so the view keeps its place.
     void historyLoadsEveryPageAsTheUserScrolls() {
@@ -250,9 +217,8 @@ private slots:
             store.add(entryAt(now.addSecs(-3600 * 5 - i), QStringLiteral("запись %1").arg(i)));
         store.init(); // a fresh start: the first page only
         QCOMPARE(HistoryListModel(store, fx.app.clock).rowCount(), HistoryStore::pageSize);
-        fx.windows.openHomeAction();
-        QQuickWindow* window = fx.windows.mainWindow().window();
-        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QQuickWindow* window = shownOn(fx, &ShellWindows::openHomeAction);
+        QVERIFY(window);
         QQuickItem* list = findItem(window->contentItem(), "history");
         QVERIFY(list);
         HistoryListModel* rows = fx.windows.mainWindow().model()->history();
@@ -278,12 +244,6 @@ private slots:
         store.applyRetrySuccess(rows->entryAt(0).id, "новый текст", std::nullopt, std::nullopt, std::nullopt);
         QCOMPARE(changed.size(), 1);
         QCOMPARE(title(0), QString("новый текст"));
-
-        // Past midnight the same rows regroup at the next refresh.
-        QCOMPARE(rows->groupAt(0), QString("СЕГОДНЯ"));
-        fx.app.clock.advance(24 * 3600.0);
-        rows->refresh();
-        QCOMPARE(rows->groupAt(0), QString("ВЧЕРА"));
         store.clearAll();
         QVERIFY(rows->isEmpty());
     }
@@ -312,6 +272,7 @@ private slots:
         }
     }
 
+    // Reopened the next day, the same window files the retried row under "ВЧЕРА".
     void retryFromTheRowRewritesTheEntryOnScreen() {
         WindowFixture fx;
         HistoryStore& history = fx.app.state->history();
@@ -322,9 +283,8 @@ private slots:
             history.applyRetrySuccess(id, QStringLiteral("Распознанный заново текст"), std::nullopt, std::nullopt,
                                       std::nullopt);
         });
-        fx.windows.openHomeAction();
-        QQuickWindow* window = fx.windows.mainWindow().window();
-        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QQuickWindow* window = shownOn(fx, &ShellWindows::openHomeAction);
+        QVERIFY(window);
         QTRY_VERIFY(visibleTexts(currentPane(window)).contains("Ошибка: Сервер не ответил"));
         MainWindowModel* model = fx.windows.mainWindow().model();
         model->tapEntry(uuidText(failed.id));
@@ -333,6 +293,12 @@ private slots:
         fx.app.clock.advance(1.0);
         QTRY_VERIFY(visibleTexts(currentPane(window)).contains("Распознанный заново текст"));
         QVERIFY(model->retrying()->idTexts().isEmpty());
+        QVERIFY(visibleTexts(currentPane(window)).contains("СЕГОДНЯ"));
+        window->close();
+        fx.app.clock.advance(24 * 3600.0);
+        fx.windows.openMainWindow();
+        QCOMPARE(fx.windows.mainWindow().window(), window); // closing only hides
+        QTRY_VERIFY(visibleTexts(currentPane(window)).contains("ВЧЕРА"));
     }
 
     // The pane computes on coming into view and on its refresh button, at most once an hour.
@@ -344,9 +310,8 @@ private slots:
         };
         const auto totalWords = [&] { return insights.insights() ? insights.insights()->totalWords : -1; };
         dictate("раз два три");
-        fx.windows.openInsightsAction();
-        QQuickWindow* window = fx.windows.mainWindow().window();
-        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QQuickWindow* window = shownOn(fx, &ShellWindows::openInsightsAction);
+        QVERIFY(window);
         QTRY_COMPARE(totalWords(), 3);
         QTRY_VERIFY(!visibleTexts(currentPane(window)).contains("Пока недостаточно данных"));
         // Three short words: nothing for the word list; all of today's words in the last bar.
@@ -383,22 +348,17 @@ private slots:
         WindowFixture fx;
         fx.windows.showWelcomeIfNeeded();
         QQuickWindow* window = fx.windows.welcomeWindow().window();
-        QVERIFY(window);
-        QCOMPARE(window->title(), QString("Welcome to Tamvex"));
-        QCOMPARE(window->maximumSize(), QSize(620, 540));
-        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QVERIFY(window && QTest::qWaitForWindowExposed(window));
         WelcomeFlow* flow = fx.windows.welcomeWindow().flow();
-        const QStringList firstTexts[] = {{"Привет!", "Дальше"},
-                                          {"Как записывать?", "Удержание", "Назад"},
-                                          {"Для чего будешь использовать?", "Мессенджеры"},
-                                          {"Войти в Tamvex"},
-                                          {"Tamvex нужно два разрешения", "Микрофон"},
-                                          {"Готово!", "Готово"}};
+        const QString headings[] = {"Привет!",
+                                    "Как записывать?",
+                                    "Для чего будешь использовать?",
+                                    "Войти в Tamvex",
+                                    "Tamvex нужно два разрешения",
+                                    "Готово!"};
         for (int step = 0; step < 6; ++step) {
             QTRY_COMPARE(flow->step(), step);
-            const QStringList texts = visibleTexts(window->contentItem());
-            for (const QString& expected : firstTexts[step])
-                QVERIFY2(texts.contains(expected), qPrintable(QString("step %1: no %2").arg(step).arg(expected)));
+            QVERIFY2(visibleTexts(window->contentItem()).contains(headings[step]), qPrintable(headings[step]));
             QVERIFY(colourCount(window->grabWindow()) > 10);
             if (step == 2)
                 flow->toggleUseCase("ai");

@@ -97,38 +97,34 @@ struct UpdateRig {
 class ShellRulesTest : public QObject {
     Q_OBJECT
 private slots:
-    void historyGroupsFollowTheCalendar_data() {
-        QTest::addColumn<QDateTime>("now");
-        QTest::addColumn<QList<QDateTime>>("dates"); // newest first, as the store keeps them
-        QTest::addColumn<QStringList>("groups");
-        const QDateTime eve = local(2026, 12, 31, 23, 59, 30);
-        QTest::newRow("new year's eve, before midnight")
-            << local(2026, 12, 31, 23, 59, 59) << QList{eve} << QStringList{"СЕГОДНЯ:1"};
-        QTest::newRow("new year's eve, after midnight")
-            << local(2027, 1, 1, 0, 0, 1) << QList{eve} << QStringList{"ВЧЕРА:1"};
-        QTest::newRow("two days after") << local(2027, 1, 2, 0, 0, 1) << QList{eve} << QStringList{"31 декабря:1"};
-        QTest::newRow("order: today, yesterday, older newest first")
-            << local(2026, 3, 10, 9)
-            << QList{local(2026, 3, 10, 8), local(2026, 3, 9, 23), local(2026, 3, 9, 0), local(2026, 3, 5),
-                     local(2026, 2, 28)}
-            << QStringList{"СЕГОДНЯ:1", "ВЧЕРА:2", "5 марта:1", "28 февраля:1"};
-        QTest::newRow("same day of two years shares one group")
-            << local(2026, 3, 10) << QList{local(2026, 3, 5), local(2025, 5, 1), local(2025, 3, 5)}
-            << QStringList{"5 марта:2", "1 мая:1"};
-    }
     void historyGroupsFollowTheCalendar() {
-        QFETCH(QDateTime, now);
-        QFETCH(QList<QDateTime>, dates);
-        QFETCH(QStringList, groups);
-        QList<HistoryEntry> entries;
-        for (const QDateTime& d : dates)
-            entries << entryAt(d);
-        const auto result = historyGroups(entries, now);
-        QCOMPARE(titlesOf(result), groups);
-        // Within a group the store's order (newest first) stays.
-        for (const auto& g : result)
-            for (int i = 1; i < g.entries.size(); ++i)
-                QVERIFY(entries.indexOf(g.entries[i - 1]) < entries.indexOf(g.entries[i]));
+        const QDateTime eve = local(2026, 12, 31, 23, 59, 30);
+        const struct {
+            QDateTime now;
+            QList<QDateTime> dates; // newest first, as the store keeps them
+            QStringList groups;
+        } cases[] = {
+            {local(2026, 12, 31, 23, 59, 59), {eve}, {"СЕГОДНЯ:1"}}, // new year's eve, before midnight
+            {local(2027, 1, 1, 0, 0, 1), {eve}, {"ВЧЕРА:1"}},        // and after it
+            {local(2027, 1, 2, 0, 0, 1), {eve}, {"31 декабря:1"}},
+            {local(2026, 3, 10, 9),
+             {local(2026, 3, 10, 8), local(2026, 3, 9, 23), local(2026, 3, 9, 0), local(2026, 3, 5),
+              local(2026, 2, 28)},
+             {"СЕГОДНЯ:1", "ВЧЕРА:2", "5 марта:1", "28 февраля:1"}},
+            // The same day of two years shares one group.
+            {local(2026, 3, 10), {local(2026, 3, 5), local(2025, 5, 1), local(2025, 3, 5)}, {"5 марта:2", "1 мая:1"}},
+        };
+        for (const auto& c : cases) {
+            QList<HistoryEntry> entries;
+            for (const QDateTime& d : c.dates)
+                entries << entryAt(d);
+            const auto result = historyGroups(entries, c.now);
+            QCOMPARE(titlesOf(result), c.groups);
+            // Within a group the store's order (newest first) stays.
+            for (const auto& g : result)
+                for (int i = 1; i < g.entries.size(); ++i)
+                    QVERIFY(entries.indexOf(g.entries[i - 1]) < entries.indexOf(g.entries[i]));
+        }
     }
 
     void rowTitlesAndDetails() {
@@ -140,7 +136,6 @@ private slots:
         } cases[] = {
             {"Первая строка\nвторая", {}, "Первая строка"},
             {s70, {}, QString(60, u'ж')},
-            {"", {}, "(пустая)"},
             {"\nтекст со второй строки", {}, "(пустая)"},
             {"текст", QString(50, u'о'), "Ошибка: " + QString(40, u'о')},
             {"", QString(""), "Ошибка: "},
@@ -203,8 +198,6 @@ private slots:
         status = 1;
         clock.advance(10.0);
         QCOMPARE(poll.status(), 0); // nobody reads any more
-        poll.refresh();             // the row being shown again
-        QCOMPARE(poll.status(), 1);
 
         // A grant ends the poll at the next round.
         status = 0;
@@ -239,37 +232,30 @@ private slots:
         QCOMPARE(clock.pendingTimers(), 0);
     }
 
+    // Which row each state shows, and the texts composed from its values.
     void localModelRowsFollowTheDownloadState() {
         using S = ModelDownloadState;
-        using Row = LocalModelSection::Row;
-        const QString name = LocalModelSection::modelName();
         const QString once = "Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн.";
-        const Row notDownloaded{"notDownloaded", "", "", once, "", 0.0, "Скачать модель", "arrow.down.circle.fill"};
-        const auto downloading = [&](double progress, const QString& percent) {
-            return Row{"downloading", "", "Скачивается " + name, "", percent, progress, "Отменить", ""};
-        };
         const struct {
             S state;
             std::optional<qint64> fileSize;
-            Row row;
+            QString phase, text;
         } cases[] = {
-            {S::idle(), {}, notDownloaded},
+            {S::idle(), {}, "notDownloaded", once},
             // A file found on disk is ready without a download in this run.
-            {S::idle(), 574041195, {"ready", "checkmark.seal.fill", name, "Готово · занимает 574 МБ"}},
-            {S::completed(), 1549000000, {"ready", "checkmark.seal.fill", name, "Готово · занимает 1,5 ГБ"}},
-            {S::completed(), {}, notDownloaded}, // deleted after it was proved: nothing to show as ready
-            {S::downloading(0.4279), {}, downloading(0.4279, "42%")},
-            {S::downloading(1.0), {}, downloading(1.0, "100%")},
-            {S::verifying(), 574041195, {"verifying", "", "", "Проверяем целостность файла…"}},
+            {S::idle(), 574041195, "ready", "Готово · занимает 574 МБ"},
+            {S::completed(), 1549000000, "ready", "Готово · занимает 1,5 ГБ"},
+            {S::completed(), {}, "notDownloaded", once}, // deleted after it was proved: nothing to show as ready
+            {S::downloading(0.4279), {}, "downloading", "42%"},
             {S::failed("The network connection was lost."),
              {},
-             {"failed", "exclamationmark.triangle.fill", "", "Ошибка скачивания: The network connection was lost.", "",
-              0.0, "Попробовать снова", "arrow.clockwise"}},
+             "failed",
+             "Ошибка скачивания: The network connection was lost."},
         };
         for (const auto& c : cases) {
-            const Row row = LocalModelSection::rowFor(c.state, c.fileSize);
-            QVERIFY2(row == c.row, qPrintable(c.state.toString() + ": " + row.phase + " / " + row.title + " / " +
-                                              row.text + " / " + row.percentText + " / " + row.buttonText));
+            const LocalModelSection::Row row = LocalModelSection::rowFor(c.state, c.fileSize);
+            QCOMPARE(row.phase, c.phase);
+            QCOMPARE(row.text + row.percentText, c.text);
         }
 
         // The button downloads, then cancels.
@@ -318,18 +304,15 @@ private slots:
         QCOMPARE(flow.step(), 1);
         for (int i = 0; i < 4; ++i)
             flow.advance(); // login and permissions may be skipped
-        QCOMPARE(flow.advanceTitle(), QString("Готово"));
         flow.advance();
         // A step event for each step taken, none for a refused one or the last step.
         QCOMPARE(events.names(), QStringList(6, "onboarding_step_advanced") << "onboarding_completed");
         QCOMPARE(events.propertiesOf("onboarding_step_advanced"),
                  (QVariantMap{{"from_step", 0}, {"to_step", 1}, {"step_name", "hotkey"}}));
-        QCOMPARE(events.at(1).at(1).toMap().value("step_name"), QVariant("use_cases"));
         QCOMPARE(events.propertiesOf("onboarding_completed"),
                  (QVariantMap{{"byok_key_entered", false}, {"use_cases_count", 2}}));
         QCOMPARE(finished.size(), 1);
         QVERIFY(settings.onboardingCompleted() && settings.useEmbeddedKey());
-        QCOMPARE(WelcomeFlow::stepName(7), QString("step_7"));
 
         // A key given at the start is stored trimmed and turns the embedded key off.
         WelcomeFlow withKey(settings, 5, "  sk-or-v1-abc\n");
@@ -377,95 +360,47 @@ private slots:
         check.disappear();
     }
 
-    void recordingWhiskers() {
-        const QList<double> floor{4, 4, 4, 4, 4};
-        const QList<double> full{13.9, 18.4, 22, 18.4, 13.9};
-        const struct {
-            double level;
-            QList<double> heights;
-        } cases[] = {
-            {-70.0, floor},                        // below the floor
-            {-60.0, floor},                        // the floor
-            {-30.0, {8.95, 11.2, 13, 11.2, 8.95}}, // half way
-            {0.0, full},                           // full scale
-            {5.0, full},                           // clamped
-            {-160.0, floor},                       // silence
-        };
-        for (const auto& c : cases)
-            for (int i = 0; i < 5; ++i) {
-                const double h = whiskerHeight(i, CatMode::recording, c.level, 0.37);
-                QVERIFY2(near(h, c.heights[i]),
-                         qPrintable(QString("%1 dB, whisker %2: %3").arg(c.level).arg(i).arg(h)));
-            }
-    }
-
-    // The purr ignores the level; its middle whisker runs from 6 to 20, the ends from 6 to 14.4,
-    // and the wave moves along the whiskers by 0.22 of a half turn each.
-    void purr() {
+    // Recording whiskers follow the level from -60 dB to 0 dB, clamped either side; the purr ignores
+    // the level and its wave moves along the whiskers by 0.22 of a half turn each.
+    void whiskerHeights() {
+        using enum CatMode;
         const struct {
             int index;
-            double phase;
-            double height;
+            CatMode mode;
+            double level, phase, height;
         } cases[] = {
-            {2, 0.81, 20.0}, // middle, top of the wave
-            {2, 0.31, 6.0},  // middle, bottom
-            {2, 0.06, 13.0}, // middle, zero crossing
-            {0, 0.25, 14.4}, // first, top
-            {0, 0.75, 6.0},  // first, bottom
-            {4, 0.37, 14.4}, // last, top: (0.88 + 0.37) π
-            {1, 0.0, 0.85 * 14 * (std::sin(0.44 * M_PI) + 1) / 2 + 6},
-        };
-        for (const auto& c : cases)
-            for (double level : {-160.0, 0.0}) {
-                const double h = whiskerHeight(c.index, CatMode::processing, level, c.phase);
-                QVERIFY2(near(h, c.height),
-                         qPrintable(QString("whisker %1 at %2: %3").arg(c.index).arg(c.phase).arg(h)));
-            }
-        for (int step = 0; step <= 1000; ++step) {
-            const double t = 1.7e9 + step * 0.0137;
-            const double phase = purrPhase(t);
-            QVERIFY(phase >= 0 && phase < 1);
-            QVERIFY(qAbs(purrPhase(t + purrPeriod) - phase) < 1e-6);
-            for (int i = 0; i < 5; ++i) {
-                const double h = whiskerHeight(i, CatMode::processing, -30, phase);
-                QVERIFY2(h >= 6 - 1e-9 && h <= 20 + 1e-9, qPrintable(QString::number(h)));
-            }
-        }
-    }
-
-    void thinkingDots() {
-        // b = (t / 0.9 + 0.2 i) π, s = (sin 2b + 1) / 2.
-        const struct {
-            int index;
-            double t;
-            DotPose pose;
-        } cases[] = {
-            {0, 0.0, {-2.0, 0.725}},              // at rest
-            {0, 0.225, {-4.0, 1.0}},              // at the top
-            {0, 0.675, {0.0, 0.45}},              // at the bottom
-            {1, 0.045, {-4.0, 1.0}},              // lags a fifth
-            {2, 0.9 + 0.675 - 0.36, {0.0, 0.45}}, // a period later
+            {2, recording, -70.0, 0.37, 4.0}, // below the floor
+            {1, recording, -30.0, 0.0, 11.2}, // half way
+            {3, recording, 0.0, 0.0, 18.4},   // full scale
+            {4, recording, 0.0, 0.0, 13.9},
+            {2, recording, 5.0, 0.0, 22.0},      // clamped
+            {2, processing, -160.0, 0.81, 20.0}, // middle, top of the wave
+            {0, processing, 0.0, 0.75, 6.0},     // first, bottom
+            {4, processing, -160.0, 0.37, 14.4}, // last, top: (0.88 + 0.37) π
+            {1, processing, -30.0, 0.0, 0.85 * 14 * (std::sin(0.44 * M_PI) + 1) / 2 + 6},
         };
         for (const auto& c : cases) {
-            const DotPose pose = thinkingDot(c.index, c.t);
-            QVERIFY2(
-                near(pose.offset, c.pose.offset) && near(pose.opacity, c.pose.opacity),
-                qPrintable(QString("dot %1 at %2: %3, %4").arg(c.index).arg(c.t).arg(pose.offset).arg(pose.opacity)));
+            const double h = whiskerHeight(c.index, c.mode, c.level, c.phase);
+            QVERIFY2(near(h, c.height),
+                     qPrintable(QString("whisker %1 at %2 dB, %3: %4").arg(c.index).arg(c.level).arg(c.phase).arg(h)));
+        }
+        for (const double t : {1.7e9, 1.7e9 + 0.7, 1.7e9 + 1.3999}) {
+            QVERIFY(purrPhase(t) >= 0 && purrPhase(t) < 1);
+            QVERIFY(qAbs(purrPhase(t + purrPeriod) - purrPhase(t)) < 1e-6);
         }
     }
 
     void panelPosition() {
-        // A panel at the bottom of 1920x1080 with a 40 px task bar at the bottom; then a second
-        // screen to the right with a panel on the left: the area does not start at 0.
+        // A 40 px task bar at the bottom of 1920x1080 and a pending nudge; then a second screen to
+        // the right with a panel on the left: the area does not start at 0. The desktop test sees
+        // the plain 6 and 28 px gaps on a real X server.
         const struct {
             QRect available;
             QSize size;
             bool nudge;
             QPoint topLeft;
         } cases[] = {
-            {QRect(0, 0, 1920, 1040), QSize(126, 44), false, QPoint(897, 990)},
-            {QRect(0, 0, 1920, 1040), QSize(126, 44), true, QPoint(897, 968)},
-            {QRect(0, 0, 1920, 1040), QSize(127, 44), false, QPoint(896, 990)}, // odd width rounds left
+            {QRect(0, 0, 1920, 1040), QSize(127, 44), true, QPoint(896, 968)}, // odd width rounds left
             {QRect(1920 + 60, 32, 2560 - 60, 1440 - 32), QSize(300, 60), false, QPoint(1980 + 1100, 1440 - 6 - 60)},
         };
         for (const auto& c : cases)
@@ -492,10 +427,8 @@ private slots:
         QTest::newRow("newer build") << feed({"4", "6", "5"}) << "6" << false << false;
         QTest::newRow("newer by its second number") << feed({"5.1"}) << "5.1" << false << false;
         QTest::newRow("same build") << feed({"5"}) << "" << true << false;
-        QTest::newRow("older build") << feed({"3", "4"}) << "" << true << false;
         QTest::newRow("no release") << feed({}) << "" << true << false;
         QTest::newRow("malformed") << QByteArray("<rss><channel><item>") << "" << false << true;
-        QTest::newRow("not a feed") << QByteArray("{\"json\": true}") << "" << false << true;
     }
 
     void updateFeedAgainstOurBuild() {
@@ -524,18 +457,6 @@ private slots:
         }
     }
 
-    void updateChecksInTheBackgroundSayNothingButAFind() {
-        UpdateRig rig;
-        rig.serve(QByteArray("garbage"));
-        syncWait(rig.updates.check(false));
-        QVERIFY(rig.prompter.failures.isEmpty() && rig.prompter.upToDate == 0);
-        rig.prompter.accept = false; // "Позже"
-        rig.serve(feed({"9"}));
-        syncWait(rig.updates.check(false));
-        QCOMPARE(rig.prompter.offered.size(), 1);
-        QVERIFY(rig.prompter.opened.isEmpty());
-    }
-
     void updateFeedThatNeverAnswersGivesUpOnTheClock() {
         UpdateRig rig;
         rig.serve(feed({"9"}), 60000);
@@ -550,6 +471,8 @@ private slots:
         QCOMPARE(rig.prompter.failures.size(), 1);
     }
 
+    // The checks of the schedule say nothing unless they find a build: up to date, failed, then a
+    // newer build that the user puts off.
     void updateChecksOnceADay() {
         UpdateRig rig;
         rig.serve(feed({"5"}));
@@ -562,17 +485,21 @@ private slots:
             first->start();
             QVERIFY(fetchesAfter(59.9, 0));
             QVERIFY(fetchesAfter(0.1, 1)); // a minute after launch
+            rig.serve(QByteArray("garbage"));
             QVERIFY(fetchesAfter(86399.9, 1));
             QVERIFY(fetchesAfter(0.1, 2)); // a day later
         }
         // Restarted an hour later: the next check comes a day after the last one kept in the settings.
         rig.clock.advance(3600.0);
+        rig.prompter.accept = false; // "Позже"
+        rig.serve(feed({"9"}));
         const auto second = rig.controller();
         second->start();
         QVERIFY(fetchesAfter(60.0, 2));
         QVERIFY(fetchesAfter(86400.0 - 3600.0 - 60.0 - 0.1, 2));
         QVERIFY(fetchesAfter(0.1, 3));
-        QCOMPARE(rig.prompter.offered.size() + rig.prompter.upToDate + rig.prompter.failures.size(), qsizetype(0));
+        QVERIFY(spinUntil([&] { return rig.prompter.offered.size() == 1; }));
+        QVERIFY(rig.prompter.opened.isEmpty() && rig.prompter.failures.isEmpty() && rig.prompter.upToDate == 0);
     }
 };
 
