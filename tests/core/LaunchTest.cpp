@@ -61,7 +61,6 @@ private slots:
         QTest::newRow("first launch ever") << QStringList{"-", "-"} << QStringList{"1.2", "7"} << "";
         QTest::newRow("same version and build") << QStringList{"1.2", "7"} << QStringList{"1.2", "7"} << "";
         QTest::newRow("new version") << QStringList{"1.1", "7"} << QStringList{"1.2", "7"} << "1.1/7";
-        QTest::newRow("new build only") << QStringList{"1.2", "6"} << QStringList{"1.2", "7"} << "1.2/6";
         QTest::newRow("stored build absent, same version")
             << QStringList{"1.2", "-"} << QStringList{"1.2", "7"} << "1.2/unknown";
         QTest::newRow("current build unknown") << QStringList{"1.2", "7"} << QStringList{"1.2", ""} << "1.2/7";
@@ -94,7 +93,6 @@ private slots:
         const auto key = [](int code, Qt::KeyboardModifiers mods, quint32 scan) {
             return QuitShortcut::isQuitKey(QKeyEvent(QEvent::KeyPress, code, mods, scan, 0, 0));
         };
-        QVERIFY(key(Qt::Key_Q, Qt::ControlModifier, 0));
         QVERIFY(key(0x6ca /* й */, Qt::ControlModifier, 24)); // Russian layout active
         QVERIFY(!key(Qt::Key_Q, Qt::NoModifier, 24));
         QVERIFY(!key(Qt::Key_Q, Qt::ControlModifier | Qt::ShiftModifier, 24));
@@ -107,7 +105,6 @@ private slots:
         LogCapture log;
         Launch l;
         QCOMPARE(l.tracked.names().mid(0, 1), QStringList{"app_launched"});
-        QVERIFY(!l.tracked.names().contains("app_updated"));
         QCOMPARE(l.tracked[0][1].toMap(), (QVariantMap{{"version", TAMVEX_VERSION},
                                                        {"build", TAMVEX_BUILD_NUMBER},
                                                        {"logged_in", false},

@@ -93,15 +93,13 @@ private slots:
 
     void dictatesIntoTheFocusedField() {
         // Signed in to the service, as a restart finds it: the token alone.
-        for (const auto& [key, value] : {std::pair{"onboarding_done_v2", "true"}, {"use_embedded_key", "true"}}) {
-            const CommandOutput r = tamvex({"settings", "set", key, value});
-            QVERIFY2(r.code == 0, qPrintable(r.err));
-        }
         const QString token = devCall(m_service->base, "POST", "/__dev/users",
                                       {{"phone", "+79990001122"}, {"balance_tokens", 100000}})["access_token"]
                                   .toString();
-        QVERIFY(!token.isEmpty());
-        Defaults(m_user.path() + "/config/Tamvex/Tamvex.json").setString("sorvel_access_token", token);
+        Defaults stored(m_user.path() + "/config/Tamvex/Tamvex.json");
+        stored.setBool("onboarding_done_v2", true);
+        stored.setBool("use_embedded_key", true);
+        stored.setString("sorvel_access_token", token);
 
         // A Russian layout alone: no layout types a Latin "v", and the paste must land all the same.
         auto usLayoutAgain = qScopeGuard([] { useKeyboardLayout({"us"}, 0); });
@@ -110,9 +108,7 @@ private slots:
         QVERIFY(target.ready);
         const QString route = kProxyPath, text = "Привет, это диктовка через сервис.";
         const QJsonObject answer = QJsonDocument::fromJson(chatAnswer(text)).object();
-        QVERIFY(
-            !devCall(m_service->base, "POST", "/__dev/script", {{"route", route}, {"status", 200}, {"body", answer}})
-                 .isNull());
+        devCall(m_service->base, "POST", "/__dev/script", {{"route", route}, {"status", 200}, {"body", answer}});
 
         QProcess app;
         app.setProcessEnvironment(m_env);
@@ -145,7 +141,6 @@ private slots:
         const QJsonObject done = entries[0].toObject();
         QCOMPARE(done["text"].toString(), text);
         QCOMPARE(done["appContext"].toString(), QStringLiteral("input_paste_target"));
-        QVERIFY(!done.contains("errorMessage") && !done.contains("audioPath"));
         const QJsonArray sent = requests(route);
         QCOMPARE(sent.size(), 1);
         QCOMPARE(sent[0].toObject().value("headers")["authorization"].toString(), "Bearer " + token);
