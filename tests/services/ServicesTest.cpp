@@ -402,7 +402,6 @@ private slots:
         OpenRouterService service(OpenRouterService::Mode::proxy(token), env.selector);
         const auto result = syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2));
         QCOMPARE(result.text, QString("С апстрима"));
-        QCOMPARE(result.usage->costUSD, 0.002);
         QCOMPARE(proxy.user("+15550001111")->balanceTokens, 500.0);
         const auto forwarded = upstream.received("/api/v1/chat/completions").at(0);
         QCOMPARE(forwarded.header("Authorization"), QByteArray("Bearer sk-upstream"));
