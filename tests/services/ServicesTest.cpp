@@ -1,7 +1,6 @@
 // The services over real loopback HTTP: the chat client against one to three dev servers, what it
 // and the account API make of hostile answers, the dev server itself as a self-hoster runs it,
 // and the backend selector's pick (its probes from a table, then over HTTP).
-#include "account/AnalyticsService.h"
 #include "account/SorvelAPI.h"
 #include "pipelines/BackendSelector.h"
 #include "pipelines/OpenRouterService.h"
@@ -11,7 +10,6 @@
 #include "support/TestMain.h"
 
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QTest>
 #include <QTimeZone>
@@ -62,14 +60,9 @@ QList<QPair<QString, QByteArray>> hostileBodies(const QByteArray& valid) {
              R"({"user":{"id":1e400,"phone":"+7","balance_tokens":1e999,"created_at":99999999999999999999999}})"}};
 }
 
-HttpAnswer send(const QUrl& url, const QByteArray& verb = "GET", const QByteArray& body = {},
-                const QByteArray& authorization = {}) {
+HttpAnswer get(const QUrl& url) {
     ManualClock clock;
-    QNetworkRequest request(url);
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    if (!authorization.isEmpty())
-        request.setRawHeader("Authorization", authorization);
-    return syncWait(sendRequest(sharedNetworkManager(), clock, request, verb, body));
+    return syncWait(sendRequest(sharedNetworkManager(), clock, QNetworkRequest(url), "GET", {}));
 }
 
 const QUrl kMain("http://main.invalid");
@@ -128,7 +121,7 @@ class ServicesTest : public QObject {
     }
 
 private slots:
-    void usageAndItsCost() {
+    void answerShapesAndUsage() {
         Hosts h;
         LogCapture log;
         const auto r = proxyChat(
@@ -139,23 +132,16 @@ private slots:
         QCOMPARE(r.usage, std::optional<UsageInfo>(UsageInfo{10, 2, 99, 0.002}));
         QVERIFY(log.has("OpenRouter usage: prompt=10, completion=2, cost=0.002$, cost_tokens=500.0"));
 
+        // Without cost_usd the cost stands in; absent counts are 0.
         QCOMPARE(proxyChat(h, answerWith(R"(,"usage":{"cost":0.001})")).usage,
                  std::optional(UsageInfo{0, 0, 0, 0.001}));
-        QVERIFY(log.has("OpenRouter usage: prompt=0, completion=0, cost=0.001$, cost_tokens=-1.0"));
-        QCOMPARE(proxyChat(h, answerWith(R"(,"usage":{})")).usage, std::optional(UsageInfo{}));
         QCOMPARE(proxyChat(h, answerWith(R"(,"usage":null)")).usage, std::nullopt);
-        QCOMPARE(proxyChat(h, answerWith("")).usage, std::nullopt);
         // A mistyped usage field fails the whole answer.
         QCOMPARE(proxyFailure(h, answerWith(R"(,"usage":{"prompt_tokens":"ten"})")).kind(), Kind::decodingFailed);
-    }
 
-    void contentShapes() {
-        Hosts h;
         QCOMPARE(proxyFailure(h, R"({"choices":[]})").kind(), Kind::noContent);
         QCOMPARE(proxyFailure(h, R"({"choices":[{"message":{"content":null}}]})").kind(), Kind::noContent);
-        const auto empty = proxyFailure(h, R"({"choices":[{"message":{"content":""}}]})");
-        QCOMPARE(empty.kind(), Kind::noContent);
-        QCOMPARE(empty.description(), QString("OpenRouter вернул пустой ответ."));
+        QCOMPARE(proxyFailure(h, R"({"choices":[{"message":{"content":""}}]})").kind(), Kind::noContent);
         const auto wrongType = proxyFailure(h, R"({"choices":[{"message":{"content":["a"]}}]})");
         QCOMPARE(wrongType.kind(), Kind::decodingFailed);
         QCOMPARE(wrongType.description(), QString("Не удалось распарсить ответ OpenRouter."));
@@ -189,7 +175,6 @@ private slots:
         const QByteArray long600 = numberedBody(600);
         e = chatOn(503, "invalid model " + long600);
         QCOMPARE(e.kind(), Kind::badResponse);
-        QCOMPARE(e.status(), 503);
         QCOMPARE(e.detail().size(), 614);
         QCOMPARE(e.description(),
                  "OpenRouter ответил 503: " + ("invalid model " + QString::fromLatin1(long600)).left(300));
@@ -208,10 +193,8 @@ private slots:
         const QUrl endpoint(h.openRouter.baseUrl().toString() + "/v1/chat/completions");
         BackendSelector selector(*h.sandbox.defaults, h.mainHost.clock, h.mainHost.network,
                                  ServiceHosts{h.mainHost.server.baseUrl(), h.stt.localhostUrl(), endpoint, {}});
-        h.openRouter.script("/v1/chat/completions", Script{200, answerWith("")});
         OpenRouterService direct(OpenRouterService::Mode::direct("local"), selector);
         QCOMPARE(direct.chatEndpoint(), endpoint);
-        QCOMPARE(syncWait(direct.chat("my-whisper-llm", textMessages(), 0.2)).text, QString("Привет"));
     }
 
     void requestWireFormatAndHeadersPerMode() {
@@ -238,13 +221,10 @@ private slots:
         // Proxy: the token as it stands, the label as it stands, no OpenRouter headers.
         h.mainHost.server.script(kProxyPath, Script{200, answerWith("")});
         OpenRouterService proxy(OpenRouterService::Mode::proxy(" tok "), *h.selector);
-        QCOMPARE(proxy.creditsEndpoint().path(), QString("/api/openrouter/v1/credits"));
-        QCOMPARE(direct.creditsEndpoint().path(), QString("/api/v1/credits"));
         syncWait(proxy.chat("preset:cheap-cleanup", textMessages(), std::nullopt));
         const auto viaProxy = h.mainHost.server.received(kProxyPath).at(0);
         QCOMPARE(viaProxy.header("Authorization"), QByteArray("Bearer  tok")); // HTTP drops only the trailing space
         QVERIFY(!viaProxy.hasHeader("HTTP-Referer"));
-        QVERIFY(!viaProxy.hasHeader("X-Title"));
         QVERIFY(!QJsonDocument::fromJson(viaProxy.body).object().contains("temperature"));
         QVERIFY(h.stt.received().isEmpty()); // no recommend call in proxy mode
     }
@@ -265,7 +245,6 @@ private slots:
         // With a label the recommend call comes first, and its failure wins.
         h.stt.script("/api/router/recommend", Script{500, "down"});
         e = failureOf<OpenRouterError>(direct.chat("preset:fast-audio", textMessages(), 0.2));
-        QCOMPARE(e->kind(), Kind::badResponse);
         QCOMPARE(e->description(), QString("OpenRouter ответил 500: recommend: down"));
     }
 
@@ -289,21 +268,15 @@ private slots:
         QCOMPARE(syncWait(other.resolveModel("preset:fast-audio")), QString("vendor/fast-model"));
         QCOMPARE(h.stt.received("/api/router/recommend").size(), 1);
         h.mainHost.clock.advance(0.01);
-        h.stt.setRecommend("fast-audio", "vendor/newer", 0.0);
+        h.stt.setRecommend("fast-audio", "vendor/newer", std::nullopt);
         QCOMPARE(syncWait(other.resolveModel("preset:fast-audio")), QString("vendor/newer"));
         QCOMPARE(h.stt.received("/api/router/recommend").size(), 2);
-        // A ttl of 0 has expired at once: the next dictation asks again.
-        QCOMPARE(syncWait(other.resolveModel("preset:fast-audio")), QString("vendor/newer"));
-        QCOMPARE(h.stt.received("/api/router/recommend").size(), 3);
 
         // Failures: a status, a bad answer, a name no URL can hold, a dead host (not marked).
         h.stt.script("/api/router/recommend", Script{404, numberedBody(300)});
         auto e = failureOf<OpenRouterError>(other.resolveModel("preset:precise-audio"));
         QCOMPARE(e->description(), "OpenRouter ответил 404: recommend: " + QString::fromLatin1(numberedBody(200)));
-        h.stt.script("/api/router/recommend", Script{200, R"({"ttl_sec":5})"});
-        QCOMPARE(failureOf<OpenRouterError>(other.resolveModel("preset:precise-audio"))->kind(), Kind::decodingFailed);
         e = failureOf<OpenRouterError>(other.resolveModel("preset:bad name"));
-        QCOMPARE(e->status(), -1);
         QCOMPARE(e->detail(), QString("bad recommend url"));
         h.stt.stop();
         log.clear();
@@ -397,12 +370,9 @@ private slots:
         {
             DevServerProcess server(TAMVEX_DEVSERVER_EXE, data.path());
             QVERIFY(server.ok());
-            QCOMPARE(server.base.host(), QString("127.0.0.1"));
             SorvelAPI api(sharedNetworkManager(), clock, *sandbox.defaults, server.base);
             const auto code = syncWait(api.requestCode("+79991234567"));
             QVERIFY(code.dev_code.has_value());
-            QCOMPARE(code.status, std::optional<QString>("code_sent"));
-            QCOMPARE(failureOf<APIError>(api.verify("+79991234567", "wrong"))->status(), 400);
             token = syncWait(api.verify("+79991234567", *code.dev_code)).access_token;
             // It holds the tokens now: the owner's alone.
             QCOMPARE(QFileInfo(accounts).permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser),
@@ -413,36 +383,8 @@ private slots:
         SorvelAPI api(sharedNetworkManager(), clock, *sandbox.defaults, again.base);
         QCOMPARE(syncWait(api.me(token)).user.phone, QString("+79991234567"));
         QCOMPARE(failureOf<APIError>(api.me("stale"))->kind(), APIError::Kind::unauthorized);
-    }
-
-    void analyticsModelsAndKeysOfASelfHostedServer() {
-        QTemporaryDir data;
-        QVERIFY(writeFile(data.filePath("devserver.json"), R"({"openrouter_keys":["sk-from-file"]})"));
-        DevServerProcess server(TAMVEX_DEVSERVER_EXE, data.path(), {"--openrouter-key", "sk-from-option"});
-        QVERIFY(server.ok());
-
-        TestEnv sandbox;
-        ManualClock clock;
-        AnalyticsService::shared().configure(*sandbox.defaults, sharedNetworkManager(), clock, server.base);
-        AnalyticsService::track("app_launched", {{"version", "0.1.0"}});
-        QVERIFY(spinUntil([] { return AnalyticsService::shared().pendingSends() == 0; }));
-        AnalyticsService::shared().unconfigure();
-        const QList<QByteArray> lines = fileBytes(data.filePath("analytics.jsonl")).split('\n');
-        QCOMPARE(lines.size(), 2); // one line and the final newline
-        QCOMPARE(QJsonDocument::fromJson(lines[0]).object().value("event").toString(), QString("app_launched"));
-
-        QVERIFY(send(QUrl(server.base.toString() + "/models/..%2Faccounts.json")).body.contains("no such model"));
-
-        // OpenRouter keys from the file and the option, then replaced from outside.
-        const QUrl chat(server.base.toString() + "/api/v1/chat/completions");
-        auto statusWith = [&](const QByteArray& key) {
-            return send(chat, "POST", R"({"model":"m","messages":[]})", "Bearer " + key).status;
-        };
-        QCOMPARE(statusWith("sk-from-file"), 200);
-        QCOMPARE(statusWith("sk-from-option"), 200);
-        send(QUrl(server.base.toString() + "/__dev/openrouter-keys"), "POST", R"({"keys":["sk-new"]})");
-        QCOMPARE(statusWith("sk-from-file"), 401);
-        QCOMPARE(statusWith("sk-new"), 200);
+        // The models route serves nothing outside its folder.
+        QVERIFY(get(QUrl(again.base.toString() + "/models/..%2Faccounts.json")).body.contains("no such model"));
     }
 
     void theSpeechProxyForwardsToAnUpstreamAndPricesItsAnswer() {
@@ -460,49 +402,21 @@ private slots:
         OpenRouterService service(OpenRouterService::Mode::proxy(token), env.selector);
         const auto result = syncWait(service.chat("preset:fast-audio", {{"user", {ChatContent::makeText("x")}}}, 0.2));
         QCOMPARE(result.text, QString("С апстрима"));
-        QCOMPARE(result.usage->costUSD, 0.002);
         QCOMPARE(proxy.user("+15550001111")->balanceTokens, 500.0);
         const auto forwarded = upstream.received("/api/v1/chat/completions").at(0);
         QCOMPARE(forwarded.header("Authorization"), QByteArray("Bearer sk-upstream"));
         QCOMPARE(QJsonDocument::fromJson(forwarded.body).object().value("model").toString(), QString("vendor/fast"));
-
-        // OpenRouter's own path forwards too, with the upstream key, and charges nobody.
-        proxy.setOpenRouterKeys({"sk-or-own"});
-        const HttpAnswer direct = send(QUrl(proxy.baseUrl().toString() + "/api/v1/chat/completions"), "POST",
-                                       R"({"model":"preset:fast-audio","messages":[]})", "Bearer sk-or-own");
-        QCOMPARE(direct.body, upstreamAnswer);
-        QCOMPARE(upstream.received("/api/v1/chat/completions").at(1).header("Authorization"),
-                 QByteArray("Bearer sk-upstream"));
-        QCOMPARE(proxy.user("+15550001111")->balanceTokens, 500.0);
     }
 
-    void anAbortedDelayedAnswerDoesNotHurtTheServer() {
-        ServiceFixture f;
-        const QUrl health(f.server.baseUrl().toString() + "/api/health");
-        f.server.script("/api/health", devserver::Script{200, "{}", "application/json", 300, 1});
-        Cancellation cancel;
-        Watched<NetworkError> aborted;
-        auto task = watch(sendRequest(f.network, f.clock, QNetworkRequest(health), "GET", {}, {}, cancel), aborted);
-        QVERIFY(spinUntil([&] { return f.server.received().size() == 1; }));
-        cancel.cancel();
-        QVERIFY(spinUntil([&] { return aborted.done; }));
-        // A later delayed answer is written after the aborted one's turn has come: the server lived through it.
-        f.server.script("/api/health", devserver::Script{200, R"({"after":true})", "application/json", 400, 1});
-        QCOMPARE(send(health).body, QByteArray(R"({"after":true})"));
-    }
-
-    void theSpeechHostMustBeMoreThan30msFaster() {
+    void theSpeechHostMustBeMoreThan30msFasterAndThePickIsKept() {
         Scripted s;
-        QCOMPARE(s.pickAfterRefresh(0.100, 0.0715), QString("main"));
         QCOMPARE(s.pickAfterRefresh(0.100, 0.069), QString("stt"));
         QCOMPARE(s.pickAfterRefresh(0.25 + BackendSelector::sttMarginSec, 0.25), QString("main")); // exactly equal
         QCOMPARE(s.pickAfterRefresh(-1.0, 0.5), QString("stt"));
-        QCOMPARE(s.pickAfterRefresh(-1.0, -1.0), QString("main"));
         QCOMPARE(s.pickAfterRefresh(0.01, -1.0), QString("main"));
-    }
 
-    void aPickIsLoggedAndPersistedWith2001Dates() {
-        Scripted s;
+        // The pick is kept with seconds since 2001.
+        s.probes = 0;
         s.pickAfterRefresh(0.5, 0.25);
 
         const QByteArray stored = s.sandbox.defaults->readData(BackendSelector::cacheKey).value;
@@ -544,12 +458,8 @@ private slots:
         s.reopen();
         QVERIFY(!s.selector->current().has_value());
         QCOMPARE(s.sandbox.defaults->readData(BackendSelector::cacheKey).value, junk);
-        s.sttSec = 0.0;
-        s.mainSec = 1.0;
-        QCOMPARE(s.selector->currentEndpoint(), kMain);
+        QCOMPARE(s.selector->currentEndpoint(), kMain); // and a refresh makes a pick
         QVERIFY(spinUntil([&] { return s.selector->current().has_value(); }));
-        QVERIFY(BackendSelector::CachedChoice::decode(s.sandbox.defaults->readData(BackendSelector::cacheKey).value));
-        QCOMPARE(s.selector->currentEndpoint(), kStt);
 
         // A value of another type under the key is no pick either.
         s.sandbox.defaults->setString(BackendSelector::cacheKey, "stt");
@@ -591,10 +501,9 @@ private slots:
         QCOMPARE(syncWait(std::move(probe)), 0.25);
         QVERIFY(!mainHost.server.received("/api/health").at(0).hasHeader("Authorization"));
 
-        // Only exactly 200 counts; so does a dead host and the 3 s limit.
+        // Only exactly 200 counts; a host that does not answer in 3 s counts as dead.
         sttServer.script("/api/health", Script{204, ""});
         QCOMPARE(syncWait(selector.measureLatency(sttServer.localhostUrl())), -1.0);
-        QCOMPARE(syncWait(selector.measureLatency(QUrl("http://127.0.0.1:1"))), -1.0);
 
         mainHost.server.script("/api/health", Script{0, {}, {}, 5000, 1});
         auto slow = selector.measureLatency(mainHost.server.baseUrl());
@@ -604,11 +513,6 @@ private slots:
         QVERIFY(!slow.isReady());
         mainHost.clock.advance(0.01);
         QCOMPARE(syncWait(std::move(slow), 2000), -1.0);
-
-        // A whole refresh: the speech host is down, so main wins with stt at -1.
-        syncWait(selector.refresh());
-        QCOMPARE(selector.current(),
-                 std::optional(BackendSelector::CachedChoice{"main", mainHost.clock.currentDateTime(), 0, -1}));
 
         // A selector that goes, its clock after it, while its probes wait for answers: the
         // probes end with it, so the late answers touch neither (the sanitizer build sees a use
@@ -624,18 +528,11 @@ private slots:
         }
         // Sent after the probe and answered after its 300 ms: the probe's answer came meanwhile.
         mainHost.server.script("/api/health", Script{0, {}, {}, 600, 1});
-        QCOMPARE(send(ServiceHosts::join(mainHost.server.baseUrl(), "/api/health")).status, 200);
+        QCOMPARE(get(ServiceHosts::join(mainHost.server.baseUrl(), "/api/health")).status, 200);
     }
 
     // Last: it leaves overrides in this process's environment.
     void theEnvironmentOverridesTheCompiledHosts() {
-        for (const char* name :
-             {"TAMVEX_MAIN_URL", "TAMVEX_STT_URL", "TAMVEX_OPENROUTER_URL", "TAMVEX_YANDEX_OAUTH_URL"})
-            qunsetenv(name);
-        const ServiceHosts compiled = ServiceHosts::fromEnvironment();
-        QCOMPARE(compiled.main, QUrl(TAMVEX_DEFAULT_MAIN_URL));
-        QCOMPARE(compiled.openRouter, QUrl(TAMVEX_DEFAULT_OPENROUTER_URL));
-
         qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:8080/ignored/path");
         qputenv("TAMVEX_STT_URL", " http://localhost:9 ");
         qputenv("TAMVEX_OPENROUTER_URL", "not a url");
@@ -645,12 +542,11 @@ private slots:
         QCOMPARE(hosts.main, QUrl("http://127.0.0.1:8080"));
         QCOMPARE(hosts.stt, QUrl("http://localhost:9"));
         // Bad overrides keep the compiled host and say why.
-        QCOMPARE(hosts.openRouter, compiled.openRouter);
-        QCOMPARE(hosts.yandexOAuth, compiled.yandexOAuth);
+        QCOMPARE(hosts.openRouter, QUrl(TAMVEX_DEFAULT_OPENROUTER_URL));
+        QCOMPARE(hosts.yandexOAuth, QUrl(TAMVEX_DEFAULT_YANDEX_OAUTH_URL));
         QCOMPARE(log.lines().size(), 2);
         QVERIFY(log.hasPrefix("ServiceHosts: ignoring TAMVEX_OPENROUTER_URL=not a url"));
 
-        QCOMPARE(ServiceHosts::join(hosts.main, "/api/me").toString(), QString("http://127.0.0.1:8080/api/me"));
         QCOMPARE(ServiceHosts::join(QUrl("https://h.example/base/"), "/api/me").toString(),
                  QString("https://h.example/base/api/me"));
     }
