@@ -137,7 +137,6 @@ private slots:
         SettingsStore& settings = rig.fixture.state->settings();
         HotkeyManager manager(*rig.coordinator, settings, *input, registry);
         manager.start();
-        manager.start(); // handlers registered twice would toggle the hold below on and off
 
         registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, 0});
         // FN mode: the custom shortcut is muted, FN drives the coordinator.
