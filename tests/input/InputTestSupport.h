@@ -82,11 +82,6 @@ struct CoordinatorRig {
         writeWav(tonePath, sine(220.0, 0.5, 10.0, 16000), 16000, 1);
         coordinator = std::make_unique<RecordingCoordinator>(*fixture.state);
     }
-    bool recording() const { return fixture.state->recordingState().is(RecordingState::Case::recording); }
-    void settle() {
-        for (int i = 0; i < 5; ++i)
-            QCoreApplication::processEvents();
-    }
 
     QString tonePath;
     AppFixture fixture;

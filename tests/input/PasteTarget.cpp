@@ -22,17 +22,16 @@ void reply(const QByteArray& line) {
     std::fflush(stdout);
 }
 
-/// The line edit, noting the paste chords (any V with its modifiers) it receives.
+/// The line edit. Started under a terminal's name (RESOURCE_NAME), it pastes on Ctrl+Shift+V
+/// only, as a terminal does: Ctrl+V alone does nothing.
 class Edit : public QLineEdit {
-public:
-    QStringList chords;
-
 protected:
     void keyPressEvent(QKeyEvent* key) override {
-        if (key->key() == Qt::Key_V)
-            chords << QString(key->modifiers() & Qt::ControlModifier ? "ctrl+" : "") +
-                          (key->modifiers() & Qt::ShiftModifier ? "shift+" : "") + "V";
-        QLineEdit::keyPressEvent(key);
+        const bool ctrlV = key->key() == Qt::Key_V && (key->modifiers() & Qt::ControlModifier);
+        if (!ctrlV || !qEnvironmentVariableIsSet("RESOURCE_NAME"))
+            return QLineEdit::keyPressEvent(key);
+        if (key->modifiers() & Qt::ShiftModifier)
+            paste();
     }
 };
 
@@ -67,9 +66,6 @@ int main(int argc, char** argv) {
                 data->setData(it.key(), QByteArray::fromBase64(it.value().toString().toLatin1()));
             QGuiApplication::clipboard()->setMimeData(data);
             reply("ok");
-        } else if (command == "clear-clipboard") {
-            QGuiApplication::clipboard()->clear();
-            reply("ok");
         } else if (command == "dump-clipboard") {
             // Qt keeps the types of another program's clipboard until it hears that the owner
             // changed; that news may still wait behind this command. A round trip brings it
@@ -84,8 +80,6 @@ int main(int argc, char** argv) {
             reply("clipboard " + QJsonDocument(types).toJson(QJsonDocument::Compact).toBase64());
         } else if (command == "text") {
             reply("text " + edit.text().toUtf8().toBase64());
-        } else if (command == "keys") {
-            reply("keys " + edit.chords.join(',').toUtf8());
         } else if (command == "quit") {
             app.quit();
         }

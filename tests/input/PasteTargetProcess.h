@@ -19,7 +19,7 @@ public:
     using Types = QMap<QString, QByteArray>;
 
     /// Starts input_paste_target (its path is compiled in) under the current DISPLAY; `resourceName`
-    /// sets its WM_CLASS instance name.
+    /// sets its WM_CLASS instance name, and makes it paste as a terminal does.
     explicit PasteTargetProcess(const QString& resourceName = {}) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("QT_QPA_PLATFORM", "xcb");
@@ -62,8 +62,6 @@ public:
     }
     /// The line edit's text.
     QString text() { return QString::fromUtf8(QByteArray::fromBase64(ask("text", "text"))); }
-    /// The paste chords the line edit received, comma-separated.
-    QString keys() { return QString::fromUtf8(ask("keys", "keys")); }
     bool ready = false;
 
 private:

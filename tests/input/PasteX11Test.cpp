@@ -4,13 +4,11 @@
 #include "PasteTargetProcess.h"
 #include "XkbLayout.h"
 #include "desktop/EvdevKeySource.h"
-#include "desktop/HotkeyManager.h"
 #include "desktop/TextInjector.h"
 #include "desktop/X11KeySource.h"
 #include "desktop/X11Session.h"
 #include "platform/Clipboard.h"
 #include "platform/InputAccess.h"
-#include "shell/SettingsStore.h"
 #include "support/ProcessFixtures.h"
 
 #include <QApplication>
@@ -58,17 +56,10 @@ Time serverTime(Display* display, Window window) {
     return event.xproperty.time;
 }
 
-const Types kOriginal{
-    {"text/plain", "оригинал"},
-    {"text/html", "<b>оригинал</b>"},
-    {"application/x-tamvex-test",
-     [] {
-         QByteArray bytes;
-         for (int i = 0; i < 256; ++i)
-             bytes.append(char(i));
-         return bytes;
-     }()},
-};
+// Binary bytes with a NUL and the high half, which no text conversion would keep.
+const Types kOriginal{{"text/plain", "оригинал"},
+                      {"text/html", "<b>оригинал</b>"},
+                      {"application/x-tamvex-test", QByteArray("\0\x01\x7f\x80\xfe\xff", 6)}};
 
 } // namespace
 
@@ -80,7 +71,7 @@ private slots:
             QSKIP(qPrintable("no X server for the real paste: " + gXvfb->reason));
     }
 
-    void pastesIntoAnotherProcessUnderARussianLayoutAndRestoresTheClipboard() {
+    void pastesIntoAnotherProcessUnderARussianLayoutRestoresTheClipboardAndOutlivesALaterClaim() {
         // us,ru switched to Russian: no key of the active layout types a Latin "v".
         auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
         QCOMPARE(test::useKeyboardLayout({"-layout", "us,ru"}, 1), 1);
@@ -88,46 +79,20 @@ private slots:
         QVERIFY(target.ready);
         target.setClipboard(kOriginal);
         const Types before = target.clipboard();
-        for (auto it = kOriginal.begin(); it != kOriginal.end(); ++it)
-            QCOMPARE(before.value(it.key()), it.value());
+        QCOMPARE(before.value("application/x-tamvex-test"), kOriginal.value("application/x-tamvex-test"));
 
         SessionInjector session;
-        QVERIFY(session.keys.isAvailable());
-        QCOMPARE(session.front.focusedWindow()->instanceName, QStringLiteral("input_paste_target"));
         QVERIFY(session.paste("Привет, мир", [&] { return target.text() == "Привет, мир"; }));
-        QCOMPARE(target.keys(), QStringLiteral("ctrl+V"));
         // What another process now reads is the original, type by type, byte for byte.
         QCOMPARE(target.clipboard(), before);
-    }
 
-    void aTerminalUnderARussianOnlyLayoutGetsCtrlShiftV() {
-        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
-        QCOMPARE(test::useKeyboardLayout({"ru"}, 0), 0);
-        test::PasteTargetProcess target("xterm");
-        QVERIFY(target.ready);
-        // An empty clipboard then keeps the text, which is what shows the paste: the line edit
-        // standing in for the terminal takes only Ctrl+V as paste.
-        target.ask("clear-clipboard", "ok");
-        QVERIFY(target.clipboard().isEmpty());
-        SessionInjector session;
-        const QString text = "Вставка при русской раскладке";
-        QVERIFY(session.paste(text, [&] { return target.keys() == "ctrl+shift+V"; }));
-        QCOMPARE(target.clipboard().value("text/plain"), text.toUtf8());
-    }
-
-    void anotherProgramsLaterClaimDoesNotWinOverThePaste() {
-        test::PasteTargetProcess target;
-        QVERIFY(target.ready);
-        SessionInjector session;
-        // Our first claim sets Qt's notion of the time; a background tool hears of little after.
-        QVERIFY(session.paste("раз", [&] { return target.text() == "раз"; }));
-
+        // Another program empties the clipboard strictly after anything our process has seen:
+        // its later claim must not win over the next paste.
         Display* display = XOpenDisplay(nullptr);
         QVERIFY(display);
         auto closeDisplay = qScopeGuard([&] { XCloseDisplay(display); });
         const Window window = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0);
         XSelectInput(display, window, PropertyChangeMask);
-        // Another program empties the clipboard strictly after anything our process has seen.
         const Time seen = serverTime(display, window);
         Time later = seen;
         while (later <= seen)
@@ -137,22 +102,28 @@ private slots:
         QCOMPARE(XGetSelectionOwner(display, clipboard), Window(None));
 
         // No turn of our event loop in between: the news of that claim is still unread.
-        QVERIFY(session.paste("два", [&] { return target.text() == "раздва"; }));
+        QVERIFY(session.paste("два", [&] { return target.text() == "Привет, мирдва"; }));
     }
 
-    void withoutKeyboardAccessTheX11SourceDrivesTheCoordinator() {
-        test::CoordinatorRig rig;
-        KeyboardShortcuts::ShortcutRegistry registry(*rig.fixture.env.defaults);
+    void aTerminalUnderARussianOnlyLayoutGetsCtrlShiftV() {
+        auto usLayoutAgain = qScopeGuard([] { test::useKeyboardLayout({"us"}, 0); });
+        QCOMPARE(test::useKeyboardLayout({"ru"}, 0), 0);
+        test::PasteTargetProcess target("xterm"); // pastes on Ctrl+Shift+V only
+        QVERIFY(target.ready);
+        SessionInjector session;
+        const QString text = "Вставка при русской раскладке";
+        QVERIFY(session.paste(text, [&] { return target.text() == text; }));
+    }
+
+    void withoutKeyboardAccessTheX11SourceCarriesTheShortcut() {
+        test::ShortcutRig rig;
         QTemporaryDir noKeyboards;
-        const auto input = test::keyInput(registry, std::make_unique<EvdevKeySource>(noKeyboards.path()),
+        const auto input = test::keyInput(rig.registry, std::make_unique<EvdevKeySource>(noKeyboards.path()),
                                           std::make_unique<X11KeySource>());
-        HotkeyManager manager(*rig.coordinator, rig.fixture.state->settings(), *input, registry);
-        rig.fixture.state->settings().setUseFnHotkey(false);
-        registry.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative,
-                               KeyboardShortcuts::Shortcut{0x09, KeyboardShortcuts::CarbonModifier::control});
-        manager.start();
+        rig.registry.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative,
+                                   KeyboardShortcuts::Shortcut{0x09, KeyboardShortcuts::CarbonModifier::control});
+        input->start();
         QCOMPARE(input->activeSource(), KeyInput::Source::x11);
-        QVERIFY(!input->functionKeyAvailable());
 
         // The source's event selection travels on its own connection and may reach the server
         // after keys sent on ours: probe with a chord that is not the shortcut until one is heard.
@@ -169,15 +140,10 @@ private slots:
                 return heard > 0;
             },
             20000));
-        QVERIFY(!rig.recording());
+        QVERIFY(rig.edges.isEmpty());
         // Real key events through the X server: Ctrl+V pressed and released by XTest.
         QVERIFY(keys.sendPaste(PasteChord::ctrlV));
-        QVERIFY(test::spinUntil(
-            [&] {
-                return rig.coordinator->currentMode() == std::optional(RecordingCoordinator::Mode::awaitingDoubleTap);
-            },
-            20000));
-        QVERIFY(rig.recording());
+        QVERIFY(test::spinUntil([&] { return rig.edges == QStringList{"down", "up"}; }, 20000));
     }
 };
 
