@@ -24,15 +24,9 @@ using namespace tamvex;
 using namespace tamvex::test;
 
 namespace {
-CommandOutput run(int (*command)(const QStringList&, QTextStream&, QTextStream&), const QStringList& args) {
+using CommandFn = int (*)(const QStringList&, QTextStream&, QTextStream&);
+CommandOutput run(CommandFn command, const QStringList& args) {
     return captureCommand([&](QTextStream& out, QTextStream& err) { return command(args, out, err); });
-}
-
-// The exit code, standard output and standard error of one run, to compare in one go.
-using Said = std::tuple<int, QString, QString>;
-Said said(int (*command)(const QStringList&, QTextStream&, QTextStream&), const QStringList& args) {
-    const CommandOutput r = run(command, args);
-    return {r.code, r.out, r.err};
 }
 
 // The commands read Paths::standard(), which follows XDG_DATA_HOME.
@@ -246,67 +240,44 @@ private slots:
                  QString("0"));
     }
 
-    void legacyJsonIsImportedOnceAndOnlyIntoAnEmptyTable() {
+    // Nothing of the old file is lost, and nothing of it is imported twice.
+    void legacyJsonIsImportedWholeOnceAndOnlyIntoAnEmptyTable() {
         {
-            // An empty array: nothing imported, the file becomes the backup.
-            Sandbox box;
-            writeFile(box.file("history.json"), "[]");
-            writeFile(box.file("history.json.bak"), "old backup");
-            QVERIFY(box.open().entries().isEmpty());
-            QVERIFY(!QFileInfo::exists(box.file("history.json")));
-            QCOMPARE(fileBytes(box.file("history.json.bak")), QByteArray("[]"));
-        }
-        {
-            // One bad entry (an unknown category) leaves the whole file where it is.
-            Sandbox box;
-            HistoryEntry bad = makeEntry(2, box.now, 5);
-            bad.category = TextCategory::ideas;
-            const QByteArray content = legacyJson({makeEntry(1, box.now, 0), bad}).replace("\"ideas\"", "\"poems\"");
-            writeFile(box.file("history.json"), content);
-            HistoryStore& store = box.open();
-            QVERIFY(store.isAvailable());
-            QVERIFY(store.entries().isEmpty());
-            QCOMPARE(fileBytes(box.file("history.json")), content);
-            QVERIFY(!QFileInfo::exists(box.file("history.json.bak")));
-        }
-        {
-            // A good file is imported in order, with every field.
             Sandbox box;
             HistoryEntry rich = makeEntry(7, box.now, 30, "Импорт");
             rich.category = TextCategory::code;
             const QList<HistoryEntry> legacy{makeEntry(6, box.now, 10), rich};
             writeFile(box.file("history.json"), legacyJson(legacy));
             QCOMPARE(box.open().entries(), legacy);
+            QCOMPARE(fileBytes(box.file("history.json.bak")), legacyJson(legacy));
         }
-        {
-            // A table with rows: the file beside it is never read, even when it is garbage.
-            Sandbox box(1);
-            writeFile(box.file("history.json"), "{ not json");
-            QCOMPARE(box.open().entries().size(), 1);
-            QCOMPARE(fileBytes(box.file("history.json")), QByteArray("{ not json"));
-        }
-    }
-
-    void aFailingWriteMidImportKeepsTheRowsSoFarAndNeverRetries() {
         Sandbox box;
         { HistoryDB create(box.db()); }
         QVERIFY(rawExec(box.db(), "CREATE TRIGGER boom BEFORE INSERT ON entries WHEN NEW.text = 'boom' "
                                   "BEGIN SELECT RAISE(ABORT, 'disk says no'); END;"));
-        const QByteArray content = legacyJson(
+        // One entry that does not read (an unknown category) leaves the whole file where it is.
+        HistoryEntry bad = makeEntry(2, box.now, 5);
+        bad.category = TextCategory::ideas;
+        QByteArray content = legacyJson({makeEntry(1, box.now, 0), bad}).replace("\"ideas\"", "\"poems\"");
+        writeFile(box.file("history.json"), content);
+        QVERIFY(box.open().entries().isEmpty());
+        QCOMPARE(fileBytes(box.file("history.json")), content);
+
+        content = legacyJson(
             {makeEntry(1, box.now, 1, "first"), makeEntry(2, box.now, 2, "boom"), makeEntry(3, box.now, 3, "third")});
         writeFile(box.file("history.json"), content);
         {
             LogCapture log;
-            HistoryStore& store = box.open();
-            QVERIFY(!store.isAvailable());
+            QVERIFY(!box.open().isAvailable());
             QVERIFY(log.has("HistoryStore: SQLite init failed: execFailed(disk says no). История будет недоступна в "
                             "этой сессии."));
         }
         QCOMPARE(rawQuery(box.db(), "SELECT group_concat(text) FROM entries;"), QString("first"));
         QCOMPARE(fileBytes(box.file("history.json")), content);
         QVERIFY(rawExec(box.db(), "DROP TRIGGER boom;"));
-        QCOMPARE(box.open().entries().size(), 1); // the file stays, never read again
-        QVERIFY(QFileInfo::exists(box.file("history.json")));
+        // A table with rows: the file beside it stays and is never read again.
+        QCOMPARE(box.open().entries().size(), 1);
+        QCOMPARE(fileBytes(box.file("history.json")), content);
     }
 
     void anUnusableDatabaseLeavesASessionWithoutHistoryAndDeletesNothing_data() {
@@ -443,33 +414,34 @@ private slots:
         QCOMPARE(store.wordsLastWeek(), 300 * 3);
     }
 
-    void badArgumentsAnEmptyAndABrokenHistory() {
+    void commandsAnswerWithACodeAndALineBesideTheRunningApp() {
         CliEnv env;
-        QCOMPARE(run(runHistoryCommand, {}).code, 2);
-        for (const char* limit : {"0", "000000000000000000000000", "-1", "+5", "пять"})
-            QVERIFY2(run(runHistoryCommand, {"list", "--limit", limit}).code == 2, limit);
-        QCOMPARE(run(runHistoryCommand, {"list", "--limit"}).code, 2);
-        QCOMPARE(run(runHistoryCommand, {"list", "--bogus"}).err.left(29), QString("Неизвестный параметр: --bogus"));
-        QCOMPARE(run(runHistoryCommand, {"show"}).code, 2);
-        QCOMPARE(run(runInsightsCommand, {"extra"}).code, 2);
-        QCOMPARE(said(runHistoryCommand, {"list"}), (Said{0, "История пуста.\n", ""}));
-        QCOMPARE(QJsonDocument::fromJson(run(runHistoryCommand, {"export", "--json"}).out.toUtf8()),
-                 QJsonDocument(QJsonArray()));
-        QCOMPARE(said(runHistoryCommand, {"show", "ABCD"}), (Said{1, "", "Запись не найдена: ABCD\n"}));
-        QVERIFY(run(runInsightsCommand, {}).out.startsWith("Пока недостаточно данных\n"));
-        QCOMPARE(said(runInsightsCommand, {"--json"}), (Said{0, "null\n", ""}));
-        QVERIFY(!QFileInfo::exists(env.paths.dataDir));
-
+        // Arguments of `history`, or of `insights` after that word; a part of what it must write.
+        using Row = std::tuple<QStringList, int, QString>;
+        const auto check = [](const QList<Row>& rows) {
+            for (const auto& [args, code, line] : rows) {
+                const bool insights = args.value(0) == "insights";
+                const CommandOutput r = insights ? run(runInsightsCommand, args.mid(1)) : run(runHistoryCommand, args);
+                QVERIFY2(r.code == code && (r.out + r.err).contains(line), qPrintable(args.join(' ')));
+            }
+        };
+        const QString noLimit = "После --limit нужно целое число больше нуля.";
+        check({{{}, 2, "Использование:"},
+               {{"list", "--limit", "0"}, 2, noLimit},
+               {{"list", "--limit"}, 2, noLimit},
+               {{"list", "--bogus"}, 2, "Неизвестный параметр: --bogus"},
+               {{"insights", "extra"}, 2, "Лишний аргумент: extra"},
+               {{"list"}, 0, "История пуста."},
+               {{"show", "ABCD"}, 1, "Запись не найдена: ABCD"},
+               {{"insights", "--json"}, 0, "null"}});
+        QVERIFY(!QFileInfo::exists(env.paths.dataDir)); // reading made nothing
         QDir().mkpath(env.paths.dataDir);
-        writeFile(env.paths.dataFile("history.db"), QByteArray(8192, 'x'));
-        const CommandOutput r = run(runHistoryCommand, {"list"});
-        QCOMPARE(r.code, 1);
-        QVERIFY(r.err.startsWith("Не удалось"));
-        QCOMPARE(fileBytes(env.paths.dataFile("history.db")), QByteArray(8192, 'x'));
-    }
+        const QByteArray garbage(8192, 'x');
+        writeFile(env.paths.dataFile("history.db"), garbage);
+        check({{{"list"}, 1, "Не удалось прочитать историю (" + env.paths.dataFile("history.db") + "): "}});
+        QCOMPARE(fileBytes(env.paths.dataFile("history.db")), garbage); // and kept it
+        QFile::remove(env.paths.dataFile("history.db"));
 
-    void listShowAndExportReadTheLiveDatabase() {
-        CliEnv env;
         ManualClock clock;
         HistoryStore store(env.paths, clock); // the running application, holding the file open
         store.init();
@@ -481,33 +453,16 @@ private slots:
         failed.category = TextCategory::ideas;
         store.add(failed);
         const QByteArray dbBefore = fileBytes(env.paths.dataFile("history.db"));
-
-        CommandOutput r = run(runHistoryCommand, {"list"});
-        QCOMPARE(r.code, 0);
-        QStringList lines = r.out.split('\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 21);
-        QCOMPARE(lines[0], QString("00000000  2026-03-02 11:59    2.5 с  Идеи       Ошибка: Сервер не ответил"));
-        QVERIFY(lines[1].endsWith("запись номер 29"));
-        QCOMPARE(lines.last(), QString("Показано 20 из 31."));
-
-        r = run(runHistoryCommand, {"list", "--limit", "3", "--json"});
-        QCOMPARE(QJsonDocument::fromJson(r.out.toUtf8()).array().size(), 3);
-        // A limit past what any integer holds lists them all.
-        r = run(runHistoryCommand, {"list", "--limit", "99999999999999999999999"});
-        QVERIFY(r.out.endsWith("Показано 31 из 31.\n"));
-
-        r = run(runHistoryCommand, {"show", uuidText(failed.id).toLower()});
-        QCOMPARE(r.code, 0);
-        QVERIFY(r.out.contains("Ошибка:       Сервер не ответил\n"));
-        QVERIFY(r.out.contains("Категория:    Идеи\n"));
-        // `retry` names its entry the same way.
-        QCOMPARE(said(runHistoryCommand, {"show", "00000000"}),
-                 (Said{1, "", "Под «00000000» подходят несколько записей; укажите больше символов ID.\n"}));
-
+        check({{{"list"}, 0, "00000000  2026-03-02 11:59    2.5 с  Идеи       Ошибка: Сервер не ответил"},
+               {{"list"}, 0, "Показано 20 из 31."},
+               {{"list", "--limit", "3"}, 0, "Показано 3 из 31."},
+               {{"show", uuidText(failed.id).toLower()}, 0, "Ошибка:       Сервер не ответил"},
+               // `retry` names its entry the same way.
+               {{"show", "00000000"}, 1, "Под «00000000» подходят несколько записей; укажите больше символов ID."}});
         // The export is the legacy file's form: every element reads back with the parser its import uses.
-        r = run(runHistoryCommand, {"export", "--json"});
         QList<HistoryEntry> exported;
-        for (const QJsonValue& v : QJsonDocument::fromJson(r.out.toUtf8()).array())
+        for (const QJsonValue& v :
+             QJsonDocument::fromJson(run(runHistoryCommand, {"export", "--json"}).out.toUtf8()).array())
             exported.append(HistoryEntry::fromJson(v.toObject()).value());
         QCOMPARE(exported, store.entries());
         QCOMPARE(fileBytes(env.paths.dataFile("history.db")), dbBefore);
