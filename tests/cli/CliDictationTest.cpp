@@ -66,14 +66,11 @@ struct Machine {
         return runProcess(TAMVEX_PROGRAM, args, env);
     }
     /// A failed entry whose audio (an encoded tone) waits in the kept folder.
+    /// A failed entry whose audio (an encoded tone) waits in the kept folder.
     HistoryEntry failedEntry() {
-        HistoryEntry e;
-        e.id = QUuid::createUuid();
-        e.createdAt = QDateTime::currentDateTimeUtc();
-        e.errorMessage = "LLM не ответил за 25 сек. Жми «Повторить» в истории — отправим запись ещё раз.";
-        e.modelUsed = "Быстрая";
+        HistoryEntry e{.id = QUuid::createUuid(), .createdAt = QDateTime::currentDateTimeUtc(), .errorMessage = "сбой"};
         QDir().mkpath(app.env.paths.dataFile("audio"));
-        e.audioPath = app.env.paths.dataFile("audio") + "/sorvel-" + e.id.toString(QUuid::WithoutBraces) + ".m4a";
+        e.audioPath = app.env.paths.dataFile("audio/" + uuidText(e.id) + ".m4a");
         AudioFileEncoder encoder(*e.audioPath);
         const std::vector<float> tone = sine(220.0, 0.3, 2.0, AudioFileEncoder::sampleRate);
         encoder.write(tone.data(), qsizetype(tone.size()));
