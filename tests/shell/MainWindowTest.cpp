@@ -128,7 +128,6 @@ private slots:
         };
         for (const auto& pane : panes) {
             (fx.windows.*pane.open)();
-            QCOMPARE(fx.windows.mainWindow().window(), window); // one window, reused
             QTRY_COMPARE(fx.windows.mainWindow().model()->section(), pane.section);
             const QStringList texts = visibleTexts(currentPane(window));
             for (const QString& expected : pane.texts)
@@ -143,32 +142,19 @@ private slots:
         QVERIFY2(undrawableParts(window).isEmpty(), qPrintable(undrawableParts(window).join(' ')));
     }
 
-    void settingsPaneShowsItsCardsAndFollowsTheMachine() {
+    // A press the shortcut field refuses shows on it, then passes, and the shortcut stays; closing
+    // the window ends a running permission poll.
+    void settingsPaneRefusesAPressAndStopsPollingOnClose() {
         WindowFixture fx;
-        fx.input.trusted = false;
         fx.microphone.current = MicrophoneAccess::Status::noDevice;
         QQuickWindow* window = shownOn(fx, &ShellWindows::openSettingsAction);
         QVERIFY(window);
         QQuickItem* pane = currentPane(window);
-        SettingsPaneModel* settings = fx.windows.mainWindow().model()->settingsPane();
-
-        // The missing microphone, and the Linux words of the application card.
-        const QStringList texts = visibleTexts(pane);
-        for (const QString& expected :
-             QStringList{"активна", MicrophoneAccess::explanation(MicrophoneAccess::Status::noDevice),
-                         "Показывать в панели задач", "При нажатии Ctrl+Q"})
-            QVERIFY2(texts.contains(expected), qPrintable("no " + expected));
-
-        // No keyboard here sends FN: the FN choice says so and points to the custom shortcut.
-        fx.app.state->setFunctionKeyAvailable(false);
-        QTRY_VERIFY(visibleTexts(pane).contains(settings->functionKeyNote()));
-        QVERIFY(!visibleTexts(pane).contains("активна"));
         fx.app.state->settings().setUseFnHotkey(false);
         const KeyboardShortcuts::Shortcut ctrlAltD{0x02, KeyboardShortcuts::CarbonModifier::control |
                                                              KeyboardShortcuts::CarbonModifier::option};
         fx.app.state->shortcuts().storeShortcut(KeyboardShortcuts::sorvelRecordAlternative, ctrlAltD);
         QTRY_VERIFY(visibleTexts(pane).contains("Ctrl+Alt+D"));
-        // A press the recorder refuses shows on the field, then passes; the shortcut stays.
         auto* field = pane->findChild<QQuickItem*>("shortcutField");
         QVERIFY(field);
         field->forceActiveFocus();
@@ -177,54 +163,32 @@ private slots:
         QTRY_VERIFY(!field->property("refused").toBool());
         QCOMPARE(fx.app.state->shortcuts().storedShortcut(KeyboardShortcuts::sorvelRecordAlternative), ctrlAltD);
 
-        // Input access: the button shows the commands; the poll turns the row to the check mark.
-        PermissionRow* input = settings->input();
-        QVERIFY(!visibleTexts(pane).contains(InputAccess::grantCommands()));
-        input->request();
-        QTRY_VERIFY(visibleTexts(pane).contains(InputAccess::grantCommands()));
-        // Pasted into any terminal, the commands work: a rule they copy is named by a full path.
-        for (const QString& line : InputAccess::grantCommands().split('\n'))
-            if (line.startsWith("sudo cp "))
-                QVERIFY2(QFile::exists(line.section(' ', 2, 2)), qPrintable(line));
-        fx.input.trusted = true;
-        fx.app.clock.advance(1.0);
-        QVERIFY(input->granted() && !input->polling());
-        QTRY_VERIFY(!visibleTexts(pane).contains(InputAccess::grantCommands()));
-
-        // Leaving the pane ends a running poll.
-        settings->microphone()->request();
-        QVERIFY(settings->microphone()->polling());
-        fx.windows.openHomeAction();
-        QTRY_VERIFY(!settings->microphone()->polling());
-        // So does closing the window; reopened on the pane, the rows read the machine again.
-        fx.windows.openSettingsAction();
-        settings->microphone()->request();
+        PermissionRow* microphone = fx.windows.mainWindow().model()->settingsPane()->microphone();
+        microphone->request();
+        QVERIFY(microphone->polling());
         window->close();
-        QTRY_VERIFY(!settings->microphone()->polling());
-        fx.microphone.current = MicrophoneAccess::Status::authorized;
-        fx.windows.openMainWindow();
-        QTRY_VERIFY(settings->microphone()->granted());
+        QTRY_VERIFY(!microphone->polling());
     }
 
-    // The list asks for every later page as the user drags to its end, not only the second; the
-    // pages are appended and a rewritten entry changes its row in place, so the view keeps its place.
+    // The list asks for every later page as the user drags to its end, not only the second, and
+    // inserts each without a reset, so the view keeps its place; a page holding the same day and
+    // month of an earlier year joins that heading above instead of showing it a second time.
     void historyLoadsEveryPageAsTheUserScrolls() {
         WindowFixture fx;
         HistoryStore& store = fx.app.state->history();
         const int total = 2 * HistoryStore::pageSize + 50;
-        const QDateTime now = fx.app.clock.currentDateTime();
-        for (int i = 0; i < total; ++i)
-            store.add(entryAt(now.addSecs(-3600 * 5 - i), QStringLiteral("запись %1").arg(i)));
+        const QDateTime day = fx.app.clock.currentDateTime().addDays(-3);
+        for (int i = 0; i < total; ++i) {
+            const QDateTime at = i < 100 ? day : i < 2 * HistoryStore::pageSize ? day.addDays(-1) : day.addYears(-1);
+            store.add(entryAt(at.addSecs(-i), QStringLiteral("запись %1").arg(i)));
+        }
         store.init(); // a fresh start: the first page only
-        QCOMPARE(HistoryListModel(store, fx.app.clock).rowCount(), HistoryStore::pageSize);
         QQuickWindow* window = shownOn(fx, &ShellWindows::openHomeAction);
         QVERIFY(window);
         QQuickItem* list = findItem(window->contentItem(), "history");
         QVERIFY(list);
         HistoryListModel* rows = fx.windows.mainWindow().model()->history();
-        const int shownFirst = rows->rowCount(); // the view may ask for a page as it opens
-        QVERIFY(shownFirst < total);
-        QSignalSpy inserted(rows, &QAbstractItemModel::rowsInserted);
+        QVERIFY(rows->rowCount() < total); // the view may ask for a page as it opens, not for all
         QSignalSpy reset(rows, &QAbstractItemModel::modelReset);
         for (int step = 0; step < 200 && rows->rowCount() < total; ++step) {
             list->setProperty("contentY", list->property("originY").toDouble() +
@@ -232,44 +196,12 @@ private slots:
             QTest::qWait(10);
         }
         QCOMPARE(rows->rowCount(), total);
-        QVERIFY(!rows->canFetchMore({}));
-        QCOMPARE(inserted.size(), (total - shownFirst + HistoryStore::pageSize - 1) / HistoryStore::pageSize);
         QCOMPARE(reset.size(), 0);
-        const auto title = [&](int row) {
-            return rows->data(rows->index(row), HistoryListModel::TitleRole).toString();
-        };
-        QCOMPARE(title(total - 1), QStringLiteral("запись %1").arg(total - 1));
-
-        QSignalSpy changed(rows, &QAbstractItemModel::dataChanged);
-        store.applyRetrySuccess(rows->entryAt(0).id, "новый текст", std::nullopt, std::nullopt, std::nullopt);
-        QCOMPARE(changed.size(), 1);
-        QCOMPARE(title(0), QString("новый текст"));
-        store.clearAll();
-        QVERIFY(rows->isEmpty());
-    }
-
-    // A later page holding the same day and month of an earlier year joins that heading above,
-    // as the whole list is grouped, instead of showing the heading a second time at the end.
-    void aLaterPageJoinsTheHeadingItSharesAbove() {
-        WindowFixture fx;
-        HistoryStore& store = fx.app.state->history();
-        const QDateTime day = fx.app.clock.currentDateTime().addDays(-3);
-        for (int i = 0; i < HistoryStore::pageSize + 10; ++i) {
-            const QDateTime at = i < 100 ? day : i < HistoryStore::pageSize ? day.addDays(-1) : day.addYears(-1);
-            store.add(entryAt(at.addSecs(-i), QStringLiteral("запись %1").arg(i)));
-        }
-        store.init();
-        HistoryListModel paged(store, fx.app.clock);
-        QSignalSpy reset(&paged, &QAbstractItemModel::modelReset);
-        paged.fetchMore({});
-        QCOMPARE(reset.size(), 0);
-        const HistoryListModel whole(store, fx.app.clock);
-        QCOMPARE(paged.rowCount(), HistoryStore::pageSize + 10);
-        QCOMPARE(whole.groupAt(100), whole.groupAt(0)); // the year-old entries, under the first heading
-        for (int row = 0; row < whole.rowCount(); ++row) {
-            QCOMPARE(paged.entryAt(row).id, whole.entryAt(row).id);
-            QCOMPARE(paged.groupAt(row), whole.groupAt(row));
-        }
+        QStringList headings;
+        for (int row = 0; row < total; ++row)
+            if (headings.value(headings.size() - 1) != rows->groupAt(row))
+                headings << rows->groupAt(row);
+        QCOMPARE(headings.size(), 2); // the year-old page sits under the first heading
     }
 
     // Reopened the next day, the same window files the retried row under "ВЧЕРА".
@@ -289,10 +221,8 @@ private slots:
         MainWindowModel* model = fx.windows.mainWindow().model();
         model->tapEntry(uuidText(failed.id));
         model->retryEntry(uuidText(failed.id));
-        QCOMPARE(model->retrying()->idTexts(), QStringList{uuidText(failed.id)});
         fx.app.clock.advance(1.0);
         QTRY_VERIFY(visibleTexts(currentPane(window)).contains("Распознанный заново текст"));
-        QVERIFY(model->retrying()->idTexts().isEmpty());
         QVERIFY(visibleTexts(currentPane(window)).contains("СЕГОДНЯ"));
         window->close();
         fx.app.clock.advance(24 * 3600.0);
@@ -344,31 +274,19 @@ private slots:
         QTRY_COMPARE(totalWords(), 5);
     }
 
+    // Each step shows its heading; the last one hands over to the main window.
     void welcomeWindowWalksItsSteps() {
         WindowFixture fx;
         fx.windows.showWelcomeIfNeeded();
         QQuickWindow* window = fx.windows.welcomeWindow().window();
         QVERIFY(window && QTest::qWaitForWindowExposed(window));
         WelcomeFlow* flow = fx.windows.welcomeWindow().flow();
-        const QString headings[] = {"Привет!",
-                                    "Как записывать?",
-                                    "Для чего будешь использовать?",
-                                    "Войти в Tamvex",
-                                    "Tamvex нужно два разрешения",
-                                    "Готово!"};
-        for (int step = 0; step < 6; ++step) {
-            QTRY_COMPARE(flow->step(), step);
-            QVERIFY2(visibleTexts(window->contentItem()).contains(headings[step]), qPrintable(headings[step]));
-            QVERIFY(colourCount(window->grabWindow()) > 10);
-            if (step == 2)
-                flow->toggleUseCase("ai");
-            if (step < 5)
-                flow->advance();
+        flow->toggleUseCase("ai"); // the third step waits for a choice
+        for (const char* heading : {"Привет!", "Как записывать?", "Для чего будешь использовать?", "Войти в Tamvex",
+                                    "Tamvex нужно два разрешения", "Готово!"}) {
+            QTRY_VERIFY2(visibleTexts(window->contentItem()).contains(heading), heading);
+            flow->advance();
         }
-        QVERIFY2(undrawableParts(window).isEmpty(), qPrintable(undrawableParts(window).join(' ')));
-        fx.app.state->setLastTranscription("Проверка связи");
-        QTRY_VERIFY(visibleTexts(window->contentItem()).contains("Проверка связи"));
-        flow->advance(); // "Готово": the welcome window goes, the main window comes
         QTRY_VERIFY(!window->isVisible());
         QVERIFY(fx.windows.mainWindow().window() && fx.windows.mainWindow().window()->isVisible());
     }
