@@ -262,7 +262,6 @@ private slots:
         QImage idle;
         QTRY_VERIFY((idle = f.grab(), opaquePixels(idle) > 100));
         QCOMPARE(pixelsNear(idle, recordingAccent), 0);
-        const QString shots = qEnvironmentVariable("TAMVEX_HUD_SHOTS"); // pictures for the README
         const struct {
             RecordingState state;
             QColor color, absent;
@@ -277,8 +276,6 @@ private slots:
             QImage image;
             QTRY_VERIFY_WITH_TIMEOUT((image = f.grab(), pixelsNear(image, c.color) >= 60), 5000);
             QVERIFY2(pixelsNear(image, c.absent) == 0, c.name);
-            if (!shots.isEmpty())
-                image.save(QDir(shots).filePath(QString("hud-%1.png").arg(c.name)));
         }
     }
 };
