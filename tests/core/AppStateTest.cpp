@@ -11,7 +11,6 @@
 #include "support/TestMain.h"
 #include "support/TrackedEvents.h"
 
-#include <QDir>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -80,12 +79,8 @@ private slots:
             state.account().setSession("tok", UserDTO{1, "+7999", 1000, 0});
         else if (c.account == "token")
             state.account().setToken("tok");
-        if (!c.modelFile.isEmpty()) {
-            const QString dir = f.app.env.paths.dataFile("models");
-            QDir().mkpath(dir);
-            QFile file(dir + "/" + c.modelFile);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-        }
+        if (!c.modelFile.isEmpty())
+            QVERIFY(writeFile(f.app.env.paths.dataFile("models") + "/" + c.modelFile, ""));
 
         QString got;
         try {

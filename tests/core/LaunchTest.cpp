@@ -1,4 +1,3 @@
-#include "account/AnalyticsService.h"
 #include "core/AppDelegate.h"
 #include "core/AppState.h"
 #include "core/LaunchRules.h"
