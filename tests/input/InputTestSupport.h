@@ -4,8 +4,6 @@
 #include "desktop/KeyInput.h"
 #include "support/CoordinatorRig.h"
 
-#include <QCoreApplication>
-
 #include <linux/input-event-codes.h>
 
 #include <memory>
@@ -33,10 +31,6 @@ public:
     void setAvailable(bool available) {
         m_available = available;
         emit availabilityChanged(available);
-    }
-    void setSeesFunctionKey(bool sees) {
-        m_seesFn = sees;
-        emit functionKeyChanged();
     }
 
 private:

@@ -32,8 +32,6 @@ public:
         if (!m_process.waitForFinished(3000))
             m_process.kill();
     }
-    PasteTargetProcess(const PasteTargetProcess&) = delete;
-    PasteTargetProcess& operator=(const PasteTargetProcess&) = delete;
 
     /// Sends a command and waits for the answer starting with `prefix`, serving our own
     /// clipboard meanwhile (the target may be reading it from us).

@@ -73,16 +73,15 @@ private slots:
         registry.releaseAll();
         QCOMPARE(calls, (QStringList{"down", "up", "down", "up"}));
 
-        // Paused (a recorder editing) and portal edges: one edge per change.
+        // Paused (a recorder editing), neither keys nor portal edges fire; nor does a name never
+        // bound. Portal edges otherwise: ControlTest.portalShortcutsDriveTheCustomShortcut.
         calls.clear();
         registry.setPaused(true);
         registry.handleKeyEvent(KEY_F5, 1, 0);
         registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyDown);
         registry.setPaused(false);
-        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyDown);
         registry.handleExternalEdge("unknownName", EventType::keyDown);
-        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyUp);
-        QCOMPARE(calls, (QStringList{"down", "up"}));
+        QVERIFY(calls.isEmpty());
     }
 
     void recorderRules() {

@@ -7,7 +7,6 @@
 #include "support/AppFixture.h"
 
 #include <cmath>
-#include <memory>
 
 namespace tamvex::test {
 
