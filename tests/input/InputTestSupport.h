@@ -1,13 +1,8 @@
 #pragma once
 
 #include "KeyboardShortcuts/ShortcutRegistry.h"
-#include "core/RecordingCoordinator.h"
-#include "desktop/AudioInputFile.h"
-#include "desktop/AudioTestSupport.h"
 #include "desktop/KeyInput.h"
-#include "support/AppFixture.h"
-
-#include <QCoreApplication>
+#include "support/CoordinatorRig.h"
 
 #include <linux/input-event-codes.h>
 
@@ -36,10 +31,6 @@ public:
     void setAvailable(bool available) {
         m_available = available;
         emit availabilityChanged(available);
-    }
-    void setSeesFunctionKey(bool sees) {
-        m_seesFn = sees;
-        emit functionKeyChanged();
     }
 
 private:
@@ -73,19 +64,6 @@ struct ShortcutRig {
     TestEnv env;
     KeyboardShortcuts::ShortcutRegistry registry{*env.defaults};
     QStringList edges;
-};
-
-/// A coordinator over a sandboxed AppState whose microphone plays a loud tone.
-struct CoordinatorRig {
-    CoordinatorRig() : fixture([this] { return std::make_unique<FileAudioInput>(fixture.clock, tonePath, 1.0); }) {
-        tonePath = fixture.env.root.path() + "/tone.wav";
-        writeWav(tonePath, sine(220.0, 0.5, 10.0, 16000), 16000, 1);
-        coordinator = std::make_unique<RecordingCoordinator>(*fixture.state);
-    }
-
-    QString tonePath;
-    AppFixture fixture;
-    std::unique_ptr<RecordingCoordinator> coordinator;
 };
 
 } // namespace tamvex::test

@@ -4,7 +4,6 @@
 #include <QClipboard>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QKeyEvent>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QTimer>
@@ -22,24 +21,11 @@ void reply(const QByteArray& line) {
     std::fflush(stdout);
 }
 
-/// The line edit. Started under a terminal's name (RESOURCE_NAME), it pastes on Ctrl+Shift+V
-/// only, as a terminal does: Ctrl+V alone does nothing.
-class Edit : public QLineEdit {
-protected:
-    void keyPressEvent(QKeyEvent* key) override {
-        const bool ctrlV = key->key() == Qt::Key_V && (key->modifiers() & Qt::ControlModifier);
-        if (!ctrlV || !qEnvironmentVariableIsSet("RESOURCE_NAME"))
-            return QLineEdit::keyPressEvent(key);
-        if (key->modifiers() & Qt::ShiftModifier)
-            paste();
-    }
-};
-
 } // namespace
 
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
-    Edit edit;
+    QLineEdit edit;
     edit.resize(400, 40);
     edit.show();
     edit.activateWindow();

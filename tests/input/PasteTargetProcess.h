@@ -18,13 +18,10 @@ class PasteTargetProcess {
 public:
     using Types = QMap<QString, QByteArray>;
 
-    /// Starts input_paste_target (its path is compiled in) under the current DISPLAY; `resourceName`
-    /// sets its WM_CLASS instance name, and makes it paste as a terminal does.
-    explicit PasteTargetProcess(const QString& resourceName = {}) {
+    /// Starts input_paste_target (its path is compiled in) under the current DISPLAY.
+    PasteTargetProcess() {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("QT_QPA_PLATFORM", "xcb");
-        if (!resourceName.isEmpty())
-            env.insert("RESOURCE_NAME", resourceName);
         m_process.setProcessEnvironment(env);
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_process.start(QStringLiteral(TAMVEX_PASTE_TARGET_PATH), {});
@@ -35,8 +32,6 @@ public:
         if (!m_process.waitForFinished(3000))
             m_process.kill();
     }
-    PasteTargetProcess(const PasteTargetProcess&) = delete;
-    PasteTargetProcess& operator=(const PasteTargetProcess&) = delete;
 
     /// Sends a command and waits for the answer starting with `prefix`, serving our own
     /// clipboard meanwhile (the target may be reading it from us).

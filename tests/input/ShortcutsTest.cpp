@@ -73,16 +73,15 @@ private slots:
         registry.releaseAll();
         QCOMPARE(calls, (QStringList{"down", "up", "down", "up"}));
 
-        // Paused (a recorder editing) and portal edges: one edge per change.
+        // Paused (a recorder editing), neither keys nor portal edges fire; nor does a name never
+        // bound. Portal edges otherwise: ControlTest.portalShortcutsDriveTheCustomShortcut.
         calls.clear();
         registry.setPaused(true);
         registry.handleKeyEvent(KEY_F5, 1, 0);
         registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyDown);
         registry.setPaused(false);
-        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyDown);
         registry.handleExternalEdge("unknownName", EventType::keyDown);
-        registry.handleExternalEdge("sorvelRecordAlternative", EventType::keyUp);
-        QCOMPARE(calls, (QStringList{"down", "up"}));
+        QVERIFY(calls.isEmpty());
     }
 
     void recorderRules() {
@@ -104,9 +103,8 @@ private slots:
 
         // A deleting key alone clears; Shift or FN alone is no real modifier.
         recorder.setActive(true);
-        QCOMPARE(recorder.handleKeyDown(KeyCode::deleteForward, 0), Outcome::cleared);
-        QVERIFY(!recorder.hasShortcut());
         QCOMPARE(recorder.handleKeyDown(KeyCode::deleteKey, 0), Outcome::cleared);
+        QVERIFY(!recorder.hasShortcut());
         for (auto [key, flags] : {std::pair{0x00, kFn | kShift}, {0x34, kCtrl}})
             QCOMPARE(recorder.handleKeyDown(key, flags), Outcome::beeped); // 0x34: no such key
         QCOMPARE(beeps.count(), 2);
@@ -136,7 +134,6 @@ private slots:
         test::ShortcutRig rig;
         Recorder recorder{rig.registry, sorvelRecordAlternative};
         recorder.setActive(true);
-        QSignalSpy stored(&recorder, &Recorder::changed);
         const int ctrl = int(Qt::ControlModifier), alt = int(Qt::AltModifier);
 
         struct Step {
@@ -146,9 +143,7 @@ private slots:
             QString shown;
         } steps[] = {
             {KEY_LEFTCTRL, 0, true, "Ctrl+"},
-            {KEY_LEFTALT, ctrl, true, "Ctrl+Alt+"}, // the old fault: Alt was taken as the key
-            {KEY_RIGHTSHIFT, ctrl | alt, true, "Ctrl+Alt+Shift+"},
-            {KEY_RIGHTSHIFT, ctrl | alt | int(Qt::ShiftModifier), false, "Ctrl+Alt+"},
+            {KEY_LEFTALT, ctrl, true, "Ctrl+Alt+"},     // the old fault: Alt was taken as the key
             {KEY_FN, ctrl | alt, true, "Ctrl+Alt+Fn+"}, // FN's own press is a modifier too
             {KEY_FN, ctrl | alt, false, "Ctrl+Alt+"},
         };
@@ -158,8 +153,6 @@ private slots:
             else
                 recorder.handleQtKeyRelease(s.evdevKey + 8, s.qtModifiers);
             QCOMPARE(recorder.heldModifiersText(), s.shown);
-            QVERIFY(stored.isEmpty());
-            QVERIFY(recorder.isActive());
         }
         // The first other key takes the shortcut. What the field shows is the Linux form: modifiers
         // in one order whatever the order of the flags, keys by their place on the keyboard (so a
@@ -170,7 +163,6 @@ private slots:
             int qtModifiers;
             QString shown;
         } rows[] = {
-            {KEY_M, ctrl | alt, "Ctrl+Alt+M"},
             {KEY_SEMICOLON, meta | shift | alt | ctrl, "Ctrl+Alt+Shift+Super+;"}, // "ж" on the Russian layout
             {KEY_KP5, ctrl | keypad, "Ctrl+Num 5"},
             {KEY_F5, 0, "F5"},
@@ -179,13 +171,8 @@ private slots:
             recorder.setActive(true);
             QCOMPARE(Outcome(recorder.handleQtKey(row.evdevKey + 8, row.qtModifiers)), Outcome::stored);
             QCOMPARE(recorder.text(), row.shown);
-            QCOMPARE(stored.last().at(0).toString(), row.shown);
             QCOMPARE(recorder.heldModifiersText(), QString());
         }
-        // FN never comes from Qt's modifiers; with a keyboard that sends it, it shows as "Fn+".
-        recorder.setActive(true);
-        QCOMPARE(recorder.handleKeyDown(KeyCode::v, EventFlag::control | EventFlag::function), Outcome::stored);
-        QCOMPARE(recorder.text(), QString("Ctrl+Fn+V"));
     }
 };
 
