@@ -10,6 +10,7 @@
 #include <unistd.h>
 #endif
 
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace tamvex;
@@ -142,16 +143,18 @@ private slots:
 
 #ifdef TAMVEX_HAVE_EVDEV
     // Our own virtual keyboard is never read back as a keyboard, though it has FN; a folder of
-    // non-devices is read without a crash.
+    // non-devices is read without a crash; a keyboard with FN plugged in later is announced.
     void ownVirtualKeyboardIsNotReadBack() {
         QTemporaryDir dir;
         QVERIFY(test::writeFile(dir.filePath("event0"), "not a device"));
         EvdevKeySource source(dir.path());
         QVERIFY(!source.start());
+        QSignalSpy fnChanged(&source, &KeySource::functionKeyChanged);
         QVERIFY(!adopt(source, "/dev/input/event3", "Tamvex virtual keyboard", {KEY_A, KEY_Z, KEY_FN}));
         QVERIFY(!source.seesFunctionKey());
         QVERIFY(adopt(source, "/dev/input/event4", "Laptop keyboard", {KEY_A, KEY_Z, KEY_FN}));
         QVERIFY(source.seesFunctionKey());
+        QCOMPARE(fnChanged.count(), 1);
     }
 #endif
 };
