@@ -6,7 +6,7 @@ if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update
 $SUDO apt-get install -y --no-install-recommends \
-  cmake ninja-build pkg-config g++ git ca-certificates \
+  cmake ninja-build pkg-config g++ git ca-certificates python3 \
   qt6-base-dev qt6-declarative-dev qt6-multimedia-dev qt6-httpserver-dev qt6-svg-dev \
   qt6-tools-dev qcoro-qt6-dev \
   qml6-module-qtquick qml6-module-qtquick-window qml6-module-qtquick-controls \
