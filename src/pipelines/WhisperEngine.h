@@ -33,6 +33,9 @@ public:
 
     /// True when this build has whisper.cpp; without it every engine fails to load.
     static bool isAvailable();
+    /// The device recognition runs on: a graphics device's name and description, or "CPU";
+    /// empty without whisper.cpp.
+    static QString backendName();
 
     /// The file the model was loaded from.
     const QString& modelPath() const { return m_modelPath; }

@@ -11,6 +11,10 @@ bool WhisperEngine::isAvailable() {
     return false;
 }
 
+QString WhisperEngine::backendName() {
+    return {};
+}
+
 WhisperEngine::WhisperEngine(const QString& modelPath) : m_modelPath(modelPath) {
     throw WhisperEngineError::engineUnavailable();
 }

@@ -3,6 +3,8 @@
 #include "pipelines/whisper_impl/WhisperParams.h"
 #include "platform/Log.h"
 
+#include <ggml-backend.h>
+
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLoggingCategory>
@@ -63,6 +65,18 @@ bool WhisperEngine::isAvailable() {
     return true;
 }
 
+// whisper.cpp runs on the first graphics device when there is one, else on the processor.
+QString WhisperEngine::backendName() {
+    for (size_t i = 0; i < ggml_backend_dev_count(); ++i) {
+        ggml_backend_dev_t device = ggml_backend_dev_get(i);
+        const enum ggml_backend_dev_type type = ggml_backend_dev_type(device);
+        if (type == GGML_BACKEND_DEVICE_TYPE_GPU || type == GGML_BACKEND_DEVICE_TYPE_IGPU)
+            return QString::fromUtf8(ggml_backend_dev_name(device)) + " (" +
+                   QString::fromUtf8(ggml_backend_dev_description(device)) + ")";
+    }
+    return QStringLiteral("CPU");
+}
+
 WhisperEngine::WhisperEngine(const QString& modelPath) : m_modelPath(modelPath) {
     static std::once_flag logOnce;
     std::call_once(logOnce, [] { whisper_log_set(forwardLibraryLog, nullptr); });
@@ -74,6 +88,7 @@ WhisperEngine::WhisperEngine(const QString& modelPath) : m_modelPath(modelPath) 
     if (!m_context)
         throw WhisperEngineError::modelLoadFailed(QStringLiteral("init_from_file вернул nil"));
     logInfo("Whisper context loaded from " + modelPath);
+    logInfo("Whisper backend: " + backendName());
 }
 
 WhisperEngine::~WhisperEngine() {
