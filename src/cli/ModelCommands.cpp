@@ -58,7 +58,9 @@ int status(ModelDownloader& downloader, WhisperModel model, bool json, QTextStre
                         {"expected_bytes", double(d.expectedBytes)},
                         {"expected_sha256", d.expectedSHA256},
                         {"url", d.downloadURL.toString()},
-                        {"engine_available", WhisperEngine::isAvailable()}});
+                        {"mirror_url", d.mirrorURL.toString()},
+                        {"engine_available", WhisperEngine::isAvailable()},
+                        {"engine_backend", WhisperEngine::backendName()}});
         return 0;
     }
     out << "Модель: " << whisperModels::rawValue(model) << "\n"
@@ -66,8 +68,10 @@ int status(ModelDownloader& downloader, WhisperModel model, bool json, QTextStre
         << "Состояние: " << (size ? "загружена, " + megabytes(*size) : QString("не загружена")) << "\n"
         << "Ожидаемый размер: ~" << megabytes(d.expectedBytes) << "\n"
         << "Источник: " << d.downloadURL.toString() << "\n"
+        << "Запасной источник: " << d.mirrorURL.toString() << "\n"
         << "Локальный движок: "
-        << (WhisperEngine::isAvailable() ? "есть в этой сборке" : "нет в этой сборке (собрано без whisper.cpp)")
+        << (WhisperEngine::isAvailable() ? "есть в этой сборке, работает на " + WhisperEngine::backendName()
+                                         : QString("нет в этой сборке (собрано без whisper.cpp)"))
         << "\n";
     return 0;
 }
@@ -117,6 +121,18 @@ int download(ModelDownloader& downloader, WhisperModel model, bool json, QTextSt
         return s.kind() == ModelDownloadState::Kind::completed || s.kind() == ModelDownloadState::Kind::failed ||
                s.kind() == ModelDownloadState::Kind::idle;
     };
+    // Which host the bytes come from, as the downloader moves from the main host to the mirror.
+    QString lastSource;
+    const QMetaObject::Connection watchSource =
+        QObject::connect(&downloader, &ModelDownloader::sourceChanged, &loop, [&](const QString& host) {
+            if (host.isEmpty())
+                return;
+            lastSource = host;
+            if (json)
+                return;
+            closeLine();
+            err << "Загружаю с " << host << "\n" << Qt::flush;
+        });
     const QMetaObject::Connection watch =
         QObject::connect(&downloader, &ModelDownloader::stateChanged, &loop, [&](const ModelDownloadState& s) {
             show(s);
@@ -140,12 +156,15 @@ int download(ModelDownloader& downloader, WhisperModel model, bool json, QTextSt
     poll.stop();
     std::signal(SIGINT, previous);
     QObject::disconnect(watch);
+    QObject::disconnect(watchSource);
     closeLine();
 
     const ModelDownloadState s = downloader.state();
     const QString path = downloader.localURL(model);
     if (json) {
         QJsonObject o{{"model", whisperModels::rawValue(model)}, {"file", path}};
+        if (!lastSource.isEmpty())
+            o["source"] = lastSource;
         o["state"] = s.kind() == ModelDownloadState::Kind::completed ? "completed"
                      : s.kind() == ModelDownloadState::Kind::failed  ? "failed"
                                                                      : "cancelled";

@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QPointer>
+#include <QStorageInfo>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <qcoro/qcorofuture.h>
@@ -120,21 +121,73 @@ void ModelDownloader::startDownload(WhisperModel model) {
     m_snapshot.setValue(model);
     setState(ModelDownloadState::downloading(0.0));
     const ModelDescriptor d = descriptor(model);
+    m_sources.clear();
+    for (const QUrl& url : {d.downloadURL, d.mirrorURL})
+        if (url.isValid() && !url.isEmpty() && !m_sources.contains(url))
+            m_sources.append(url);
+    logInfo("Whisper model download started: " + d.fileName + " (~" + megabytes(d.expectedBytes) + ")");
+    // Half a gigabyte that can't fit is better refused now than after an hour of transfer.
+    const qint64 need = d.expectedBytes;
+    const QStorageInfo disk(modelsDirectory());
+    if (disk.isValid() && need > 0 && disk.bytesAvailable() >= 0 && disk.bytesAvailable() < need) {
+        const QString reason = QStringLiteral("На диске не хватает места: нужно ~%1, свободно %2.")
+                                   .arg(megabytes(need), megabytes(disk.bytesAvailable()));
+        logError("Whisper model download failed: " + reason);
+        setState(ModelDownloadState::failed(reason));
+        return;
+    }
+    startTransfer(0);
+}
+
+void ModelDownloader::startTransfer(int sourceIndex) {
+    const ModelDescriptor d = descriptor(*m_model);
+    const QUrl url = m_sources.value(sourceIndex);
+    m_sourceIndex = sourceIndex;
     // A transfer still running is replaced: two would write the same partial file.
     m_transfer.reset();
-    m_transfer = std::make_unique<ModelTransfer>(*m_network, m_clock, d.downloadURL,
-                                                 modelsDirectory() + "/" + d.fileName + ".part", m_limits);
-    connect(m_transfer.get(), &ModelTransfer::progressed, this, [this](qint64 received, qint64 total) {
-        // A compressed body can outgrow its announced length; the bar stops at full.
+    // Every host but the last may give way to the next; the last one's answer is judged by
+    // its digest, whatever it is.
+    const bool mayGiveWay = sourceIndex + 1 < m_sources.size();
+    m_transfer =
+        std::make_unique<ModelTransfer>(*m_network, m_clock, url, partPath(*m_model), m_limits, mayGiveWay);
+    connect(m_transfer.get(), &ModelTransfer::progressed, this, [this, url](qint64 received, qint64 total) {
+        // Named once bytes flow: a host that refused is not where they came from.
+        setSource(url.host());
+        // A body can outgrow its announced length; the bar stops at full.
         setState(ModelDownloadState::downloading(total >= 1 ? std::min(1.0, double(received) / double(total)) : 0.0));
     });
     connect(m_transfer.get(), &ModelTransfer::downloaded, this, &ModelDownloader::onDownloaded);
+    ModelTransfer* transfer = m_transfer.get();
+    connect(transfer, &ModelTransfer::unavailable, this, [this, transfer](const QString& reason) {
+        logError("Whisper model source unavailable: " + reason);
+        // Later, not inside the signal of the transfer that the next one replaces; a cancel in
+        // between wins.
+        QMetaObject::invokeMethod(
+            this,
+            [this, transfer] {
+                if (m_transfer.get() == transfer)
+                    startTransfer(m_sourceIndex + 1);
+            },
+            Qt::QueuedConnection);
+    });
     connect(m_transfer.get(), &ModelTransfer::failed, this, [this](const QString& reason) {
         logError("Whisper model download failed: " + reason);
+        setSource({});
         setState(ModelDownloadState::failed(reason));
     });
     m_transfer->start();
-    logInfo("Whisper model download started: " + d.fileName + " (~" + megabytes(d.expectedBytes) + ")");
+    logInfo("Whisper model source: " + url.toString());
+}
+
+void ModelDownloader::setSource(const QString& host) {
+    if (m_source == host)
+        return;
+    m_source = host;
+    emit sourceChanged(m_source);
+}
+
+QString ModelDownloader::partPath(WhisperModel model) const {
+    return localURL(model) + QStringLiteral(".part");
 }
 
 void ModelDownloader::onDownloaded(const QString& partPath) {
@@ -155,6 +208,7 @@ void ModelDownloader::onDownloaded(const QString& partPath) {
         setState(ModelDownloadState::failed(ModelTransfer::saveFailedText(error)));
         return;
     }
+    setSource({});
     logInfo("Whisper model written: " + target);
     verifyDownloaded(*model);
 }
@@ -203,6 +257,7 @@ QCoro::Task<void> ModelDownloader::verifyExisting(WhisperModel model) {
 
 void ModelDownloader::cancel() {
     m_transfer.reset();
+    setSource({});
     setState(ModelDownloadState::idle());
 }
 

@@ -19,11 +19,13 @@ class QNetworkAccessManager;
 
 namespace tamvex {
 
-/// Fetches a whisper model file from the main service host, proves it by SHA-256 and
-/// publishes what it is doing. Lives on the main thread; digests are computed off it.
+/// Fetches a whisper model file from the main service host, or from the public mirror when
+/// that host can't serve it, proves it by SHA-256 and publishes what it is doing. Lives on the
+/// main thread; digests are computed off it.
 class ModelDownloader : public QObject {
     Q_OBJECT
     Q_PROPERTY(tamvex::ModelDownloadState state READ state NOTIFY stateChanged)
+    Q_PROPERTY(QString source READ source NOTIFY sourceChanged)
 public:
     /// Says what to fetch for a model; tests hand in small files with known digests.
     using DescriptorProvider = std::function<ModelDescriptor(WhisperModel)>;
@@ -39,6 +41,8 @@ public:
 
     /// What the settings pane shows.
     ModelDownloadState state() const { return m_state; }
+    /// The host the bytes of the running transfer come from; empty when none runs.
+    QString source() const { return m_source; }
     /// The model of the last download() call, if any.
     std::optional<WhisperModel> model() const { return m_model; }
     /// The descriptor used for `model`.
@@ -56,6 +60,8 @@ public:
     QString modelsDirectory() const;
     /// Where the model's file lives.
     QString localURL(WhisperModel model) const;
+    /// Where a transfer keeps what it received until the file is whole.
+    QString partPath(WhisperModel model) const;
     /// Lowercase hex SHA-256 of the model file, none when it can't be read. Blocks: call it
     /// off the main thread.
     std::optional<QString> sha256Hex(WhisperModel model) const;
@@ -75,9 +81,13 @@ public:
 signals:
     /// The state changed.
     void stateChanged(const tamvex::ModelDownloadState& state);
+    /// The host of the running transfer changed.
+    void sourceChanged(const QString& host);
 
 private:
     void setState(const ModelDownloadState& state);
+    void setSource(const QString& host);
+    void startTransfer(int sourceIndex);
     void onDownloaded(const QString& partPath);
     QCoro::Task<bool> fileIsGood(WhisperModel model) const;
 
@@ -91,6 +101,9 @@ private:
     std::unique_ptr<ModelTransfer> m_transfer;
     std::optional<WhisperModel> m_model;
     ModelSnapshot m_snapshot;
+    QList<QUrl> m_sources;
+    int m_sourceIndex = 0;
+    QString m_source;
 };
 
 } // namespace tamvex

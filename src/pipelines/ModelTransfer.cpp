@@ -22,8 +22,9 @@ constexpr double timeEpsilon = 1e-9;
 } // namespace
 
 ModelTransfer::ModelTransfer(QNetworkAccessManager& network, Clock& clock, const QUrl& url, const QString& partPath,
-                             TransferLimits limits, QObject* parent)
-    : QObject(parent), m_network(network), m_clock(clock), m_url(url), m_file(partPath), m_limits(limits) {}
+                             TransferLimits limits, bool mayGiveWay, QObject* parent)
+    : QObject(parent), m_network(network), m_clock(clock), m_url(url), m_file(partPath), m_limits(limits),
+      m_mayGiveWay(mayGiveWay) {}
 
 ModelTransfer::~ModelTransfer() {
     abort();
@@ -46,6 +47,7 @@ void ModelTransfer::start() {
     QNetworkRequest request(m_url);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     m_reply.reset(m_network.get(request));
+    connect(m_reply.get(), &QNetworkReply::metaDataChanged, this, &ModelTransfer::onHeaders);
     connect(m_reply.get(), &QNetworkReply::readyRead, this, &ModelTransfer::onReadyRead);
     connect(m_reply.get(), &QNetworkReply::finished, this, &ModelTransfer::onFinished);
     m_lastActivity = m_clock.now();
@@ -64,6 +66,28 @@ void ModelTransfer::abort() {
         m_file.close();
     if (!m_succeeded && m_file.exists())
         m_file.remove();
+}
+
+// A host with no such file, or one that is down, is no host for the model: the next one is
+// asked before a byte of the error page is written.
+void ModelTransfer::onHeaders() {
+    if (m_done || !m_reply || m_answered)
+        return;
+    const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (status == 0 || (status >= 300 && status < 400))
+        return; // no answer yet, or a redirect being followed
+    m_answered = true;
+    if (m_mayGiveWay && (status == 404 || status >= 500))
+        giveWay(QStringLiteral("%1: HTTP %2").arg(m_url.host()).arg(status));
+}
+
+void ModelTransfer::giveWay(const QString& reason) {
+    m_done = true;
+    stopTimers();
+    m_reply.reset();
+    m_file.close();
+    m_file.remove();
+    emit unavailable(reason);
 }
 
 // One timer that re-arms itself for the remaining time, rather than a new timer per chunk.
@@ -88,7 +112,10 @@ void ModelTransfer::timeOut() {
 }
 
 void ModelTransfer::onReadyRead() {
-    if (!m_writeError.isEmpty() || !m_reply)
+    if (!m_writeError.isEmpty() || !m_reply || m_done)
+        return;
+    onHeaders();
+    if (m_done)
         return;
     m_lastActivity = m_clock.now();
     const QByteArray chunk = m_reply->readAll();
@@ -109,6 +136,14 @@ void ModelTransfer::onReadyRead() {
 void ModelTransfer::onFinished() {
     if (m_done || !m_reply)
         return;
+    onHeaders();
+    if (m_done)
+        return;
+    // No answer at all (refused, no such host, silence): another host may have one.
+    if (m_mayGiveWay && !m_answered) {
+        giveWay(m_timedOut ? timedOutText() : m_reply->errorString());
+        return;
+    }
     m_done = true;
     stopTimers();
     if (m_writeError.isEmpty() && !m_timedOut)

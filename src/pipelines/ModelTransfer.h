@@ -22,14 +22,16 @@ struct TransferLimits {
 };
 
 /// One HTTP GET streamed into a file, with progress and time limits read from the Clock.
-/// The HTTP status is not judged: whatever body the server sends is what gets written.
-/// Exactly one of downloaded() or failed() is emitted, unless abort() comes first.
+/// The HTTP status is not judged: whatever body the server sends is what gets written, unless
+/// the transfer may give way to another host (`mayGiveWay`): then a host that does not answer,
+/// answers 404 or a server error makes it emit unavailable() before anything is written.
+/// Exactly one of downloaded(), unavailable() or failed() is emitted, unless abort() comes first.
 class ModelTransfer : public QObject {
     Q_OBJECT
 public:
     /// Prepares a GET of `url` into `partPath`; nothing happens until start().
     ModelTransfer(QNetworkAccessManager& network, Clock& clock, const QUrl& url, const QString& partPath,
-                  TransferLimits limits = {}, QObject* parent = nullptr);
+                  TransferLimits limits = {}, bool mayGiveWay = false, QObject* parent = nullptr);
     /// Aborts a running transfer silently and removes its partial file.
     ~ModelTransfer() override;
 
@@ -50,8 +52,13 @@ signals:
     void downloaded(const QString& partPath);
     /// The transfer broke off; `reason` is the network's own words. The partial file is gone.
     void failed(const QString& reason);
+    /// Only with `mayGiveWay`: the host can't serve the file; `reason` says why, for the log.
+    /// Nothing was written.
+    void unavailable(const QString& reason);
 
 private:
+    void onHeaders();
+    void giveWay(const QString& reason);
     void onReadyRead();
     void onFinished();
     void armIdleCheck();
@@ -70,6 +77,8 @@ private:
     Clock::TimerId m_idleTimer = 0;
     Clock::TimerId m_totalTimer = 0;
     QString m_writeError;
+    bool m_mayGiveWay = false;
+    bool m_answered = false; // an HTTP answer that is not a redirect has arrived
     bool m_timedOut = false;
     bool m_done = false;
     bool m_succeeded = false;

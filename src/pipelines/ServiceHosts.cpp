@@ -16,12 +16,13 @@ QUrl parseConstant(const char* text) {
 }
 
 // A bad override is a configuration slip, not a fault: say so and keep the default.
-QUrl withOverride(const char* variable, const char* fallback) {
+QUrl withOverride(const char* variable, const char* fallback, bool keepPath = false) {
     const QString value = qEnvironmentVariable(variable).trimmed();
     if (!value.isEmpty()) {
         QUrl url(value, QUrl::StrictMode);
         if (url.isValid() && !url.host().isEmpty() && (url.scheme() == "http" || url.scheme() == "https")) {
-            url.setPath(QString());
+            if (!keepPath)
+                url.setPath(QString());
             return url;
         }
         logError(QString("ServiceHosts: ignoring %1=%2, not an http(s) URL").arg(variable, value));
@@ -35,7 +36,8 @@ ServiceHosts ServiceHosts::fromEnvironment() {
     return {withOverride("TAMVEX_MAIN_URL", TAMVEX_DEFAULT_MAIN_URL),
             withOverride("TAMVEX_STT_URL", TAMVEX_DEFAULT_STT_URL),
             withOverride("TAMVEX_OPENROUTER_URL", TAMVEX_DEFAULT_OPENROUTER_URL),
-            withOverride("TAMVEX_YANDEX_OAUTH_URL", TAMVEX_DEFAULT_YANDEX_OAUTH_URL)};
+            withOverride("TAMVEX_YANDEX_OAUTH_URL", TAMVEX_DEFAULT_YANDEX_OAUTH_URL),
+            withOverride("TAMVEX_MODEL_MIRROR_URL", TAMVEX_DEFAULT_MODEL_MIRROR_URL, true)};
 }
 
 const ServiceHosts& ServiceHosts::configured() {
@@ -52,7 +54,7 @@ QString ServiceHosts::telegramContact() {
 }
 
 ServiceHosts ServiceHosts::allAt(const QUrl& base) {
-    return {base, base, base, base};
+    return {base, base, base, base, base};
 }
 
 QUrl ServiceHosts::join(const QUrl& base, const QString& path) {

@@ -4,7 +4,8 @@
 #include <QUrl>
 
 // Compiled-in hosts. A build may replace them with -D definitions; the environment
-// (TAMVEX_MAIN_URL, TAMVEX_STT_URL, TAMVEX_OPENROUTER_URL, TAMVEX_YANDEX_OAUTH_URL)
+// (TAMVEX_MAIN_URL, TAMVEX_STT_URL, TAMVEX_OPENROUTER_URL, TAMVEX_YANDEX_OAUTH_URL,
+// TAMVEX_MODEL_MIRROR_URL)
 // overrides them at run time, so tests and self-hosters point at their own servers. The
 // author's Telegram contact of the settings pane is configured the same way
 // (TAMVEX_TELEGRAM_CONTACT).
@@ -20,6 +21,10 @@
 #ifndef TAMVEX_DEFAULT_YANDEX_OAUTH_URL
 #define TAMVEX_DEFAULT_YANDEX_OAUTH_URL "https://oauth.yandex.ru"
 #endif
+// The public mirror of whisper.cpp's model files, for users whom the main host can't serve.
+#ifndef TAMVEX_DEFAULT_MODEL_MIRROR_URL
+#define TAMVEX_DEFAULT_MODEL_MIRROR_URL "https://huggingface.co/ggerganov/whisper.cpp/resolve/main"
+#endif
 #ifndef TAMVEX_DEFAULT_TELEGRAM_CONTACT
 #define TAMVEX_DEFAULT_TELEGRAM_CONTACT "@tamvex_support"
 #endif
@@ -32,6 +37,7 @@ struct ServiceHosts {
     QUrl stt;         ///< the separate speech proxy host ("stt")
     QUrl openRouter;  ///< OpenRouter's public API
     QUrl yandexOAuth; ///< Yandex ID's OAuth host
+    QUrl modelMirror; ///< the model files' public mirror; unlike the others it keeps its path
 
     /// The compiled-in hosts with the environment's overrides, read once per process.
     static const ServiceHosts& configured();

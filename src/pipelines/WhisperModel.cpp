@@ -66,8 +66,12 @@ QUrl downloadURL(WhisperModel model) {
     return ServiceHosts::join(ServiceHosts::configured().main, QStringLiteral("/models/") + fileName(model));
 }
 
+QUrl mirrorURL(WhisperModel model) {
+    return ServiceHosts::join(ServiceHosts::configured().modelMirror, QStringLiteral("/") + fileName(model));
+}
+
 ModelDescriptor descriptor(WhisperModel model) {
-    return {fileName(model), expectedBytes(model), expectedSHA256(model), downloadURL(model)};
+    return {fileName(model), expectedBytes(model), expectedSHA256(model), downloadURL(model), mirrorURL(model)};
 }
 
 } // namespace tamvex::whisperModels

@@ -16,7 +16,8 @@ struct ModelDescriptor {
     QString fileName;
     qint64 expectedBytes = 0; ///< nominal size, for display and the log only
     QString expectedSHA256;   ///< lowercase hexadecimal
-    QUrl downloadURL;
+    QUrl downloadURL; ///< the main service host: asked first
+    QUrl mirrorURL;   ///< the same file on the public mirror: asked when the main host can't serve it
 };
 
 namespace whisperModels {
@@ -35,6 +36,8 @@ qint64 expectedBytes(WhisperModel model);
 QString expectedSHA256(WhisperModel model);
 /// The main service host + "/models/" + file name.
 QUrl downloadURL(WhisperModel model);
+/// The public whisper.cpp model mirror + "/" + file name; TAMVEX_MODEL_MIRROR_URL replaces the base.
+QUrl mirrorURL(WhisperModel model);
 /// All of the above in one record.
 ModelDescriptor descriptor(WhisperModel model);
 

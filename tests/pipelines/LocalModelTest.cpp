@@ -92,10 +92,11 @@ struct ModelServer {
 /// One downloader under a sandbox, fetching its model (any WhisperModel) from `url`; every state
 /// it passes through is noted.
 struct DownloaderRig {
-    explicit DownloaderRig(const QString& url, const QString& digest = kPatternSha256) {
+    explicit DownloaderRig(const QString& url, const QString& digest = kPatternSha256, const QString& mirror = {})
+        : url(url), mirror(mirror) {
         network.setProxy(QNetworkProxy::NoProxy);
-        downloader = std::make_unique<ModelDownloader>(env.paths, clock, &network, [url, digest](WhisperModel) {
-            return ModelDescriptor{"small.bin", kPatternSize, digest, QUrl(url)};
+        downloader = std::make_unique<ModelDownloader>(env.paths, clock, &network, [this, digest](WhisperModel) {
+            return ModelDescriptor{"small.bin", kPatternSize, digest, QUrl(this->url), QUrl(this->mirror)};
         });
         QObject::connect(downloader.get(), &ModelDownloader::stateChanged,
                          [this](const ModelDownloadState& s) { states.append(s); });
@@ -110,7 +111,8 @@ struct DownloaderRig {
             ms);
     }
     QString target() const { return downloader->localURL(WhisperModel::largeV3TurboQ5); }
-    bool leftNothing() const { return !QFile::exists(target()) && !QFile::exists(target() + ".part"); }
+    QString part() const { return target() + ".part"; }
+    bool leftNothing() const { return !QFile::exists(target()) && !QFile::exists(part()); }
     /// The states passed through, each once, a download of any progress as "downloading".
     QStringList printed() const {
         QStringList out;
@@ -125,6 +127,8 @@ struct DownloaderRig {
             [&](QTextStream& out, QTextStream& err) { return runModelCommand(args, out, err, *downloader); });
     }
 
+    QString url;
+    QString mirror;
     TestEnv env;
     ManualClock clock; // only its limits read it
     QNetworkAccessManager network;
@@ -146,7 +150,10 @@ class LocalModelTest : public QObject {
     Q_OBJECT
 private slots:
     // Read once per process by the host table, so it is set before anything asks.
-    void initTestCase() { qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:9"); }
+    void initTestCase() {
+        qputenv("TAMVEX_MAIN_URL", "http://127.0.0.1:9");
+        qputenv("TAMVEX_MODEL_MIRROR_URL", "http://127.0.0.1:9/mirror/");
+    }
 
     // The digest itself is checked against the outside answer by every completed download.
     void unreadablePathsHaveNoDigest() {
@@ -180,7 +187,7 @@ private slots:
         DownloaderRig rig(peer.url());
         rig.download();
         QVERIFY(spinUntil([&] { return rig.downloader->state().progress() > 0.0; }));
-        QVERIFY(QFile::exists(rig.target() + ".part"));
+        QVERIFY(QFile::exists(rig.part()));
         rig.downloader->cancel();
         QCOMPARE(rig.downloader->state(), ModelDownloadState::idle());
         // The aborted reply's end, when it comes, is no failure.
@@ -201,6 +208,59 @@ private slots:
         QCOMPARE(rig.downloader->state().kind(), Kind::failed);
         QVERIFY2(!reason.isEmpty() && reason[0].unicode() < 128, qPrintable(reason));
         QVERIFY(rig.leftNothing());
+    }
+
+    // The main host, when it refuses the connection or has no such file, gives way to the
+    // mirror; the command line says where the bytes come from.
+    void aMainHostThatCantServeGivesWayToTheMirror() {
+        ModelServer mirror;
+        const QString mirrorUrl = mirror.server.localhostUrl().toString() + "/models/small.bin";
+        for (const QString& main : {QString("http://127.0.0.1:9/models/small.bin"), mirror.url("gone.bin")}) {
+            DownloaderRig rig(main, kPatternSha256, mirrorUrl);
+            const CommandOutput o = rig.model({"download"});
+            QCOMPARE(o.code, 0);
+            QVERIFY2(o.err.contains("Загружаю с localhost\n") && !o.err.contains("Загружаю с 127.0.0.1"),
+                     qPrintable(o.err));
+            QCOMPARE(fileBytes(rig.target()), mirror.body);
+            QCOMPARE(rig.downloader->source(), QString());
+        }
+    }
+
+    // Each ends in `failed` with words a user can act on, and leaves no model file behind.
+    void badAnswersAndDisksFailWithAReason() {
+        ModelServer server;
+        server.server.script("/models/page.bin",
+                             {200, "<!doctype html><title>Вход в сеть</title>", "text/html; charset=utf-8"});
+        const struct {
+            const char* name;
+            QString url;
+            QString digest;
+            std::function<void(DownloaderRig&)> prepare;
+            QString reasonStart;
+        } cases[] = {
+            // The page is saved as it came, and its digest refuses it.
+            {"a web page", server.url("page.bin"), kPatternSha256, {}, ModelDownloader::corruptedText()},
+            {"a wrong digest", server.url(), QString(64, '0'), {}, ModelDownloader::corruptedText()},
+            {"a full disk", server.url(), kPatternSha256,
+             [](DownloaderRig& r) { QVERIFY(QFile::link("/dev/full", r.part())); },
+             "Не удалось сохранить файл: No space left on device"},
+            {"a models folder that can't be written", server.url(), kPatternSha256,
+             [](DownloaderRig& r) {
+                 const QString dir = QFileInfo(r.target()).path();
+                 QVERIFY(QDir(dir).removeRecursively() && writeFile(dir, "not a folder"));
+             },
+             "Не удалось сохранить файл: "},
+        };
+        for (const auto& c : cases) {
+            DownloaderRig rig(c.url, c.digest);
+            if (c.prepare)
+                c.prepare(rig);
+            rig.download();
+            QVERIFY2(rig.waitForEnd(), c.name);
+            const QString reason = rig.downloader->state().reason();
+            QVERIFY2(reason.startsWith(c.reasonStart), qPrintable(QString(c.name) + ": " + reason));
+            QVERIFY2(!QFileInfo(rig.target()).isFile() && !QFileInfo::exists(rig.part()), c.name);
+        }
     }
 
     void unknownTotalKeepsProgressAtZeroUntilTheEnd() {
@@ -262,16 +322,17 @@ private slots:
         QCOMPARE(rig.printed(), (QStringList{"verifying", "downloading", rig.downloader->state().toString()}));
         QVERIFY2(rig.downloader->state().reason().startsWith("Не удалось сохранить файл: "),
                  qPrintable(rig.downloader->state().reason()));
-        QVERIFY(!QFile::exists(rig.target() + ".part"));
+        QVERIFY(!QFile::exists(rig.part()));
     }
 
     // Where they are kept is proved by the local mode finding them (app_state_test).
-    void realModelsComeFromTheMainHost() {
+    void realModelsComeFromTheMainHostThenTheMirror() {
         TestEnv env;
         WallClock clock;
         ModelDownloader downloader(env.paths, clock);
         const ModelDescriptor d = downloader.descriptor(WhisperModel::mediumQ5);
         QCOMPARE(d.downloadURL.toString(), QString("http://127.0.0.1:9/models/ggml-medium-q5_0.bin"));
+        QCOMPARE(d.mirrorURL.toString(), QString("http://127.0.0.1:9/mirror/ggml-medium-q5_0.bin"));
     }
 
     void fetchCheckAndDeleteFromTheTerminal() {
@@ -295,7 +356,7 @@ private slots:
             o.err.contains("\n[##############################] 100 %  2 из ~2 МБ\nПроверяю контрольную сумму…\n") &&
                 !o.err.contains("\r"),
             qPrintable(o.err));
-        QVERIFY(o.err.count("] ") <= 11);
+        QVERIFY2(o.err.count("] ") <= 11, qPrintable(o.err));
         QCOMPARE(o.out, "Модель загружена и проверена: " + rig.target() + "\n");
         QCOMPARE(rig.printed(), (QStringList{"downloading", "verifying", "completed"}));
         double last = 0.0;

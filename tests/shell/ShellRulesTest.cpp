@@ -230,11 +230,12 @@ private slots:
     // Which row each state shows, and the texts composed from its values.
     void localModelRowsFollowTheDownloadState() {
         using S = ModelDownloadState;
-        const QString once = "Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн.";
+        const QString once = "Скачается с серверов Sorvel, запасной источник — зеркало huggingface.co. Один раз — "
+                             "потом распознавание работает оффлайн.";
         const struct {
             S state;
             std::optional<qint64> fileSize;
-            QString phase, text;
+            QString phase, text, from = {};
         } cases[] = {
             {S::idle(), {}, "notDownloaded", once},
             // A file found on disk is ready without a download in this run.
@@ -242,16 +243,21 @@ private slots:
             {S::completed(), 1549000000, "ready", "Готово · занимает 1,5 ГБ"},
             {S::completed(), {}, "notDownloaded", once}, // deleted after it was proved: nothing to show as ready
             {S::downloading(0.4279), {}, "downloading", "42%"},
+            {S::downloading(0.5), {}, "downloading", "Загрузка с huggingface.co50%", "huggingface.co"},
             {S::failed("The network connection was lost."),
              {},
              "failed",
              "Ошибка скачивания: The network connection was lost."},
         };
         for (const auto& c : cases) {
-            const LocalModelSection::Row row = LocalModelSection::rowFor(c.state, c.fileSize);
+            const LocalModelSection::Row row =
+                LocalModelSection::rowFor(c.state, c.fileSize, {c.from, "api.sorvel.ru", "huggingface.co"});
             QCOMPARE(row.phase, c.phase);
             QCOMPARE(row.text + row.percentText, c.text);
         }
+        // A self-hoster's host is named as it is.
+        QVERIFY(LocalModelSection::rowFor(S::idle(), {}, {{}, "models.example.org", "mirror.example.org"})
+                    .text.startsWith("Скачается с models.example.org, запасной источник — зеркало mirror.example.org."));
 
         // The button downloads, then cancels.
         AppFixture fx;

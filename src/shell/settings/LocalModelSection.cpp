@@ -1,6 +1,7 @@
 #include "shell/settings/LocalModelSection.h"
 
 #include "pipelines/ModelDownloader.h"
+#include "pipelines/ServiceHosts.h"
 
 #include <QLocale>
 
@@ -26,12 +27,14 @@ QString LocalModelSection::modelName() {
     return QStringLiteral("Whisper Large V3 Turbo (Q5)");
 }
 
-LocalModelSection::Row LocalModelSection::rowFor(const ModelDownloadState& state, std::optional<qint64> fileSize) {
+LocalModelSection::Row LocalModelSection::rowFor(const ModelDownloadState& state, std::optional<qint64> fileSize,
+                                                 const Hosts& hosts) {
     using Kind = ModelDownloadState::Kind;
     switch (state.kind()) {
     case Kind::downloading: {
         const double progress = std::clamp(state.progress(), 0.0, 1.0);
-        return {QStringLiteral("downloading"), QString(), QStringLiteral("Скачивается ") + modelName(), QString(),
+        const QString from = hosts.active.isEmpty() ? QString() : QStringLiteral("Загрузка с ") + hosts.active;
+        return {QStringLiteral("downloading"), QString(), QStringLiteral("Скачивается ") + modelName(), from,
                 QString::number(qint64(progress * 100.0)) + QStringLiteral("%"), progress,
                 QStringLiteral("Отменить"), QString()};
     }
@@ -49,23 +52,35 @@ LocalModelSection::Row LocalModelSection::rowFor(const ModelDownloadState& state
     if (fileSize)
         return {QStringLiteral("ready"), QStringLiteral("checkmark.seal.fill"), modelName(),
                 QStringLiteral("Готово · занимает ") + sizeText(*fileSize)};
+    // The service's own host is named as the service; one a self-hoster set is named as it is.
+    const QString main = hosts.main == QUrl(QStringLiteral(TAMVEX_DEFAULT_MAIN_URL)).host()
+                             ? QStringLiteral("серверов Sorvel")
+                             : hosts.main;
     return {QStringLiteral("notDownloaded"), QString(), QString(),
-            QStringLiteral("Скачается с серверов Sorvel. Один раз — потом распознавание работает оффлайн."),
+            QStringLiteral("Скачается с %1, запасной источник — зеркало %2. Один раз — потом распознавание "
+                           "работает оффлайн.")
+                .arg(main, hosts.mirror),
             QString(), 0.0, QStringLiteral("Скачать модель"), QStringLiteral("arrow.down.circle.fill")};
 }
 
 LocalModelSection::LocalModelSection(ModelDownloader& downloader, QObject* parent)
     : QObject(parent), m_downloader(downloader) {
     connect(&m_downloader, &ModelDownloader::stateChanged, this, &LocalModelSection::refresh);
-    m_row = rowFor(m_downloader.state(), m_downloader.fileSize(kModel));
+    connect(&m_downloader, &ModelDownloader::sourceChanged, this, &LocalModelSection::refresh);
+    m_row = rowFor(m_downloader.state(), m_downloader.fileSize(kModel), hosts());
 }
 
 void LocalModelSection::refresh() {
-    Row row = rowFor(m_downloader.state(), m_downloader.fileSize(kModel));
+    Row row = rowFor(m_downloader.state(), m_downloader.fileSize(kModel), hosts());
     if (row == m_row)
         return;
     m_row = std::move(row);
     emit changed();
+}
+
+LocalModelSection::Hosts LocalModelSection::hosts() const {
+    const ModelDescriptor d = m_downloader.descriptor(kModel);
+    return {m_downloader.source(), d.downloadURL.host(), d.mirrorURL.host()};
 }
 
 void LocalModelSection::press() {

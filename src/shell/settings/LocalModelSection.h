@@ -43,8 +43,16 @@ public:
         bool operator==(const Row&) const = default;
     };
 
-    /// The row of `state` with the model file's size on disk, none when there is no file.
-    static Row rowFor(const ModelDownloadState& state, std::optional<qint64> fileSize);
+    /// Where the bytes come from: the host of the running transfer, and the two it may be.
+    struct Hosts {
+        QString active; ///< empty when no transfer runs
+        QString main;
+        QString mirror;
+    };
+
+    /// The row of `state` with the model file's size on disk (none when there is no file) and
+    /// the hosts it is fetched from.
+    static Row rowFor(const ModelDownloadState& state, std::optional<qint64> fileSize, const Hosts& hosts);
     /// "Whisper Large V3 Turbo (Q5)".
     static QString modelName();
 
@@ -69,6 +77,8 @@ signals:
     void changed();
 
 private:
+    Hosts hosts() const;
+
     ModelDownloader& m_downloader;
     Row m_row;
 };
