@@ -1,37 +1,73 @@
 #!/usr/bin/env bash
-# Compares one local transcription by Tamvex with whisper.cpp's own whisper-cli doing the same
-# work: same file, model, thread count and decoding parameters. Prints the ratio of their wall
-# times (target: <= 1.05).
-# Usage: bench/whisper_vs_cli.sh BUILD_DIR WHISPER_CLI [MODEL] [AUDIO] [RUNS]
+# One local transcription by `tamvex transcribe-local` against whisper.cpp doing exactly the
+# same work with nothing of Tamvex around it (build/bench/whisper_driver: the same model file,
+# the same samples, the engine's parameters and thread count). Checks that both print the same
+# text (equal text proves equal input and settings, even on a random-weight model), then prints
+# the median wall time and peak memory of each and their ratio and difference.
+# whisper.cpp's own whisper-cli, when given, is run too with the nearest flags it has, for
+# orientation (it cannot switch suppress_blank off, and prints timestamps, so its text is not
+# compared).
+#
+# Usage: bench/whisper_vs_cli.sh BUILD_DIR MODEL [AUDIO] [RUNS] [WHISPER_CLI]
+# Targets: wall time <= 1.03 x, peak memory <= driver + 40 MB.
 set -euo pipefail
-build="${1:?build directory with whisper_bench}"
-cli="${2:?path to whisper-cli}"
+build="${1:?build directory}"
+model="${2:?whisper model file}"
 here="$(cd "$(dirname "$0")" && pwd)"
-model="${3:-$here/../../shared/testdata/for-tests-ggml-tiny.bin}"
-audio="${4:-$here/../../shared/testdata/jfk.wav}"
-runs="${5:-3}"
+audio="${3:-$here/../../shared/testdata/jfk.wav}"
+runs="${4:-5}"
+cli="${5:-}"
+uptime
+exec python3 - "$build" "$model" "$audio" "$runs" "$cli" <<'EOF'
+import os, statistics, sys, tempfile, time
 
-# Ours first: the benchmark reports the thread count the engine chose, which whisper-cli is then given.
-csv=$(TAMVEX_BENCH_MODEL="$model" TAMVEX_BENCH_AUDIO="$audio" \
-  "$build/bench/whisper_bench" --benchmark_filter=BM_LocalTranscribe --benchmark_format=csv 2>/dev/null)
-read -r ours_ms threads < <(awk -F, '
-  /^name,/ { for (i = 1; i <= NF; i++) { gsub(/"/, "", $i); column[$i] = i } }
-  /BM_LocalTranscribe/ { printf "%d %d\n", $column["real_time"], $column["threads"] }' <<<"$csv")
-if [[ -z "${threads:-}" || "$threads" -lt 1 ]]; then
-  echo "whisper_bench gave no result (is the build made with whisper.cpp?)" >&2
-  exit 1
-fi
+build, model, audio, runs, cli = sys.argv[1], sys.argv[2], sys.argv[3], int(sys.argv[4]), sys.argv[5]
+threads = max(1, min(8, (os.cpu_count() or 1) - 2))  # the engine's own rule
 
-# The engine's decoding, flag for flag: greedy (beam size 1) keeping the best of 5, Russian,
-# no language detection, no-speech threshold 0, timestamps computed (no -nt), the context of
-# earlier text not used (whisper-cli's default, as the engine's), GPU and flash attention on.
-# Only printing differs, and goes to /dev/null. whisper-cli has no switch for suppress_blank,
-# which the engine turns off; it changes which token is picked, not the work per token.
-start=$(date +%s%N)
-for _ in $(seq "$runs"); do
-  "$cli" -m "$model" -f "$audio" -t "$threads" -p 1 -l ru -bs 1 -bo 5 -nth 0 -fa -np >/dev/null 2>&1
-done
-cli_ms=$(( ($(date +%s%N) - start) / 1000000 / runs ))
+def run(argv):
+    """Wall seconds, peak RSS in MB and stdout of one run of argv."""
+    with tempfile.TemporaryFile() as out, open(os.devnull, "wb") as null:
+        start = time.perf_counter()
+        pid = os.posix_spawn(argv[0], argv, os.environ,
+                             file_actions=[(os.POSIX_SPAWN_DUP2, out.fileno(), 1),
+                                           (os.POSIX_SPAWN_DUP2, null.fileno(), 2)])
+        _, status, usage = os.wait4(pid, 0)
+        wall = time.perf_counter() - start
+        if os.waitstatus_to_exitcode(status) != 0:
+            sys.exit(f"{argv[0]} failed with {status}")
+        out.seek(0)
+        return wall, usage.ru_maxrss / 1024.0, out.read().decode("utf-8", "replace").strip()
 
-echo "threads=$threads runs=$runs whisper-cli=${cli_ms} ms tamvex=${ours_ms} ms"
-awk -v a="$ours_ms" -v b="$cli_ms" 'BEGIN { printf "ratio tamvex/whisper-cli = %.3f\n", a / b }'
+programs = {
+    "tamvex": [f"{build}/src/tamvex", "transcribe-local", audio, "--model", model],
+    "driver": [f"{build}/bench/whisper_driver", model, audio, str(threads)],
+}
+if cli:
+    programs["whisper-cli"] = [cli, "-m", model, "-f", audio, "-t", str(threads), "-l", "ru", "-bs", "1",
+                               "-nth", "0", "-nf", "-fa", "-np"]
+results = {name: [] for name in programs}
+texts = {}
+for _ in range(runs):  # interleaved, so a busy moment hurts all alike
+    for name, argv in programs.items():
+        wall, rss, text = run(argv)
+        results[name].append((wall, rss))
+        texts[name] = text
+
+def line(name):
+    walls = sorted(w for w, _ in results[name])
+    rss = max(r for _, r in results[name])
+    return statistics.median(walls), walls[0], walls[-1], rss
+
+print(f"model={os.path.basename(model)} audio={os.path.basename(audio)} threads={threads} runs={runs}")
+for name in programs:
+    med, lo, hi, rss = line(name)
+    print(f"{name:12s} wall median {med:7.3f} s (range {lo:.3f}-{hi:.3f})  peak RSS {rss:7.1f} MB"
+          f"  text: {texts[name][:60]!r}")
+if texts["tamvex"] != texts["driver"]:
+    sys.exit("DIFFERENT TEXT: the application did not give whisper.cpp the same input or settings")
+ours, base = line("tamvex"), line("driver")
+print(f"same text; wall ratio tamvex/driver = {ours[0] / base[0]:.3f}; "
+      f"peak memory tamvex - driver = {ours[3] - base[3]:+.1f} MB")
+if cli:
+    print(f"wall ratio tamvex/whisper-cli = {ours[0] / line('whisper-cli')[0]:.3f}")
+EOF
