@@ -14,8 +14,9 @@ TextInjectorError::TextInjectorError(Kind kind) : TamvexError(describe(kind)), m
 QString TextInjectorError::describe(Kind kind) {
     switch (kind) {
     case Kind::accessibilityNotGranted:
-        return QStringLiteral("Нет доступа к вводу с клавиатуры. Добавь себя в группу input и установи "
-                              "правило udev для /dev/uinput (см. packaging/), затем войди в систему заново.");
+        // The prompt that the same failure raises shows these steps with a copy button.
+        return QStringLiteral("Нет доступа к вводу с клавиатуры. Как его дать — в окне «Доступ к вводу»: "
+                              "группа input и правило udev для /dev/uinput, затем войти в систему заново.");
     case Kind::eventSourceFailed:
         return QStringLiteral("Не удалось отправить нажатие клавиш: виртуальная клавиатура (uinput/XTest) недоступна.");
     case Kind::clipboardNotOwned:

@@ -13,8 +13,10 @@
 namespace tamvex {
 
 namespace {
-// Template images of the Mac take the panel's text colour; our tray panels are dark.
+// Template images of the Mac take the panel's text colour. A tray cannot tell us its panel's
+// colour, so ours are light with a dark halo: they read on a dark panel and a light one.
 const QColor templateColor(0xf2, 0xf2, 0xf7);
+const QColor templateOutline(0x1c, 0x1c, 0x1e);
 const QColor recordingColor = QColor::fromRgbF(1.0f, 0.55f, 0.45f);
 
 QAction* addAction(QMenu& menu, const QString& title, const QString& key, const std::function<void()>& action) {
@@ -72,13 +74,23 @@ QString MenuBarController::usageLine(double totalSpentUSD, qint64 totalRequests)
            QString::number(totalRequests) + QStringLiteral(" req");
 }
 
+QIcon MenuBarController::stateIcon(RecordingState::Case state, bool trayIconExists) {
+    const QString symbol = iconSymbol(state, trayIconExists);
+    switch (state) {
+    case RecordingState::Case::recording:
+        return SymbolIcons::icon(symbol, recordingColor); // keeps its colour
+    case RecordingState::Case::processing:
+    case RecordingState::Case::error:
+        return SymbolIcons::icon(symbol, templateColor, templateOutline);
+    case RecordingState::Case::idle:
+        break;
+    }
+    return SymbolIcons::icon(symbol, templateColor);
+}
+
 void MenuBarController::updateIcon() {
-    if (!m_tray)
-        return;
-    const auto state = m_appState.recordingState().kind();
-    const QString symbol = iconSymbol(state, SymbolIcons::exists(QStringLiteral("TrayIcon")));
-    // The recording paw keeps its colour; the others are drawn like template images.
-    m_tray->setIcon(SymbolIcons::icon(symbol, state == RecordingState::Case::recording ? recordingColor : templateColor));
+    if (m_tray)
+        m_tray->setIcon(stateIcon(m_appState.recordingState().kind(), SymbolIcons::exists(QStringLiteral("TrayIcon"))));
 }
 
 std::unique_ptr<QMenu> MenuBarController::buildPointerMenu() {

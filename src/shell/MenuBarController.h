@@ -2,6 +2,7 @@
 
 #include "core/RecordingState.h"
 
+#include <QIcon>
 #include <QObject>
 #include <QString>
 
@@ -46,6 +47,9 @@ public:
 
     /// The symbol drawn for a state: "TrayIcon" for idle when our resources have it.
     static QString iconSymbol(RecordingState::Case state, bool trayIconExists);
+    /// The tray's icon for a state: the paw in its colour; processing and error light with a
+    /// dark halo, readable on a light panel and a dark one.
+    static QIcon stateIcon(RecordingState::Case state, bool trayIconExists);
     /// The pointer menu's first line, "Sorvel · <spent> · <n> req".
     static QString usageLine(double totalSpentUSD, qint64 totalRequests);
 

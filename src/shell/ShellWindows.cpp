@@ -21,7 +21,8 @@ InlineLoginForm::UrlOpener openerOrDesktop(InlineLoginForm::UrlOpener opener) {
 ShellWindows::ShellWindows(AppState& state, Config config, const MicrophoneAccess& microphone, InputAccess& input,
                            QObject* parent)
     : QObject(parent), m_state(state),
-      m_forms(state, config.yandexHost, openerOrDesktop(config.openUrl), &m_callbacks) {
+      m_forms(state, config.yandexHost, openerOrDesktop(config.openUrl), &m_callbacks),
+      m_inputPrompt(state.clock(), input) {
     MainWindowModel::Hooks hooks;
     hooks.toggleRecording = config.toggleRecording;
     hooks.showWindow = [this] { openMainWindow(); };
@@ -34,9 +35,10 @@ ShellWindows::ShellWindows(AppState& state, Config config, const MicrophoneAcces
     hooks.input = &input;
     // The application's one downloader, which the local engine also looks at.
     hooks.models = config.models ? config.models : &ModelDownloader::shared();
+    ModelDownloader& models = *hooks.models;
     m_main = std::make_unique<MainWindowController>(state, std::move(hooks));
-    m_welcome =
-        std::make_unique<WelcomeWindowController>(state, m_forms, microphone, input, [this] { openMainWindow(); });
+    m_welcome = std::make_unique<WelcomeWindowController>(state, m_forms, microphone, input, models,
+                                                          [this] { openMainWindow(); });
 }
 
 ShellWindows::~ShellWindows() = default;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "account/OAuthCallbacks.h"
+#include "shell/InputAccessPrompt.h"
 #include "shell/MainWindowController.h"
 #include "shell/WelcomeWindowController.h"
 #include "shell/main/LoginForms.h"
@@ -21,7 +22,8 @@ class ModelDownloader;
 
 /// The two windows and what opens them, for AppDelegate to make once at launch:
 /// the six open actions, the reopen rule, the sign-in return, and the welcome window at
-/// first start that hands over to the main window when onboarding completes.
+/// first start that hands over to the main window when onboarding completes, and the
+/// explanation of input access when a paste asks for it.
 class ShellWindows : public QObject {
     Q_OBJECT
 public:
@@ -53,6 +55,7 @@ public:
     MainWindowController& mainWindow() { return *m_main; }
     WelcomeWindowController& welcomeWindow() { return *m_welcome; }
     OAuthCallbacks& oauthCallbacks() { return m_callbacks; }
+    InputAccessPrompt& inputAccessPrompt() { return m_inputPrompt; }
 
 public slots:
     /// A second start handed over its arguments (connect ControlService::activated here):
@@ -65,6 +68,7 @@ private:
     AppState& m_state;
     OAuthCallbacks m_callbacks;
     LoginForms m_forms;
+    InputAccessPrompt m_inputPrompt;
     std::unique_ptr<MainWindowController> m_main;
     std::unique_ptr<WelcomeWindowController> m_welcome;
 };

@@ -38,18 +38,32 @@ bool SymbolIcons::evenOdd(const QString& symbol) {
     return readSymbol(symbol).contains("fill-rule=\"evenodd\"");
 }
 
-QIcon SymbolIcons::icon(const QString& symbol, const QColor& color) {
-    QByteArray svg = readSymbol(symbol);
+QIcon SymbolIcons::icon(const QString& symbol, const QColor& color, const QColor& outline) {
+    const QByteArray svg = readSymbol(symbol);
     if (svg.isEmpty())
         return {};
-    svg.replace("<path ", "<path fill=\"" + color.name(QColor::HexRgb).toLatin1() + "\" ");
-    QSvgRenderer renderer(svg);
+    QByteArray filled = svg;
+    filled.replace("<path ", "<path fill=\"" + color.name(QColor::HexRgb).toLatin1() + "\" ");
+    QSvgRenderer renderer(filled);
+    // The halo: the same shape, stroked wide in the outline colour, drawn first.
+    QByteArray haloSvg = svg;
+    const QByteArray outlineName = outline.name(QColor::HexRgb).toLatin1();
+    haloSvg.replace("<path ", "<path fill=\"" + outlineName + "\" stroke=\"" + outlineName +
+                                  "\" stroke-width=\"3\" stroke-linejoin=\"round\" ");
+    QSvgRenderer halo(haloSvg);
     QIcon icon;
     for (int size : {16, 32, 64}) {
         QPixmap pixmap(size, size);
         pixmap.fill(Qt::transparent);
         QPainter painter(&pixmap);
-        renderer.render(&painter);
+        if (outline.alpha() > 0) {
+            // Shrunk a little, so that the halo stays inside the icon's square.
+            const qreal inset = size * 1.5 / 24;
+            halo.render(&painter, QRectF(inset, inset, size - 2 * inset, size - 2 * inset));
+            renderer.render(&painter, QRectF(inset, inset, size - 2 * inset, size - 2 * inset));
+        } else {
+            renderer.render(&painter);
+        }
         painter.end();
         icon.addPixmap(pixmap);
     }

@@ -24,8 +24,10 @@ public:
     Q_INVOKABLE static QString pathData(const QString& symbol);
     /// True when the path fills by the even-odd rule (holes cut by inner shapes).
     Q_INVOKABLE static bool evenOdd(const QString& symbol);
-    /// The symbol filled with `color`, drawn at 16, 32 and 64 pixels; null when absent.
-    static QIcon icon(const QString& symbol, const QColor& color);
+    /// The symbol filled with `color`, drawn at 16, 32 and 64 pixels; null when absent. With
+    /// an opaque `outline`, a halo of that colour rings the shape, so that it reads on a panel
+    /// of either brightness.
+    static QIcon icon(const QString& symbol, const QColor& color, const QColor& outline = Qt::transparent);
 };
 
 } // namespace tamvex

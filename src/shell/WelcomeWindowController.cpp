@@ -4,6 +4,7 @@
 #include "core/AppState.h"
 #include "shell/MainWindowController.h"
 #include "shell/main/LoginForms.h"
+#include "shell/welcome/OnboardingRoad.h"
 #include "shell/welcome/PermissionsCheck.h"
 
 #include <QQmlEngine>
@@ -13,12 +14,14 @@ namespace tamvex {
 
 WelcomeWindowController::WelcomeWindowController(AppState& state, LoginForms& loginForms,
                                                  const MicrophoneAccess& microphone, InputAccess& input,
-                                                 std::function<void()> onFinished, QObject* parent)
+                                                 ModelDownloader& models, std::function<void()> onFinished,
+                                                 QObject* parent)
     : QObject(parent), m_state(&state), m_loginForms(loginForms), m_microphone(microphone), m_input(input),
-      m_onFinished(std::move(onFinished)) {}
+      m_models(models), m_onFinished(std::move(onFinished)) {}
 
 WelcomeWindowController::~WelcomeWindowController() {
     m_window.reset();
+    m_road.reset();
     m_recorder.reset();
     m_permissions.reset();
     m_flow.reset();
@@ -37,6 +40,7 @@ void WelcomeWindowController::show() {
     m_permissions = std::make_unique<PermissionsCheck>(m_state->clock(), m_microphone, m_input);
     m_recorder = std::make_unique<KeyboardShortcuts::Recorder>(m_state->shortcuts(),
                                                                KeyboardShortcuts::sorvelRecordAlternative);
+    m_road = std::make_unique<OnboardingRoad>(*m_state, m_models, *m_flow, *m_recorder);
     QPointer<WelcomeWindowController> self(this);
     connect(m_flow.get(), &WelcomeFlow::finished, this, [self] {
         if (!self)
@@ -51,6 +55,7 @@ void WelcomeWindowController::show() {
                             {QStringLiteral("permissions"), QVariant::fromValue(m_permissions.get())},
                             {QStringLiteral("loginForms"), QVariant::fromValue(&m_loginForms)},
                             {QStringLiteral("recorder"), QVariant::fromValue(m_recorder.get())},
+                            {QStringLiteral("road"), QVariant::fromValue(m_road.get())},
                             {QStringLiteral("appState"), QVariant::fromValue(static_cast<QObject*>(m_state.data()))}});
     if (!m_window)
         return;

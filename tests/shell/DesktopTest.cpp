@@ -17,6 +17,7 @@
 #include <QScopeGuard>
 #include <QScreen>
 #include <QSystemTrayIcon>
+#include <QPainter>
 #include <QTest>
 #include <QThread>
 
@@ -172,15 +173,33 @@ private slots:
         QCOMPARE(f.menus.buildPointerMenu()->actions().first()->text(), "Sorvel · 1 300 ø · 2 req");
     }
 
-    // Each state shows a symbol of its own, and every symbol a state can show is one of our icons and draws.
+    // Each state shows a symbol of its own, and every symbol a state can show is one of our icons
+    // and draws; the processing and error icons stand out on a light panel as on a dark one.
     void iconPerState() {
         using C = RecordingState::Case;
+        // Pixels of the icon laid on `panel` that differ clearly from the panel.
+        const auto visibleOn = [](const QIcon& icon, QColor panel) {
+            QImage image(32, 32, QImage::Format_ARGB32);
+            image.fill(panel);
+            QPainter painter(&image);
+            icon.paint(&painter, image.rect());
+            painter.end();
+            int count = 0;
+            for (int y = 0; y < 32; ++y)
+                for (int x = 0; x < 32; ++x)
+                    count += qAbs(qGray(image.pixel(x, y)) - qGray(panel.rgb())) > 80;
+            return count;
+        };
         QSet<QString> symbols;
         for (C c : {C::idle, C::recording, C::processing, C::error})
             for (bool tray : {true, false}) {
                 const QString symbol = MenuBarController::iconSymbol(c, tray);
-                QVERIFY2(!SymbolIcons::icon(symbol, Qt::white).isNull(), qPrintable(symbol));
+                const QIcon icon = MenuBarController::stateIcon(c, tray);
+                QVERIFY2(!icon.isNull(), qPrintable(symbol));
                 QVERIFY(!SymbolIcons::pathData(symbol).isEmpty());
+                if (c == C::processing || c == C::error)
+                    for (QColor panel : {QColor(Qt::white), QColor(0xee, 0xee, 0xee), QColor(0x20, 0x20, 0x24)})
+                        QVERIFY2(visibleOn(icon, panel) > 40, qPrintable(symbol + " on " + panel.name()));
                 symbols << symbol;
             }
         QCOMPARE(symbols.size(), 5); // idle without our tray picture falls back to a dot

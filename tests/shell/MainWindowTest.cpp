@@ -6,7 +6,14 @@
 #include "support/TestMain.h"
 #include "support/TrackedEvents.h"
 
+#include "DevServer.h"
+#include "shell/welcome/OnboardingRoad.h"
+#include "shell/welcome/PermissionsCheck.h"
+
+#include <QCryptographicHash>
 #include <QDirIterator>
+#include <QKeyEvent>
+#include <QTemporaryDir>
 #include <QFile>
 #include <QQmlComponent>
 #include <QQmlEngine>
@@ -58,6 +65,35 @@ QQuickWindow* shownOn(WindowFixture& fx, void (ShellWindows::*open)()) {
     (fx.windows.*open)();
     QQuickWindow* window = fx.windows.mainWindow().window();
     return window && QTest::qWaitForWindowExposed(window) ? window : nullptr;
+}
+
+// The texts of buttons under `root` whose labels the style would set in capitals.
+QStringList capitalisedButtons(QQuickItem* root) {
+    QStringList found;
+    if (!root)
+        return found;
+    if (root->inherits("QQuickAbstractButton") &&
+        root->property("font").value<QFont>().capitalization() != QFont::MixedCase)
+        found << root->property("text").toString();
+    for (QQuickItem* child : root->childItems())
+        found << capitalisedButtons(child);
+    return found;
+}
+
+// A click in the middle of a visible item, as the pointer makes it, once the layout has put it
+// inside its window (a step just brought forward is laid out on the next frame).
+bool clickOn(QQuickItem* item) {
+    if (!item || !item->isVisible() || !item->window())
+        return false;
+    const auto inside = [item] {
+        const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+        return item->window()->contentItem()->contains(centre);
+    };
+    if (!QTest::qWaitFor(inside, 2000))
+        return false;
+    QTest::mouseClick(item->window(), Qt::LeftButton, {},
+                      item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+    return true;
 }
 
 QQuickItem* currentPane(QQuickWindow* window) {
@@ -133,6 +169,7 @@ private slots:
             for (const QString& expected : pane.texts)
                 QVERIFY2(texts.contains(expected), qPrintable(pane.section + ": no " + expected));
             QVERIFY2(colourCount(window->grabWindow()) > 20, qPrintable(pane.section + " looks blank"));
+            QCOMPARE(capitalisedButtons(currentPane(window)), QStringList());
         }
         QStringList opened;
         for (const auto& args : tracked)
@@ -289,6 +326,119 @@ private slots:
         }
         QTRY_VERIFY(!window->isVisible());
         QVERIFY(fx.windows.mainWindow().window() && fx.windows.mainWindow().window()->isVisible());
+        QCOMPARE(capitalisedButtons(window->contentItem()), QStringList());
+    }
+
+    // A new user on a machine without FN, signed out, with no key and no model: the hotkey step
+    // records the hotkey in place, the permissions step shows the commands by itself and stops
+    // asking when the window closes, and the last step sets up the local road, download and all.
+    void onboardingEndsOnARoadThatWorks() {
+        WindowFixture fx;
+        QTemporaryDir served;
+        const QByteArray body(4096, 'm');
+        QDir(served.path()).mkpath("models");
+        QFile file(served.filePath("models/model.bin"));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(body) == body.size());
+        file.close();
+        devserver::DevServer server(served.path());
+        server.start();
+        const QString digest = QCryptographicHash::hash(body, QCryptographicHash::Sha256).toHex();
+        // The real model's name on disk, which the local preset looks for; small content.
+        fx.describeModel = [&](WhisperModel model) {
+            return ModelDescriptor{whisperModels::fileName(model), body.size(), digest,
+                                   QUrl(server.baseUrl().toString() + "/models/model.bin")};
+        };
+        fx.app.state->setFunctionKeyAvailable(false);
+        fx.input.trusted = false;
+        SettingsStore& settings = fx.app.state->settings();
+        fx.windows.showWelcomeIfNeeded();
+        QQuickWindow* window = fx.windows.welcomeWindow().window();
+        QVERIFY(window && QTest::qWaitForWindowExposed(window));
+        WelcomeFlow* flow = fx.windows.welcomeWindow().flow();
+
+        flow->setStep(1);
+        QQuickItem* note = findItem(window->contentItem(), "noFunctionKey");
+        QTRY_VERIFY(note && note->isVisible());
+        QQuickItem* field = findItem(window->contentItem(), "shortcutField");
+        QVERIFY(field && field->isVisible());
+        QVERIFY(clickOn(field));
+        QTRY_VERIFY(field->hasActiveFocus());
+        // Ctrl+Alt+D as the X server sends it: the field reads the key by its scan code.
+        const auto mods = Qt::ControlModifier | Qt::AltModifier;
+        QKeyEvent press(QEvent::KeyPress, Qt::Key_D, mods, 32 + 8, 0, 0, "d");
+        QKeyEvent release(QEvent::KeyRelease, Qt::Key_D, mods, 32 + 8, 0, 0, "d");
+        QGuiApplication::sendEvent(window, &press);
+        QGuiApplication::sendEvent(window, &release);
+        QTRY_VERIFY(visibleTexts(window->contentItem()).contains("Ctrl+Alt+D"));
+        QVERIFY(!settings.useFnHotkey()); // the shortcut just recorded is the hotkey
+
+        // Input access is asked for by itself half a second after the step shows: its commands
+        // appear in place, with the copy button.
+        PermissionsCheck* check = fx.windows.welcomeWindow().permissions();
+        flow->setStep(4);
+        QTRY_VERIFY(check->isRunning());
+        fx.app.clock.advance(0.5);
+        QTRY_VERIFY(visibleTexts(window->contentItem()).contains(InputAccess::grantCommands()));
+        QVERIFY(visibleTexts(window->contentItem()).contains("Копировать"));
+        QCOMPARE(fx.input.promptCount(), 0); // no second window over the step
+        const int before = fx.microphone.reads;
+        fx.app.clock.advance(3.0);
+        QVERIFY(fx.microphone.reads >= before + 3);
+        window->close();
+        QTRY_VERIFY(!check->isRunning());
+        const int closed = fx.microphone.reads;
+        fx.app.clock.advance(10.0);
+        QCOMPARE(fx.microphone.reads, closed);
+
+        // The last step: no road, two ways offered; the local one fetches its model here.
+        fx.windows.openWelcomeAction();
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QTRY_VERIFY(check->isRunning()); // back on the permissions step, it reads again
+        flow->setStep(5);
+        QVERIFY(!check->isRunning());
+        OnboardingRoad* road = fx.windows.welcomeWindow().road();
+        QCOMPARE(road->roadRaw(), QString("none"));
+        QTRY_VERIFY(visibleTexts(window->contentItem()).contains("Распознавать на этом компьютере"));
+        QVERIFY(visibleTexts(window->contentItem()).contains("Ввести свой ключ OpenRouter"));
+        QVERIFY(clickOn(findItem(window->contentItem(), "chooseLocal")));
+        QCOMPARE(settings.preset(), PipelinePreset::local);
+        QTRY_COMPARE_WITH_TIMEOUT(road->roadRaw(), QString("local"), 15000);
+        QTRY_VERIFY(visibleTexts(window->contentItem()).join(' ').contains("на этом компьютере"));
+        QCOMPARE(server.received("/models/model.bin").size(), 1);
+
+        // The own key is stored as the settings pane stores it, and leaves the service's key.
+        settings.setPreset(PipelinePreset::fast);
+        QVERIFY(clickOn(findItem(window->contentItem(), "enterKey")));
+        QQuickItem* key = findItem(window->contentItem(), "ownKey");
+        QTRY_VERIFY(key && key->isVisible());
+        QVERIFY(clickOn(key));
+        for (char c : QByteArray("sk-or-v1-abc"))
+            QTest::keyClick(window, c);
+        QCOMPARE(settings.apiKey(), QString("sk-or-v1-abc"));
+        QVERIFY(!settings.useEmbeddedKey());
+        QCOMPARE(road->roadRaw(), QString("ownKey"));
+    }
+
+    // A paste without input access opens one window that says why and how, however often it
+    // fails in a launch; its check and copy button are the settings row's.
+    void inputAccessPromptOpensOncePerLaunch() {
+        WindowFixture fx;
+        fx.input.trusted = false;
+        fx.input.prompt();
+        QQuickWindow* window = fx.windows.inputAccessPrompt().window();
+        QVERIFY(window && QTest::qWaitForWindowExposed(window));
+        const QStringList texts = visibleTexts(window->contentItem());
+        QVERIFY(texts.contains("Вставке нужен доступ к вводу"));
+        QVERIFY(texts.contains(InputAccess::grantCommands()));
+        QVERIFY(texts.contains("Копировать"));
+        QCOMPARE(capitalisedButtons(window->contentItem()), QStringList());
+        QVERIFY(clickOn(findItem(window->contentItem(), "done")));
+        QTRY_VERIFY(!window->isVisible());
+        QTRY_VERIFY(!fx.windows.inputAccessPrompt().row()->polling());
+        fx.input.prompt();
+        fx.input.prompt();
+        QVERIFY(!window->isVisible());
+        QCOMPARE(fx.windows.inputAccessPrompt().timesShown(), 1);
     }
 };
 

@@ -7,6 +7,7 @@
 #include "shell/main/PermissionPoll.h"
 #include "shell/main/RetryingIds.h"
 #include "shell/settings/LocalModelSection.h"
+#include "shell/welcome/OnboardingRoad.h"
 #include "shell/welcome/PermissionsCheck.h"
 #include "shell/welcome/WelcomeFlow.h"
 #include "support/TestMain.h"
@@ -324,6 +325,22 @@ private slots:
         QCOMPARE(events.propertiesOf("onboarding_completed").value("byok_key_entered"), QVariant(true));
     }
 
+    // The road of the next dictation: the local preset needs its model and nothing else; a cloud
+    // preset takes the own key before the account.
+    void onboardingRoads() {
+        using R = OnboardingRoad::Road;
+        const struct {
+            bool local, model, ownKey, signedIn;
+            R road;
+        } cases[] = {
+            {true, true, false, false, R::local},  {true, false, true, true, R::none},
+            {false, true, false, false, R::none},  {false, false, true, false, R::ownKey},
+            {false, false, true, true, R::ownKey}, {false, false, false, true, R::service},
+        };
+        for (const auto& c : cases)
+            QCOMPARE(OnboardingRoad::roadFor(c.local, c.model, c.ownKey, c.signedIn), c.road);
+    }
+
     void permissionsStepReadsEverySecondWhileShown() {
         ManualClock clock;
         FixedMicrophone mic;
@@ -335,7 +352,7 @@ private slots:
         check.appear();
         QCOMPARE(check.micGranted(), std::optional<bool>(false));
         clock.advance(5.0);
-        QCOMPARE(input.promptCount(), 0); // no microphone: no prompt chain
+        QVERIFY(!check.input()->commandsShown()); // no microphone: no prompt chain
 
         mic.current = MicrophoneAccess::Status::authorized;
         clock.advance(0.99);
@@ -352,13 +369,32 @@ private slots:
         QVERIFY(check.accessibilityGranted()); // not read after the step went
         QCOMPARE(clock.pendingTimers(), 0);
 
-        // Shown again with the microphone there: input access is asked for 0.5 s later.
+        // Shown again with the microphone there: input access is asked for 0.5 s later, by the
+        // row showing its commands in place.
         check.appear();
         clock.advance(0.49);
-        QCOMPARE(input.promptCount(), 0);
+        QVERIFY(!check.input()->commandsShown());
         clock.advance(0.01);
-        QCOMPARE(input.promptCount(), 1);
+        QVERIFY(check.input()->commandsShown() && check.input()->polling());
+        QCOMPARE(input.promptCount(), 0);
         check.disappear();
+        QVERIFY(!check.input()->polling());
+    }
+
+    // The state's spring: still at the start, over the mark by about 2% at its first peak (a
+    // damping of 0.78), and settled by a second.
+    void springOfAStateChange() {
+        const struct {
+            double seconds, progress, tolerance;
+        } cases[] = {
+            {-0.1, 0.0, 0.0}, {0.0, 0.0, 0.0}, {0.3196, 1.0199, 0.001}, {1.0, 1.0, 0.002}, {2.0, 1.0, 1e-5},
+        };
+        for (const auto& c : cases)
+            QVERIFY2(qAbs(hud::springProgress(c.seconds) - c.progress) <= c.tolerance, qPrintable(QString::number(c.seconds)));
+        double peak = 0;
+        for (double t = 0; t < 1.2; t += 0.001)
+            peak = std::max(peak, hud::springProgress(t));
+        QVERIFY(peak > 1.015 && peak < 1.025);
     }
 
     // Recording whiskers follow the level from -60 dB to 0 dB, clamped either side; the purr ignores

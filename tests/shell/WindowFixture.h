@@ -29,7 +29,12 @@ inline HistoryEntry entryAt(const QDateTime& when, const QString& text = QString
 class FixedMicrophone final : public MicrophoneAccess {
 public:
     Status current = Status::authorized;
-    Status status() const override { return current; }
+    Status status() const override {
+        ++reads;
+        return current;
+    }
+    /// How many times the status was read: each is a microphone check of the desktop's.
+    mutable int reads = 0;
 };
 
 /// Both windows over a sandboxed AppState, with a browser that opens nothing.
@@ -37,7 +42,11 @@ struct WindowFixture {
     AppFixture app;
     FixedMicrophone microphone;
     FakeAccess input;
-    ModelDownloader models{app.state->environment().paths, app.clock};
+    /// Where the local model comes from; unset, the real one.
+    ModelDownloader::DescriptorProvider describeModel;
+    ModelDownloader models{app.state->environment().paths, app.clock, nullptr, [this](WhisperModel model) {
+                               return describeModel ? describeModel(model) : whisperModels::descriptor(model);
+                           }};
     ShellWindows windows{*app.state,
                          ShellWindows::Config{.toggleRecording = [] {},
                                               .openUrl = [](const QUrl&) { return true; },

@@ -15,6 +15,17 @@ constexpr std::array<double, 5> recordingWeights{0.55, 0.8, 1.0, 0.8, 0.55};
 constexpr std::array<double, 5> purrWeights{0.6, 0.85, 1.0, 0.85, 0.6};
 } // namespace
 
+double springProgress(double seconds) {
+    if (seconds <= 0)
+        return 0.0;
+    // The response is the undamped period: omega = 2 pi / response.
+    const double omega = 2.0 * std::numbers::pi / springResponse;
+    const double decay = springDamping * omega;
+    const double damped = omega * std::sqrt(1.0 - springDamping * springDamping);
+    return 1.0 - std::exp(-decay * seconds) *
+                     (std::cos(damped * seconds) + decay / damped * std::sin(damped * seconds));
+}
+
 double whiskerHeight(int index, CatMode mode, double level, double purrPhase) {
     if (index < 0 || index > 4)
         qFatal("whiskerHeight: index %d is outside 0 to 4", index);

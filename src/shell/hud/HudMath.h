@@ -36,6 +36,13 @@ struct DotPose {
 /// Dot `index` (0 to 2) at `unixSeconds`; each dot lags the last by a fifth of the period.
 DotPose thinkingDot(int index, double unixSeconds);
 
+/// The spring of a change of state: response 0.4 s, damping fraction 0.78.
+inline constexpr double springResponse = 0.4;
+inline constexpr double springDamping = 0.78;
+/// How far the spring has carried a change `seconds` after it began, 0 at the start and
+/// settling at 1 with a small overshoot (a damped spring of mass 1 let go from rest).
+double springProgress(double seconds);
+
 /// Top-left corner of a panel of `size` at the bottom centre of `available`, in the
 /// screen's top-down coordinates.
 QPoint panelPosition(const QRect& available, const QSize& size, bool nudgePending);
@@ -57,6 +64,7 @@ public:
     Q_INVOKABLE double dotOpacity(int index, double unixSeconds) const {
         return thinkingDot(index, unixSeconds).opacity;
     }
+    Q_INVOKABLE double spring(double seconds) const { return springProgress(seconds); }
     Q_INVOKABLE QString errorText(const QString& message) const { return errorPillText(message); }
 };
 

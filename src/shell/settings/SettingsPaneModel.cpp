@@ -20,10 +20,12 @@ bool SettingsPaneModel::functionKeyAvailable() const {
 }
 
 QString SettingsPaneModel::functionKeyNote() const {
-    if (functionKeyAvailable())
-        return {};
-    return QStringLiteral("Ни одна клавиатура этого компьютера не передаёт FN: её обрабатывает сама клавиатура. "
-                          "Выбери «Своя комбинация» и задай сочетание.");
+    return functionKeyAvailable() ? QString()
+                                  : functionKeyMissingText() + QStringLiteral(" Выбери «Своя комбинация» и задай сочетание.");
+}
+
+QString SettingsPaneModel::functionKeyMissingText() {
+    return QStringLiteral("Ни одна клавиатура этого компьютера не передаёт FN: её обрабатывает сама клавиатура.");
 }
 
 QVariantList SettingsPaneModel::quitChoices() {

@@ -39,6 +39,8 @@ public:
     KeyboardShortcuts::Recorder* recorder() { return &m_recorder; }
     bool functionKeyAvailable() const;
     QString functionKeyNote() const;
+    /// What a screen says where no keyboard here can send FN.
+    static QString functionKeyMissingText();
     LocalModelSection* localModel() { return &m_localModel; }
     PermissionRow* microphone() { return &m_microphone; }
     PermissionRow* input() { return &m_input; }

@@ -1,24 +1,23 @@
 #include "shell/welcome/PermissionsCheck.h"
 
-#include "platform/InputAccess.h"
-#include "platform/Log.h"
-#include "platform/MicrophoneAccess.h"
-
 #include <QPointer>
 
 namespace tamvex {
 
 PermissionsCheck::PermissionsCheck(Clock& clock, const MicrophoneAccess& microphone, InputAccess& input,
                                    QObject* parent)
-    : QObject(parent), m_clock(clock), m_microphone(microphone), m_input(input) {}
+    : QObject(parent), m_clock(clock), m_microphoneRow(clock, PermissionRow::microphoneSpec(microphone)),
+      m_inputRow(clock, PermissionRow::inputSpec(input)) {}
 
 PermissionsCheck::~PermissionsCheck() {
     disappear();
 }
 
 void PermissionsCheck::read() {
-    const bool mic = m_microphone.isAuthorized();
-    const bool trusted = m_input.isTrusted();
+    m_microphoneRow.appear();
+    m_inputRow.appear();
+    const bool mic = m_microphoneRow.granted();
+    const bool trusted = m_inputRow.granted();
     if (m_micGranted == mic && m_accessibilityGranted == trusted)
         return;
     m_micGranted = mic;
@@ -32,15 +31,16 @@ void PermissionsCheck::appear() {
     m_ticks = Cancellation();
     emit runningChanged();
     tickLoop(*m_ticks);
-    // The microphone needs no prompt here: input access, the one that does, follows by itself.
+    // The microphone needs no prompt here: input access, the one that does, follows by itself,
+    // as the row's own button would: its commands in place, re-checked for a minute.
     if (m_micGranted == true && !m_accessibilityGranted) {
         QPointer<PermissionsCheck> self(this);
         m_prompt = m_clock.schedule(accessPromptDelaySec, [self] {
             if (!self)
                 return;
             self->m_prompt.reset();
-            if (!self->m_input.isTrusted())
-                self->m_input.prompt();
+            if (!self->m_inputRow.granted())
+                self->m_inputRow.request();
         });
     }
 }
@@ -48,6 +48,8 @@ void PermissionsCheck::appear() {
 void PermissionsCheck::disappear() {
     if (m_prompt)
         m_clock.cancelTimer(*std::exchange(m_prompt, std::nullopt));
+    m_microphoneRow.disappear();
+    m_inputRow.disappear();
     if (!m_ticks)
         return;
     const Cancellation ticks = *std::exchange(m_ticks, std::nullopt);

@@ -43,6 +43,9 @@ public:
     /// "Дальше", or "Готово" on the last step.
     QString advanceTitle() const;
 
+    /// The key text that finishing stores, as the key step's field leaves it.
+    void setApiKey(const QString& key) { m_apiKey = key; }
+
     /// The analytics name of a step ("hello" … "test", else "step_N").
     static QString stepName(int step);
 

@@ -6,5 +6,6 @@ import Tamvex
 ToolButton {
     id: control
     flat: true
+    font.capitalization: Font.MixedCase
     background: ButtonFace { control: control; implicitWidth: 28; implicitHeight: 28 }
 }

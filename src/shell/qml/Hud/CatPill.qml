@@ -58,7 +58,11 @@ Item {
             text: "сервера перегружены"
             visible: opacity > 0
             opacity: root.badgeShown ? 1 : 0
-            transform: Translate { y: root.badgeShown ? 0 : badge.height }
+            // In and out by opacity with a move from the bottom edge.
+            transform: Translate {
+                y: root.badgeShown ? 0 : badge.height
+                Behavior on y { NumberAnimation { duration: 250; easing.type: Easing.InOutQuad } } // qmllint disable
+            }
             Behavior on opacity { NumberAnimation { duration: 250; easing.type: Easing.InOutQuad } } // qmllint disable
         }
 
@@ -77,6 +81,7 @@ Item {
                     CatEar { anchors.bottom: parent.bottom; color: root.accent }
                 }
                 CatFace {
+                    anchors.horizontalCenter: parent.horizontalCenter
                     processing: root.processing
                     level: root.level
                     accent: root.accent

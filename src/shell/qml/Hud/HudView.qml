@@ -25,23 +25,24 @@ Item {
     implicitWidth: current.implicitWidth + 16
     implicitHeight: current.implicitHeight + 16
 
-    // A springy entrance whenever the kind of state changes (not the error's text).
+    // A spring whenever the kind of state changes (not the error's text): response 0.4 s,
+    // damping 0.78, from a slightly smaller picture.
+    property real springTime: 2
     onStateKindChanged: entrance.restart()
     NumberAnimation {
         id: entrance
-        target: content
-        property: "scale"
-        from: 0.86
-        to: 1
-        duration: 400
-        easing.type: Easing.OutBack // qmllint disable
-        easing.overshoot: 1.2 // qmllint disable
+        target: root
+        property: "springTime"
+        from: 0
+        to: 1.2
+        duration: 1200
     }
 
     Item {
         id: content
         anchors.fill: parent
         anchors.margins: 8
+        scale: 0.86 + 0.14 * HudMath.spring(root.springTime)
 
         IdleHandle {
             id: handle
@@ -56,7 +57,11 @@ Item {
             readonly property bool shown: root.current === nudge
             visible: opacity > 0
             opacity: shown ? 1 : 0
-            transform: Translate { y: nudge.shown ? 0 : nudge.height / 2 }
+            // In and out by opacity with a move from the bottom edge, 0.3 s each way.
+            transform: Translate {
+                y: nudge.shown ? 0 : nudge.height / 2
+                Behavior on y { NumberAnimation { duration: 300; easing.type: Easing.InOutQuad } } // qmllint disable
+            }
             Behavior on opacity { NumberAnimation { duration: 300; easing.type: Easing.InOutQuad } } // qmllint disable
             icon: root.nudgeIcon
             title: root.nudgeTitle

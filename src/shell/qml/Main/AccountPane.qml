@@ -12,7 +12,8 @@ Flickable {
 
     Column {
         id: column
-        x: 28
+        // A readable column, centred in a wide window.
+        x: Math.max(28, (pane.width - width) / 2)
         y: 28
         width: Math.min(pane.width - 56, 720)
         spacing: 16

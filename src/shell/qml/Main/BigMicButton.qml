@@ -1,4 +1,5 @@
 import QtQuick
+import QtQuick.Controls.Material
 import QtQuick.Shapes
 import Tamvex
 
@@ -58,5 +59,14 @@ Item {
         }
         SymbolIcon { anchors.centerIn: parent; name: button.recording ? "stop.fill" : "mic.fill"; size: 22; color: "white" }
     }
-    MouseArea { anchors.fill: parent; onClicked: button.toggled() }
+    MouseArea {
+        id: mouse
+        anchors.fill: parent
+        hoverEnabled: true
+        onClicked: button.toggled()
+    }
+    // The help on hover, as the button names itself.
+    ToolTip.visible: mouse.containsMouse
+    ToolTip.delay: 600
+    ToolTip.text: Accessible.name
 }

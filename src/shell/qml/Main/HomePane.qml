@@ -80,7 +80,9 @@ Item {
                     GlassCard {
                         id: tile
                         required property var modelData
+                        // Equal shares of the row, whatever each tile holds.
                         Layout.fillWidth: true
+                        Layout.preferredWidth: 1
                         spacing: 4
                         Row {
                             spacing: 6

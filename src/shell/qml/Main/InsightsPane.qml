@@ -57,7 +57,9 @@ Flickable {
                         id: card
                         required property var modelData
                         required property int index
+                        // Equal shares of the row, whatever each card holds.
                         Layout.fillWidth: true
+                        Layout.preferredWidth: 1
                         spacing: 4
                         // Behind the first card, words per minute: the last 7 days, today last.
                         Row {

@@ -44,7 +44,8 @@ Flickable {
 
     Column {
         id: column
-        x: 28
+        // A readable column, centred in a wide window.
+        x: Math.max(28, (pane.width - width) / 2)
         y: 28
         width: Math.min(pane.width - 56, 820)
         spacing: 16
@@ -229,7 +230,6 @@ Flickable {
             }
             ActionButton {
                 text: pane.model.telegramTitle
-                font.capitalization: Font.MixedCase // the contact is a name, not a label
                 highlighted: true
                 icon.source: "qrc:/Tamvex/icons/paperplane.fill.svg"
                 onClicked: pane.model.openTelegram()

@@ -6,6 +6,7 @@ import QtQuick.Layouts
 StepPage {
     id: step
     required property ShortcutRecorder recorder
+    required property OnboardingRoad road
     symbol: "keyboard"
     title: "Как записывать?"
     text: "По умолчанию используется клавиша FN — она удобна тем, что не блокирует другие шорткаты."
@@ -28,6 +29,28 @@ StepPage {
             }
         }
     }
-    Text { width: parent.width; wrapMode: Text.WordWrap; text: "Не нравится FN? Можно задать дополнительную клавишу:"; color: Theme.secondary; font.pixelSize: 13 }
-    ShortcutField { recorder: step.recorder }
+    // Where no keyboard here sends FN, the step says so and the recorder sets the hotkey.
+    RowLayout {
+        objectName: "noFunctionKey"
+        visible: !step.road.functionKeyAvailable
+        width: parent.width
+        spacing: 10
+        SymbolIcon { Layout.alignment: Qt.AlignTop; name: "exclamationmark.triangle.fill"; size: 16; color: Theme.orange } // qmllint disable
+        Text {
+            Layout.fillWidth: true
+            wrapMode: Text.WordWrap
+            text: step.road.functionKeyNote
+            color: Theme.primary
+            font.pixelSize: 13
+        }
+    }
+    Text {
+        visible: step.road.functionKeyAvailable
+        width: parent.width
+        wrapMode: Text.WordWrap
+        text: "Не нравится FN? Можно задать дополнительную клавишу:"
+        color: Theme.secondary
+        font.pixelSize: 13
+    }
+    ShortcutField { width: Math.min(parent.width, 320); recorder: step.recorder }
 }

@@ -11,6 +11,7 @@ Window {
     required property PermissionsCheck permissions
     required property LoginForms loginForms
     required property ShortcutRecorder recorder
+    required property OnboardingRoad road
     required property var appState
     color: Theme.window
     Material.theme: Material.Dark
@@ -36,16 +37,21 @@ Window {
             }
         }
         StackLayout {
+            id: steps
             objectName: "steps"
             Layout.fillWidth: true
             Layout.fillHeight: true
             currentIndex: window.flow.step
+            // Each step comes in with an ease-in-out of 0.25 s.
+            onCurrentIndexChanged: stepIn.restart()
+            NumberAnimation { id: stepIn; target: steps; property: "opacity"; from: 0; to: 1; duration: 250; easing.type: Easing.InOutQuad }
             HelloStep {}
-            HotkeyStep { recorder: window.recorder }
+            HotkeyStep { recorder: window.recorder; road: window.road }
             UseCasesStep { flow: window.flow }
             LoginStep { forms: window.loginForms }
-            PermissionsStep { check: window.permissions; active: window.flow.step === 4 }
-            TestStep { lastTranscription: window.appState ? window.appState.lastTranscription : "" }
+            // Read only while the step is on screen: a closed window must not keep asking.
+            PermissionsStep { check: window.permissions; active: window.flow.step === 4 && window.visible }
+            TestStep { lastTranscription: window.appState ? window.appState.lastTranscription : ""; road: window.road }
         }
         RowLayout {
             Layout.fillWidth: true
