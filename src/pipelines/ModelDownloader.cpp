@@ -234,6 +234,7 @@ QCoro::Task<void> ModelDownloader::verifyDownloaded(WhisperModel model) {
     if (good) {
         setState(ModelDownloadState::completed());
         logInfo("Whisper model verified: " + name);
+        fetchCompanions();
         co_return;
     }
     logError(QStringLiteral("Whisper model SHA-256 mismatch — file deleted"));
@@ -248,6 +249,7 @@ QCoro::Task<void> ModelDownloader::verifyExisting(WhisperModel model) {
         co_return;
     if (good) {
         setState(ModelDownloadState::completed());
+        fetchCompanions();
         co_return;
     }
     logError("Whisper model present but SHA mismatch: " + descriptor(model).fileName + " — re-downloading");
@@ -255,8 +257,83 @@ QCoro::Task<void> ModelDownloader::verifyExisting(WhisperModel model) {
     startDownload(model);
 }
 
+void ModelDownloader::setCompanions(QList<ModelDescriptor> companions) {
+    m_companions = std::move(companions);
+}
+
+QString ModelDownloader::companionPath(const ModelDescriptor& companion) const {
+    return modelsDirectory() + "/" + companion.fileName;
+}
+
+// One companion at a time, the first missing one from `from` on.
+void ModelDownloader::fetchCompanions(int from) {
+    for (int i = from; i < m_companions.size(); ++i) {
+        if (!QFileInfo::exists(companionPath(m_companions[i]))) {
+            fetchCompanion(i, 0);
+            return;
+        }
+    }
+    m_companionTransfer.reset();
+}
+
+void ModelDownloader::fetchCompanion(int index, int sourceIndex) {
+    const ModelDescriptor c = m_companions.value(index);
+    QList<QUrl> sources;
+    for (const QUrl& url : {c.downloadURL, c.mirrorURL})
+        if (url.isValid() && !url.isEmpty() && !sources.contains(url))
+            sources.append(url);
+    if (sourceIndex >= sources.size())
+        return fetchCompanions(index + 1);
+    m_companionTransfer.reset();
+    m_companionTransfer =
+        std::make_unique<ModelTransfer>(*m_network, m_clock, sources[sourceIndex], companionPath(c) + ".part",
+                                        m_limits, sourceIndex + 1 < sources.size());
+    ModelTransfer* transfer = m_companionTransfer.get();
+    // Each step later, not inside the signal of the transfer that the next one replaces.
+    auto later = [this, transfer](auto step) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, transfer, step] {
+                if (m_companionTransfer.get() == transfer)
+                    step();
+            },
+            Qt::QueuedConnection);
+    };
+    connect(transfer, &ModelTransfer::unavailable, this, [=, this](const QString& reason) {
+        logError("Companion file source unavailable: " + reason);
+        later([=, this] { fetchCompanion(index, sourceIndex + 1); });
+    });
+    connect(transfer, &ModelTransfer::failed, this, [=, this](const QString& reason) {
+        logError("Companion file download failed: " + c.fileName + ": " + reason);
+        later([=, this] { fetchCompanions(index + 1); });
+    });
+    connect(transfer, &ModelTransfer::downloaded, this, [=, this](const QString& partPath) {
+        later([=, this] { companionArrived(index, partPath); });
+    });
+    m_companionTransfer->start();
+}
+
+// A file of under a megabyte: its digest is computed here, at once.
+void ModelDownloader::companionArrived(int index, const QString& partPath) {
+    const ModelDescriptor c = m_companions.value(index);
+    const std::optional<QString> digest = sha256HexOfFile(partPath);
+    QFile part(partPath);
+    if (!digest || digest->toLower() != c.expectedSHA256.toLower()) {
+        logError("Companion file SHA-256 mismatch — file deleted: " + c.fileName);
+        part.remove();
+    } else if (!part.rename(companionPath(c))) {
+        logError("Failed to move companion file to destination: " + part.errorString());
+        part.remove();
+    } else {
+        logInfo("Companion file verified: " + c.fileName);
+        emit companionReady(c.fileName);
+    }
+    fetchCompanions(index + 1);
+}
+
 void ModelDownloader::cancel() {
     m_transfer.reset();
+    m_companionTransfer.reset();
     setSource({});
     setState(ModelDownloadState::idle());
 }

@@ -75,6 +75,13 @@ public:
     /// Proves a file just written; a bad one is deleted and the state says so.
     QCoro::Task<void> verifyDownloaded(WhisperModel model);
 
+    /// Small files the local road uses beside a model (the speech detector). Once a model is
+    /// proved good, those missing are fetched and proved quietly, each from its `downloadURL`
+    /// and then its `mirrorURL`; a failure is logged and leaves the model's state alone.
+    void setCompanions(QList<ModelDescriptor> companions);
+    /// Where a companion file lives: in the models folder, under its own name.
+    QString companionPath(const ModelDescriptor& companion) const;
+
     /// The reason shown when a fetched file has the wrong digest.
     static QString corruptedText();
 
@@ -83,11 +90,16 @@ signals:
     void stateChanged(const tamvex::ModelDownloadState& state);
     /// The host of the running transfer changed.
     void sourceChanged(const QString& host);
+    /// A companion file was fetched and proved.
+    void companionReady(const QString& fileName);
 
 private:
     void setState(const ModelDownloadState& state);
     void setSource(const QString& host);
     void startTransfer(int sourceIndex);
+    void fetchCompanions(int from = 0);
+    void fetchCompanion(int index, int sourceIndex);
+    void companionArrived(int index, const QString& partPath);
     void onDownloaded(const QString& partPath);
     QCoro::Task<bool> fileIsGood(WhisperModel model) const;
 
@@ -104,6 +116,8 @@ private:
     QList<QUrl> m_sources;
     int m_sourceIndex = 0;
     QString m_source;
+    QList<ModelDescriptor> m_companions;
+    std::unique_ptr<ModelTransfer> m_companionTransfer;
 };
 
 } // namespace tamvex

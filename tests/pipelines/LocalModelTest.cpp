@@ -15,7 +15,9 @@
 #include "pipelines/WhisperEngine.h"
 #include "pipelines/WhisperEngineError.h"
 
+#include <QCryptographicHash>
 #include <QDir>
+#include <QSignalSpy>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -223,6 +225,35 @@ private slots:
                      qPrintable(o.err));
             QCOMPARE(fileBytes(rig.target()), mirror.body);
             QCOMPARE(rig.downloader->source(), QString());
+        }
+    }
+
+    // Once a model is proved, the small files beside it are fetched too, from the main host or
+    // their mirror; a bad one is not kept and the model stays ready.
+    void companionsFollowAProvedModel() {
+        ModelServer server;
+        const QByteArray detector = patternBytes(5000);
+        writeFile(server.dir.filePath("models/vad.bin"), detector);
+        const QString digest = QCryptographicHash::hash(detector, QCryptographicHash::Sha256).toHex();
+        for (const bool good : {true, false}) {
+            DownloaderRig rig(server.url());
+            const ModelDescriptor vad{"vad.bin", 5000, good ? digest : QString(64, 'a'), QUrl(server.url("gone.bin")),
+                                      QUrl(server.url("vad.bin"))};
+            rig.downloader->setCompanions({vad});
+            QSignalSpy ready(rig.downloader.get(), &ModelDownloader::companionReady);
+            LogCapture log;
+            rig.download();
+            QVERIFY(rig.waitForEnd());
+            QCOMPARE(rig.downloader->state(), ModelDownloadState::completed());
+            const QString path = rig.downloader->companionPath(vad);
+            if (good) {
+                QVERIFY(spinUntil([&] { return ready.count() == 1; }));
+                QCOMPARE(fileBytes(path), detector);
+            } else {
+                QVERIFY(spinUntil([&] { return log.hasPrefix("Companion file SHA-256 mismatch"); }));
+                QVERIFY(!QFile::exists(path) && !QFile::exists(path + ".part"));
+                QCOMPARE(rig.downloader->state(), ModelDownloadState::completed());
+            }
         }
     }
 
