@@ -357,6 +357,7 @@ private slots:
         QTRY_COMPARE(form->phaseName(), QString("enterCode"));
         QQuickItem* progress = findItem(formItem, "verifyProgress");
         QVERIFY(progress && !progress->isVisible());
+        m_server->script("/api/auth/verify", devserver::Script{0, {}, "application/json", 400, 1}); // a slow answer
         form->verify();
         QVERIFY(progress->isVisible());
         QTRY_VERIFY(fx.app.state->account().isLoggedIn());
