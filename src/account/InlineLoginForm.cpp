@@ -22,6 +22,21 @@ QCoro::Task<void> detach(QCoro::Task<void> task) {
         logError(QStringLiteral("inline: ") + describeError(e));
     }
 }
+
+// The value of the first query item called `name`; none when there is no such item or it has no
+// "=". QUrlQuery can't tell "code=" from "code", and only the second lacks a value.
+std::optional<QString> firstQueryValue(const QUrl& url, const QString& name) {
+    for (const QString& item : url.query(QUrl::FullyEncoded).split(u'&')) {
+        const qsizetype equals = item.indexOf(u'=');
+        const QString key = QUrl::fromPercentEncoding(item.left(equals < 0 ? item.size() : equals).toUtf8());
+        if (key != name)
+            continue;
+        if (equals < 0)
+            return std::nullopt;
+        return QUrl::fromPercentEncoding(item.mid(equals + 1).toUtf8());
+    }
+    return std::nullopt;
+}
 } // namespace
 
 QUrl yandexAuthorizeUrl(const QUrl& oauthHost) {
@@ -261,12 +276,12 @@ void InlineLoginForm::cancelYandex() {
 bool InlineLoginForm::handleYandexCallback(const QUrl& url) {
     if (!m_yandexInFlight || !OAuthCallbacks::isYandexCallback(url))
         return false;
-    const QString code = QUrlQuery(url).queryItemValue(QStringLiteral("code"), QUrl::FullyDecoded);
-    if (code.isEmpty()) {
+    const std::optional<QString> code = firstQueryValue(url, QStringLiteral("code"));
+    if (!code) {
         yandexFailed(QStringLiteral("Yandex не вернул code"));
         return true;
     }
-    detach(exchangeYandex(code));
+    detach(exchangeYandex(*code)); // an empty "code=" is a code too: the service judges it
     return true;
 }
 

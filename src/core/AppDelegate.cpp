@@ -87,7 +87,9 @@ void AppDelegate::applicationDidFinishLaunching() {
 
     if (!m_audioInputFile.isEmpty())
         logInfo("Audio input: " + m_audioInputFile + " instead of the microphone");
-    m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState, TextInjector::createForSession(*m_clock));
+    // The paste asks the same X11 connection which window is in front as the dictation's books do.
+    m_coordinator = std::make_unique<RecordingCoordinator>(*m_appState,
+                                                           TextInjector::createForSession(*m_clock, m_frontmost.get()));
     m_appState->setRetryTranscriptionHook([coordinator = QPointer(m_coordinator.get())](QUuid id) {
         return coordinator ? coordinator->retryTranscription(id) : []() -> QCoro::Task<void> { co_return; }();
     });

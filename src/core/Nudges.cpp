@@ -2,6 +2,7 @@
 
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "account/AnalyticsService.h"
+#include "core/RecordingConstants.h"
 #include "core/RecordingCoordinator.h"
 #include "platform/Log.h"
 #include "platform/Sounds.h"
@@ -73,7 +74,7 @@ void HotkeyTips::listenTo(RecordingCoordinator& coordinator) {
 void HotkeyTips::showShortTapTip() {
     SettingsStore& settings = m_appState.settings();
     const auto since = secondsSince(m_appState.clock(), settings.lastShortTapTipAt());
-    if (since && *since < nudges::shortTapTipCooldownSec)
+    if (since && *since < RecordingConstants::shortTapTipCooldownSec)
         return;
     // Spent before the card is shown: a card that never reaches the screen still counts.
     settings.setLastShortTapTipAt(m_appState.clock().currentDateTime());
@@ -86,7 +87,7 @@ void HotkeyTips::showShortTapTip() {
 void HotkeyTips::showLongHoldTip() {
     SettingsStore& settings = m_appState.settings();
     const auto since = secondsSince(m_appState.clock(), settings.lastLongHoldTipAt());
-    if (since && *since < nudges::longHoldTipCooldownSec)
+    if (since && *since < RecordingConstants::longHoldTipCooldownSec)
         return;
     settings.setLastLongHoldTipAt(m_appState.clock().currentDateTime());
     const QString hotkey = nudges::hotkeyDisplayName(m_appState);

@@ -15,8 +15,6 @@ class RecordingCoordinator;
 namespace nudges {
 /// Seconds a card stays on screen.
 inline constexpr double visibleDuration = 9.0;
-inline constexpr double shortTapTipCooldownSec = 21600.0;
-inline constexpr double longHoldTipCooldownSec = 86400.0;
 inline constexpr double idleNudgeGapSec = 86400.0;
 inline constexpr double idleQuietSec = 1800.0;
 /// A tip waits for the idle state in this many polls of this many seconds.

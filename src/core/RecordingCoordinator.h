@@ -100,6 +100,17 @@ signals:
     void retryFinished(const QUuid& id, bool succeeded, const QString& message);
 
 private:
+    /// How far one run (a dictation or a retry) got, so that whatever escapes it ends it with
+    /// one entry and one final state, never a second entry or a state stuck at processing.
+    /// Each flag goes up just before its step: a listener of the step may throw after it took effect.
+    struct RunProgress {
+        std::optional<QString> frontApp;
+        bool processing = false; ///< the run set `processing`
+        bool booked = false;     ///< its entry is written, or it was dropped and writes none
+        bool succeeded = false;  ///< what it booked is a success
+        bool ended = false;      ///< its final state is set
+    };
+
     void start();
     void confirmDoubleTap();
     void stopSticky();
@@ -109,14 +120,16 @@ private:
     void discardRecording();
     void scheduleErrorClear();
     QCoro::Task<void> errorClearAfterDelay();
-    QCoro::Task<void> runFinish();
-    void failedEnd(const std::exception& error, const std::optional<QString>& frontApp);
-    QCoro::Task<void> deliver(SpeechResult result, double duration, PipelineSetup setup,
-                              std::optional<QString> frontApp, double startedAt);
-    void hallucinationEnd(const SpeechResult& result, double duration, qint64 words, double wpm,
-                          const std::optional<QString>& frontApp);
-    void clipboardFallback(const QString& text, const std::exception& error);
-    QCoro::Task<void> runRetry(QUuid id);
+    QCoro::Task<void> runFinish(RunProgress& progress);
+    void failedEnd(const QString& description, const RetryableError* retryable, RunProgress& progress);
+    void failedEnd(const std::exception& error, RunProgress& progress);
+    QCoro::Task<void> deliver(SpeechResult result, double duration, PipelineSetup setup, double startedAt,
+                              RunProgress& progress);
+    void hallucinationEnd(const SpeechResult& result, const QString& audioPath, double duration, qint64 words,
+                          double wpm, RunProgress& progress);
+    void clipboardFallback(const QString& text, const QString& description);
+    QCoro::Task<void> runRetry(QUuid id, RunProgress& progress);
+    void endRetryThatCrashed(const QUuid& id, const QString& description, RunProgress& progress);
     void spend(const UsageInfo& usage);
     std::optional<double> bookedCost(const std::optional<UsageInfo>& usage) const;
     void startClassification(const OpenRouterService::Mode& mode, const QUuid& id, const QString& text);

@@ -60,31 +60,35 @@ PipelineSetup RecordingCoordinator::buildPipeline() const {
 }
 
 QCoro::Task<void> RecordingCoordinator::finishRecording() {
-    // A detached task: whatever escapes the road below still ends as a recorded failure.
+    // A detached task: whatever escapes the road below still ends as one recorded outcome.
     QPointer<RecordingCoordinator> self(this);
+    RunProgress progress;
     std::optional<QString> failure;
     try {
-        QCoro::Task<void> run = runFinish();
+        QCoro::Task<void> run = runFinish(progress);
         co_await run;
     } catch (const std::exception& e) {
         failure = describeError(e);
     } catch (...) {
         failure = QStringLiteral("неизвестная ошибка");
     }
-    if (failure && self) {
-        logError("finishRecording crashed: " + *failure);
-        self->failedEnd(TamvexError(*failure), std::nullopt);
-    }
+    if (!failure || !self)
+        co_return;
+    logError("finishRecording crashed: " + *failure);
+    if (!progress.booked)
+        self->failedEnd(*failure, nullptr, progress);
+    else if (!progress.ended) // the outcome is in the history: only its state is left to set
+        self->m_appState.setRecordingState(RecordingState::idle());
 }
 
-QCoro::Task<void> RecordingCoordinator::runFinish() {
+QCoro::Task<void> RecordingCoordinator::runFinish(RunProgress& progress) {
     // Read first, while the user's target application is still in front.
-    const std::optional<QString> frontApp = frontAppName();
+    progress.frontApp = frontAppName();
     AudioRecorder::RecordingResult result;
     try {
         result = m_recorder->stop();
     } catch (const std::exception& e) {
-        failedEnd(e, frontApp);
+        failedEnd(e, progress);
         co_return;
     }
 
@@ -101,33 +105,38 @@ QCoro::Task<void> RecordingCoordinator::runFinish() {
     const DropVerdict verdict = judgeRecording(result.duration, result.peakPower);
     const double durationRounded = std::round(result.duration * 100.0) / 100.0;
     const float peakRounded = std::round(result.peakPower * 10.0f) / 10.0f;
+    // The wire carries the tenth as written (-35.2), not the float widened (-35.20000076293945).
+    const double peakSent = std::round(double(peakRounded) * 10.0) / 10.0;
     if (verdict.dropped()) {
+        progress.booked = true; // a dropped recording writes no entry
         const auto boolText = [](bool b) { return b ? QStringLiteral("true") : QStringLiteral("false"); };
         logInfo(QStringLiteral("Recording dropped (short=%1, quiet=%2, suspicious=%3)")
                     .arg(boolText(verdict.isShort), boolText(verdict.isQuiet), boolText(verdict.isSuspicious)));
         AnalyticsService::track("record_dropped", {{"duration_sec", durationRounded},
-                                                   {"peak_db", double(peakRounded)},
+                                                   {"peak_db", peakSent},
                                                    {"reason_short", verdict.isShort},
                                                    {"reason_quiet", verdict.isQuiet},
                                                    {"reason_suspicious", verdict.isSuspicious}});
         QFile::remove(result.url);
+        progress.ended = true;
         m_appState.setRecordingState(RecordingState::error(verdict.message()));
         scheduleErrorClear();
         co_return;
     }
 
+    progress.processing = true;
     m_appState.setRecordingState(RecordingState::processing());
     scheduleSlowFlag();
     AnalyticsService::track("record_finished", {{"duration_sec", durationRounded},
-                                                {"peak_db", double(peakRounded)},
-                                                {"front_app", frontApp.value_or(QStringLiteral("unknown"))}});
+                                                {"peak_db", peakSent},
+                                                {"front_app", progress.frontApp.value_or(QStringLiteral("unknown"))}});
     const double startedAt = m_clock.now();
 
     PipelineSetup setup;
     try {
         setup = buildPipeline(); // on failure the file stays in the temporary folder
     } catch (const std::exception& e) {
-        failedEnd(e, frontApp);
+        failedEnd(e, progress);
         co_return;
     }
 
@@ -146,19 +155,18 @@ QCoro::Task<void> RecordingCoordinator::runFinish() {
         try {
             std::rethrow_exception(error);
         } catch (const std::exception& e) {
-            failedEnd(e, frontApp);
+            failedEnd(e, progress);
         }
         co_return;
     }
 
     const SpeedVerdict speed = judgeSpeed(speech->text, result.duration);
     if (speed.hallucinated) {
-        hallucinationEnd(*speech, result.duration, speed.words, speed.wpm, frontApp);
-        QFile::remove(result.url);
+        hallucinationEnd(*speech, result.url, result.duration, speed.words, speed.wpm, progress);
         co_return;
     }
     QFile::remove(result.url); // only the text of a good dictation is kept
-    QCoro::Task<void> delivery = deliver(std::move(*speech), result.duration, std::move(setup), frontApp, startedAt);
+    QCoro::Task<void> delivery = deliver(std::move(*speech), result.duration, std::move(setup), startedAt, progress);
     co_await delivery;
 }
 
@@ -221,21 +229,22 @@ void RecordingCoordinator::spend(const UsageInfo& usage) {
     }
 }
 
-void RecordingCoordinator::hallucinationEnd(const SpeechResult& result, double duration, qint64 words, double wpm,
-                                            const std::optional<QString>& frontApp) {
+void RecordingCoordinator::hallucinationEnd(const SpeechResult& result, const QString& audioPath, double duration,
+                                            qint64 words, double wpm, RunProgress& progress) {
     const qint64 wholeWpm = qint64(std::trunc(wpm));
     logError(QStringLiteral("Hallucination dropped: dur=%1s, words=%2, wpm=%3, preview=\"%4\"")
                  .arg(QString::asprintf("%.2f", duration))
                  .arg(words)
                  .arg(wholeWpm)
-                 .arg(result.text.left(80)));
+                 .arg(leftCharacters(result.text, C::hallucinationPreviewCharacters)));
     AnalyticsService::track("transcription_hallucinated", {{"duration_sec", std::round(duration * 100.0) / 100.0},
                                                            {"word_count", words},
                                                            {"wpm", wholeWpm},
                                                            {"cost_usd", costProperty(result.usage)}});
     if (result.usage)
         spend(*result.usage); // paid for, though nobody will see it
-    HistoryEntry entry = newEntry(frontApp);
+    QFile::remove(audioPath); // no retry of a hallucination: the entry below keeps no audio
+    HistoryEntry entry = newEntry(progress.frontApp);
     entry.durationSec = duration;
     entry.errorMessage = QStringLiteral("Слишком быстро или ошибка распознавания. Текст не вставлен.");
     entry.costUSD = bookedCost(result.usage);
@@ -243,13 +252,15 @@ void RecordingCoordinator::hallucinationEnd(const SpeechResult& result, double d
         entry.promptTokens = result.usage->promptTokens;
         entry.completionTokens = result.usage->completionTokens;
     }
+    progress.booked = true;
     m_appState.history().add(entry);
+    progress.ended = true;
     m_appState.setRecordingState(RecordingState::error(QStringLiteral("Слишком быстро или ошибка распознавания")));
     scheduleErrorClear();
 }
 
 QCoro::Task<void> RecordingCoordinator::deliver(SpeechResult result, double duration, PipelineSetup setup,
-                                                std::optional<QString> frontApp, double startedAt) {
+                                                double startedAt, RunProgress& progress) {
     const QString text = result.text;
     // The settings file is written once, right after the paste chord: its disk write is the
     // slowest step here and the user waits for nothing it holds.
@@ -258,7 +269,7 @@ QCoro::Task<void> RecordingCoordinator::deliver(SpeechResult result, double dura
     if (result.usage)
         spend(*result.usage);
 
-    HistoryEntry entry = newEntry(frontApp);
+    HistoryEntry entry = newEntry(progress.frontApp);
     entry.durationSec = duration;
     entry.text = text;
     entry.costUSD = bookedCost(result.usage);
@@ -266,11 +277,13 @@ QCoro::Task<void> RecordingCoordinator::deliver(SpeechResult result, double dura
         entry.promptTokens = result.usage->promptTokens;
         entry.completionTokens = result.usage->completionTokens;
     }
+    progress.booked = progress.succeeded = true;
     m_appState.history().add(entry);
     if (setup.cloudMode)
         startClassification(*setup.cloudMode, entry.id, text);
     m_appState.setLastTranscription(text);
     // The books are closed before the paste, so a failing paste cannot lose the dictation.
+    progress.ended = true;
     m_appState.setRecordingState(RecordingState::idle());
 
     const PipelinePreset preset = m_appState.settings().preset();
@@ -287,24 +300,23 @@ QCoro::Task<void> RecordingCoordinator::deliver(SpeechResult result, double dura
         co_return;
 
     QPointer<RecordingCoordinator> self(this);
-    std::optional<TextInjectorError> pasteError;
+    std::optional<QString> pasteError;
     if (!m_injector) {
-        pasteError = TextInjectorError(TextInjectorError::Kind::eventSourceFailed);
+        pasteError = describeError(TextInjectorError(TextInjectorError::Kind::eventSourceFailed));
     } else {
         try {
             QCoro::Task<void> paste = m_injector->inject(text); // the chord goes out before it first waits
             settingsWrite.reset();
             co_await paste;
-        } catch (const TextInjectorError& e) {
-            pasteError = e;
+        } catch (const std::exception& e) { // whatever stopped the paste, the text goes on the clipboard
+            pasteError = describeError(e);
         }
     }
     if (pasteError && self)
         self->clipboardFallback(text, *pasteError);
 }
 
-void RecordingCoordinator::clipboardFallback(const QString& text, const std::exception& error) {
-    const QString description = describeError(error);
+void RecordingCoordinator::clipboardFallback(const QString& text, const QString& description) {
     logError("Injection failed: " + description + " — copying to clipboard");
     if (m_injector) {
         m_injector->clipboard().clear();
@@ -317,18 +329,23 @@ void RecordingCoordinator::clipboardFallback(const QString& text, const std::exc
     scheduleErrorClear();
 }
 
-void RecordingCoordinator::failedEnd(const std::exception& error, const std::optional<QString>& frontApp) {
-    const QString description = describeError(error);
-    const auto* retryable = dynamic_cast<const RetryableError*>(&error);
+void RecordingCoordinator::failedEnd(const std::exception& error, RunProgress& progress) {
+    failedEnd(describeError(error), dynamic_cast<const RetryableError*>(&error), progress);
+}
+
+void RecordingCoordinator::failedEnd(const QString& description, const RetryableError* retryable,
+                                     RunProgress& progress) {
     logError("finishRecording failed: " + description);
     AnalyticsService::track("transcription_failed", {{"error", description}, {"is_retryable", retryable != nullptr}});
     const QString message = retryable ? retryable->userMessage() : description;
-    HistoryEntry entry = newEntry(frontApp);
+    HistoryEntry entry = newEntry(progress.frontApp);
     entry.durationSec = 0; // deliberately, even when the duration is known
     entry.errorMessage = message;
     if (retryable)
         entry.audioPath = retryable->savedAudioPath();
+    progress.booked = true;
     m_appState.history().add(entry);
+    progress.ended = true;
     m_appState.setRecordingState(RecordingState::error(message));
     scheduleErrorClear();
 }

@@ -14,20 +14,46 @@
 
 namespace tamvex {
 
+namespace {
+QString retryTag(const QUuid& id) {
+    return "retry[" + uuidText(id).left(8) + "]: ";
+}
+} // namespace
+
 QCoro::Task<void> RecordingCoordinator::retryTranscription(QUuid id) {
-    // A detached task, like the dictation itself: nothing escapes it unlogged.
+    // A detached task, like the dictation itself: whatever escapes it still ends the retry.
+    QPointer<RecordingCoordinator> self(this);
+    RunProgress progress;
+    std::optional<QString> failure;
     try {
-        QCoro::Task<void> run = runRetry(id);
+        QCoro::Task<void> run = runRetry(id, progress);
         co_await run;
     } catch (const std::exception& e) {
-        logError("retry[" + uuidText(id).left(8) + "]: crashed: " + describeError(e));
-        emit retryFinished(id, false, describeError(e));
+        failure = describeError(e);
+    } catch (...) {
+        failure = QStringLiteral("неизвестная ошибка");
     }
+    if (failure && self)
+        self->endRetryThatCrashed(id, *failure, progress);
 }
 
+void RecordingCoordinator::endRetryThatCrashed(const QUuid& id, const QString& description, RunProgress& progress) {
+    logError(retryTag(id) + "crashed: " + description);
+    if (progress.processing && !progress.booked)
+        m_appState.history().setError(id, description); // the audio stays for another try
+    if (progress.processing && !progress.ended) {
+        if (progress.succeeded) {
+            m_appState.setRecordingState(RecordingState::idle());
+        } else {
+            m_appState.setRecordingState(RecordingState::error(description));
+            scheduleErrorClear();
+        }
+    }
+    emit retryFinished(id, progress.succeeded, description);
+}
 
-QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id) {
-    const QString tag = "retry[" + uuidText(id).left(8) + "]: ";
+QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id, RunProgress& progress) {
+    const QString tag = retryTag(id);
     AnalyticsService::track("retry_clicked", {});
     logError(tag + "start, recState=" + m_appState.recordingState().description());
 
@@ -40,6 +66,7 @@ QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id) {
     }
     const QString audioPath = *entry->audioPath;
     logError(tag + "guard ok, audio at " + audioPath);
+    progress.processing = true;
     m_appState.setRecordingState(RecordingState::processing());
     scheduleSlowFlag();
 
@@ -50,7 +77,9 @@ QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id) {
         // No HUD message here: the new text shows on the history row alone.
         const QString description = describeError(e);
         logError(tag + "buildPipeline threw: " + description);
+        progress.booked = true;
         m_appState.history().setError(id, description);
+        progress.ended = true;
         m_appState.setRecordingState(RecordingState::idle());
         emit retryFinished(id, false, description);
         co_return;
@@ -73,7 +102,9 @@ QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id) {
         co_return;
     if (!speech) {
         logError(tag + "FAILED — " + message);
+        progress.booked = true;
         m_appState.history().setError(id, message); // the audio stays for another try
+        progress.ended = true;
         m_appState.setRecordingState(RecordingState::error(message));
         scheduleErrorClear();
         AnalyticsService::track("retry_failed", {{"error", message}});
@@ -82,13 +113,14 @@ QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id) {
     }
 
     // A retry takes the text as it comes: no speed rule, empty text too.
-    logError(tag + "pipeline ok, text len=" + QString::number(speech->text.size()));
+    logError(tag + "pipeline ok, text len=" + QString::number(countCharacters(speech->text)));
     {
         const Defaults::Batch batch(m_appState.environment().defaults);
         m_appState.settings().markRequest();
         if (speech->usage)
             spend(*speech->usage);
     }
+    progress.booked = progress.succeeded = true;
     m_appState.history().applyRetrySuccess(
         id, speech->text, bookedCost(speech->usage),
         speech->usage ? std::optional<qint64>(speech->usage->promptTokens) : std::nullopt,
@@ -96,6 +128,7 @@ QCoro::Task<void> RecordingCoordinator::runRetry(QUuid id) {
     if (setup.cloudMode)
         startClassification(*setup.cloudMode, id, speech->text);
     m_appState.setLastTranscription(speech->text);
+    progress.ended = true;
     m_appState.setRecordingState(RecordingState::idle());
     AnalyticsService::track("retry_success", {{"word_count", countWords(speech->text)},
                                               {"cost_usd", speech->usage ? QVariant(speech->usage->costUSD) : QVariant(0)}});

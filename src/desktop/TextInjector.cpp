@@ -57,7 +57,6 @@ struct TextInjector::Owned {
     SystemClipboard clipboard;
     SessionKeySender keys;
     SystemInputAccess access{keys};
-    std::unique_ptr<X11FrontmostApp> frontmost;
 };
 
 TextInjector::TextInjector(Clock& clock, Clipboard& clipboard, KeySender& keys, InputAccess& access,
@@ -65,19 +64,17 @@ TextInjector::TextInjector(Clock& clock, Clipboard& clipboard, KeySender& keys, 
     : QObject(parent), m_clock(clock), m_clipboard(clipboard), m_keys(keys), m_access(access),
       m_frontmost(frontmost) {}
 
-TextInjector::TextInjector(std::unique_ptr<Owned> owned, Clock& clock)
+TextInjector::TextInjector(std::unique_ptr<Owned> owned, Clock& clock, const FrontmostApp* frontmost)
     : m_owned(std::move(owned)), m_clock(clock), m_clipboard(m_owned->clipboard), m_keys(m_owned->keys),
-      m_access(m_owned->access), m_frontmost(m_owned->frontmost.get()) {}
+      m_access(m_owned->access), m_frontmost(frontmost) {}
 
 TextInjector::~TextInjector() = default;
 
-std::unique_ptr<TextInjector> TextInjector::createForSession(Clock& clock) {
+std::unique_ptr<TextInjector> TextInjector::createForSession(Clock& clock, const FrontmostApp* frontmost) {
     auto owned = std::make_unique<Owned>();
-    if (!qEnvironmentVariableIsEmpty("DISPLAY"))
-        owned->frontmost = std::make_unique<X11FrontmostApp>();
     const QString sender = owned->keys.name();
     const QString uinputError = owned->keys.uinputError();
-    auto injector = std::unique_ptr<TextInjector>(new TextInjector(std::move(owned), clock));
+    auto injector = std::unique_ptr<TextInjector>(new TextInjector(std::move(owned), clock, frontmost));
     logInfo("Paste keys: " + sender + (uinputError.isEmpty() ? QString() : " (uinput: " + uinputError + ")"));
     return injector;
 }

@@ -45,9 +45,10 @@ public:
                  const FrontmostApp* frontmost = nullptr, QObject* parent = nullptr);
     ~TextInjector() override;
 
-    /// The real pieces of this session: the system clipboard, a uinput keyboard made now
-    /// (XTest when uinput is not writable), and the X11 focused window where there is one.
-    static std::unique_ptr<TextInjector> createForSession(Clock& clock);
+    /// The real pieces of this session: the system clipboard and a uinput keyboard made now
+    /// (XTest when uinput is not writable); `frontmost` (the application's one, may be null)
+    /// tells which window the chord goes to.
+    static std::unique_ptr<TextInjector> createForSession(Clock& clock, const FrontmostApp* frontmost);
 
     /// Pastes `text` (not empty) and restores the clipboard after 0.25 s. Throws
     /// TextInjectorError; a cancelled wait returns at once, leaving the text on the clipboard.
@@ -62,7 +63,7 @@ public:
 
 private:
     struct Owned;
-    TextInjector(std::unique_ptr<Owned> owned, Clock& clock);
+    TextInjector(std::unique_ptr<Owned> owned, Clock& clock, const FrontmostApp* frontmost);
 
     std::unique_ptr<Owned> m_owned;
     Clock& m_clock;

@@ -1,6 +1,7 @@
 #include "history/Words.h"
 
 #include <QChar>
+#include <QTextBoundaryFinder>
 
 #include <array>
 
@@ -19,6 +20,22 @@ inline bool separator(char32_t c) {
 } // namespace
 
 bool isWordSeparator(char32_t c) { return separator(c); }
+
+qsizetype countCharacters(const QString& text) {
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    qsizetype count = 0;
+    while (finder.toNextBoundary() != -1)
+        ++count;
+    return count;
+}
+
+QString leftCharacters(const QString& text, qsizetype n) {
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    for (qsizetype taken = 0; taken < n; ++taken)
+        if (finder.toNextBoundary() == -1)
+            return text;
+    return text.left(finder.position());
+}
 
 qint64 countWords(QStringView text) {
     qint64 words = 0;

@@ -10,6 +10,12 @@ namespace tamvex {
 /// True for white space and line breaks (U+0009 to U+000D, U+0085, U+2028, U+2029, the blanks).
 bool isWordSeparator(char32_t codePoint);
 
+/// The number of characters as a reader counts them (grapheme clusters): an emoji, or a
+/// letter with a combining accent, is one.
+qsizetype countCharacters(const QString& text);
+/// The first `n` characters of `text`, never half of one.
+QString leftCharacters(const QString& text, qsizetype n);
+
 /// The number of words: pieces left after splitting at white space and line breaks, empties dropped.
 qint64 countWords(QStringView text);
 /// countWords over UTF-8 bytes, for text straight from the database.

@@ -80,12 +80,19 @@ int MessageBoxMigrationAlerts::run(const MigrationAlert& alert) {
     box.setInformativeText(alert.informativeText);
     QList<QPushButton*> buttons;
     for (const QString& title : alert.buttons)
-        buttons.append(box.addButton(title, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+        buttons.append(
+            box.addButton(title, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::DestructiveRole));
+    // Escape and the window's close button press the escape button: a hidden one of its own, so
+    // that closing never answers as the last button ("Начать с нуля" deletes the export for good).
+    QPushButton* dismiss = box.addButton(QMessageBox::Cancel);
+    dismiss->hide();
+    box.setEscapeButton(dismiss);
     box.setWindowFlag(Qt::WindowStaysOnTopHint);
     box.raise();
     box.activateWindow();
     box.exec();
-    return 1000 + int(buttons.indexOf(static_cast<QPushButton*>(box.clickedButton())));
+    const qsizetype index = buttons.indexOf(static_cast<QPushButton*>(box.clickedButton()));
+    return index < 0 ? closedWithoutAnswer : 1000 + int(index);
 }
 
 Migration::Migration(AppState& appState, MigrationAlerts& alerts) : m_appState(appState), m_alerts(alerts) {}
@@ -106,8 +113,9 @@ void Migration::offerMigration() {
          {QStringLiteral("Перенести и продолжить"), QStringLiteral("Начать с нуля")}});
     if (answer == 1000)
         runMigration();
-    else
+    else if (answer == 1001)
         QFile::remove(exportFile()); // never offered again
+    // Closed without an answer: the file stays, and the offer comes again at the next start.
 }
 
 void Migration::runMigration() {

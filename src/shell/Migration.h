@@ -66,9 +66,11 @@ struct MigrationAlert {
     QStringList buttons;
 };
 
-/// Shows the alerts and returns 1000 for the first button, 1001 for the second.
+/// Shows the alerts and returns 1000 for the first button, 1001 for the second, and
+/// `closedWithoutAnswer` when the user pressed Escape or closed the dialog.
 class MigrationAlerts {
 public:
+    static constexpr int closedWithoutAnswer = 0;
     virtual ~MigrationAlerts() = default;
     virtual int run(const MigrationAlert& alert) = 0;
 };

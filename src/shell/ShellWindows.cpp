@@ -7,6 +7,11 @@
 #include "shell/SettingsStore.h"
 
 #include <QDesktopServices>
+#include <QGuiApplication>
+#include <QQuickWindow>
+#include <QWindow>
+
+#include <algorithm>
 
 namespace tamvex {
 
@@ -74,12 +79,25 @@ void ShellWindows::openMainWindow() {
     m_main->show();
 }
 
+bool ShellWindows::hasVisibleWindows() const {
+    const auto visible = [](const QWindow* window) { return window && window->isVisible(); };
+    if (visible(m_main->window()) || visible(m_welcome->window()))
+        return true;
+    // A dialog of ours (the quit question, an update offer). The HUD, the tray icon and the menus
+    // float over everything and don't count.
+    const QWindowList windows = QGuiApplication::topLevelWindows();
+    return std::any_of(windows.cbegin(), windows.cend(),
+                       [&](const QWindow* window) { return window->type() == Qt::Dialog && visible(window); });
+}
+
 void ShellWindows::handleActivation(const QStringList& arguments, const QStringList& urls) {
-    if (urls.isEmpty()) {
-        openMainWindow(); // starting tamvex again while it runs shows the window
+    if (!urls.isEmpty()) {
+        m_callbacks.deliver(arguments, urls);
         return;
     }
-    m_callbacks.deliver(arguments, urls);
+    // Starting tamvex again while it runs shows the main window, unless one of ours is on screen.
+    if (!hasVisibleWindows())
+        openMainWindow();
 }
 
 } // namespace tamvex

@@ -59,8 +59,13 @@ public:
 
 public slots:
     /// A second start handed over its arguments (connect ControlService::activated here):
-    /// tamvex:// links go to the sign-in forms; a start without a link shows the main window.
+    /// tamvex:// links go to the sign-in forms; a start without a link shows the main window
+    /// when no window of ours is visible.
     void handleActivation(const QStringList& arguments, const QStringList& urls);
+
+public:
+    /// True when a window of ours (not the HUD, the tray icon or a menu) is on screen.
+    bool hasVisibleWindows() const;
 
 private:
     void open(int section);

@@ -13,6 +13,7 @@
 #include <QXmlStreamReader>
 
 #include <algorithm>
+#include <utility>
 
 #ifndef TAMVEX_DEFAULT_UPDATE_FEED_URL
 #define TAMVEX_DEFAULT_UPDATE_FEED_URL "https://sorvel.ru/tamvex/linux/appcast.xml"
@@ -22,6 +23,10 @@ namespace tamvex {
 
 namespace {
 const QString kSparkleNs = QStringLiteral("http://www.andymatuschak.org/xml-namespaces/sparkle");
+
+QString orUnknown(const QString& value) {
+    return value.isEmpty() ? QStringLiteral("unknown") : value;
+}
 } // namespace
 
 std::optional<QList<UpdateItem>> UpdateItem::parseFeed(const QByteArray& xml) {
@@ -161,9 +166,12 @@ void UpdateController::checkForUpdates() {
 }
 
 QCoro::Task<void> UpdateController::check(bool userInitiated) {
-    if (m_checking)
+    if (m_checking) {
+        m_userWaiting = m_userWaiting || userInitiated; // the running check shows its outcome then
         co_return;
+    }
     m_checking = true;
+    m_userWaiting = userInitiated;
     QPointer<UpdateController> self(this);
     m_defaults.setDate(QString::fromLatin1(lastCheckKey), m_clock.currentDateTime());
     std::optional<QList<UpdateItem>> items;
@@ -183,6 +191,7 @@ QCoro::Task<void> UpdateController::check(bool userInitiated) {
     if (!self)
         co_return;
     m_checking = false;
+    userInitiated = std::exchange(m_userWaiting, false);
 
     if (!items) {
         logError("Update check failed: " + failure + " (" + m_feedUrl.toString() + ")");
@@ -203,12 +212,10 @@ QCoro::Task<void> UpdateController::check(bool userInitiated) {
     }
     const UpdateItem found = *newest;
     logInfo("Update available: " + found.shortVersion + " (" + found.version + ")");
-    AnalyticsService::track("update_available_shown", {{"current_version", m_currentVersion},
-                                                       {"current_build", m_currentBuild},
-                                                       {"new_version", found.shortVersion.isEmpty()
-                                                                           ? QStringLiteral("unknown")
-                                                                           : found.shortVersion},
-                                                       {"new_build", found.version}});
+    AnalyticsService::track("update_available_shown", {{"current_version", orUnknown(m_currentVersion)},
+                                                       {"current_build", orUnknown(m_currentBuild)},
+                                                       {"new_version", orUnknown(found.shortVersion)},
+                                                       {"new_build", orUnknown(found.version)}});
     if (m_prompter.offerUpdate(found, m_currentVersion))
         m_prompter.openDownload(found.downloadUrl);
     emit checkFinished();

@@ -74,7 +74,8 @@ public:
     /// Starts the schedule: the first check a minute from now, then once a day counted from
     /// the last check kept in the settings.
     void start();
-    /// A check from the menu: its outcome is always shown.
+    /// A check from the menu: its outcome is always shown, also when it joins a check of the
+    /// schedule that is under way.
     void checkForUpdates();
     /// One check; `userInitiated` shows "newest" and failures too. Never throws.
     QCoro::Task<void> check(bool userInitiated);
@@ -97,6 +98,7 @@ private:
     QString m_currentVersion;
     QString m_currentBuild;
     bool m_checking = false;
+    bool m_userWaiting = false; ///< the menu asked while a check was under way
     Cancellation m_schedule;
 };
 

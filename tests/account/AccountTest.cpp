@@ -431,6 +431,12 @@ private slots:
         e.form.signInWithYandex();
         QVERIFY(e.form.handleYandexCallback(QUrl("tamvex://oauth/yandex?error=access_denied")));
         QCOMPARE(e.form.errorText(), QString("Yandex: Yandex не вернул code"));
+        // "code=" has a value, empty: it goes to the service, which refuses it.
+        e.form.signInWithYandex();
+        QVERIFY(e.form.handleYandexCallback(QUrl("tamvex://oauth/yandex?code=&state=x")));
+        QVERIFY(spinUntil([&] { return !e.form.yandexInFlight(); }));
+        QVERIFY(e.form.errorText().startsWith("Не удалось войти через Яндекс: "));
+        QCOMPARE(e.env.f.server.received("/api/oauth/yandex/exchange").size(), 1);
 
         e.form.signInWithYandex();
         const QUrl authorize = e.opened.last();
@@ -443,7 +449,7 @@ private slots:
         QVERIFY(spinUntil([&] { return e.account.isLoggedIn(); }));
         QVERIFY(spinUntil([&] { return !e.form.yandexInFlight(); }));
         QCOMPARE(e.tracked.names().last(), QString("yandex_signin_success"));
-        QCOMPARE(e.env.f.server.received("/api/oauth/yandex/exchange").size(), 1);
+        QCOMPARE(e.env.f.server.received("/api/oauth/yandex/exchange").size(), 2);
     }
 };
 

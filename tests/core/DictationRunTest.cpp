@@ -246,14 +246,16 @@ private slots:
         QTest::addColumn<double>("held");
         QTest::addColumn<int>("longTips");
         QTest::addColumn<QString>("message");
-        QTest::newRow("peak -25 dB, 2.9 s") << -25.0 << 2.9 << 0 << "Похоже на тишину — запись отброшена";
-        QTest::newRow("silence, 70 s") << -200.0 << 70.0 << 1 << "Слишком тихо — говори ближе к микрофону";
+        QTest::addColumn<double>("peakSent");
+        QTest::newRow("peak -25.3 dB, 2.9 s") << -25.3 << 2.9 << 0 << "Похоже на тишину — запись отброшена" << -25.3;
+        QTest::newRow("silence, 70 s") << -200.0 << 70.0 << 1 << "Слишком тихо — говори ближе к микрофону" << -160.0;
     }
     void droppedRecordings() {
         QFETCH(double, toneDb);
         QFETCH(double, held);
         QFETCH(int, longTips);
         QFETCH(QString, message);
+        QFETCH(double, peakSent);
         RunRig rig(false, toneDb, 80.0);
         QSignalSpy longTip(rig.coordinator.get(), &RecordingCoordinator::longHoldTipRequested);
         rig.press(held);
@@ -261,6 +263,8 @@ private slots:
         QCOMPARE(longTip.count(), longTips);
         QCOMPARE(rig.recState(), RecordingState::error(message));
         QVERIFY(rig.tempRecordings().isEmpty());
+        // The peak goes out as its tenth (-25.3), not as the float widened (-25.299999237060547).
+        QCOMPARE(rig.tracked.propertiesOf("record_dropped").value("peak_db"), QVariant(peakSent));
     }
 
     void outcomes_data() {
@@ -285,17 +289,25 @@ private slots:
     void outcomes() {
         QFETCH(Outcome, c);
         QList<double> balances; // outlives the rig, whose teardown may still change the account
-        RunRig rig;
+        RunRig rig(true, -9.3);
         connect(&rig.state().account(), &AccountStore::changed, this,
                 [&] { balances.append(rig.state().account().balanceTokens()); });
         rig.keys.works = c.keysWork;
         rig.reply(kProxyPath, c.status, c.body);
         rig.reply(kProxyPath, 200, chatAnswer("docs")); // the classifier, if it asks
+        // The recording has left the temporary folder (deleted, or kept for a retry) before its entry is written.
+        std::optional<bool> tempGoneAtEntry;
+        connect(&rig.state().history(), &HistoryStore::changed, this, [&] {
+            if (!tempGoneAtEntry)
+                tempGoneAtEntry = rig.tempRecordings().isEmpty();
+        });
         rig.dictate(c.seconds);
         QVERIFY(rig.waitForEnd());
 
         QCOMPARE(rig.recState(), c.message.isEmpty() ? RecordingState::idle() : RecordingState::error(c.message));
         QCOMPARE(rig.state().history().entries().size(), 1);
+        QCOMPARE(tempGoneAtEntry, std::optional<bool>(true));
+        QCOMPARE(rig.tracked.propertiesOf("record_finished").value("peak_db"), QVariant(-9.3));
         QVERIFY(spinUntil([&] { return rig.coordinator->pendingClassifications() == 0; }));
         const HistoryEntry e = rig.entry();
         QCOMPARE(e.text, c.text);
@@ -381,6 +393,89 @@ private slots:
             const std::optional<QString> kept = rig.fixture.env.paths.tempDir + "/" + rig.tempRecordings().first();
             QCOMPARE(rig.entry().audioPath, timeout ? kept : std::nullopt);
         }
+    }
+
+    // Whatever escapes a dictation or a retry (here a listener that throws once, as the state
+    // turns to processing or as the entry is written) ends it with one entry and a state that
+    // is not left at processing.
+    void crashEndsTheRunOnce_data() {
+        QTest::addColumn<bool>("retry");
+        QTest::addColumn<bool>("atEntry"); // else as the state turns to processing
+        QTest::addColumn<QString>("text"); // of the entry afterwards; empty: failed with the crash's text
+        QTest::newRow("dictation, at processing") << false << false << "";
+        QTest::newRow("dictation, at its success entry") << false << true << "Готово.";
+        QTest::newRow("retry, at processing") << true << false << "";
+        QTest::newRow("retry, at its success entry") << true << true << "Готово.";
+    }
+    void crashEndsTheRunOnce() {
+        QFETCH(bool, retry);
+        QFETCH(bool, atEntry);
+        QFETCH(QString, text);
+        RunRig rig;
+        std::optional<HistoryEntry> failed;
+        if (retry) {
+            rig.reply(kProxyPath, 500, "down");
+            rig.dictate(2.0);
+            QVERIFY(rig.waitForEnd());
+            failed = rig.entry();
+            rig.advance(3.0);
+        }
+        rig.reply(kProxyPath, 200, chatAnswer("Готово."));
+        rig.reply(kProxyPath, 200, chatAnswer("docs"));
+        bool armed = true;
+        const auto throwOnce = [&](bool now) {
+            if (armed && now) {
+                armed = false;
+                throw std::runtime_error("слушатель упал");
+            }
+        };
+        QObject listeners;
+        connect(&rig.state(), &AppState::recordingStateChanged, &listeners,
+                [&] { throwOnce(!atEntry && rig.recState().is(RecordingState::Case::processing)); });
+        connect(&rig.state().history(), &HistoryStore::changed, &listeners, [&] {
+            throwOnce(atEntry && !rig.state().history().entries().isEmpty() && !rig.entry().text.isEmpty());
+        });
+        QSignalSpy retried(rig.coordinator.get(), &RecordingCoordinator::retryFinished);
+        if (retry)
+            syncWait(rig.coordinator->retryTranscription(failed->id));
+        else
+            rig.dictate(2.0);
+        QVERIFY(rig.waitForEnd());
+        QVERIFY(!armed);
+        QCOMPARE(rig.state().history().entries().size(), 1);
+        const HistoryEntry e = rig.entry();
+        QCOMPARE(e.text, text);
+        QCOMPARE(e.errorMessage, text.isEmpty() ? std::optional<QString>("слушатель упал") : std::nullopt);
+        QCOMPARE(rig.recState(), text.isEmpty() ? RecordingState::error("слушатель упал") : RecordingState::idle());
+        if (retry) {
+            QCOMPARE(retried.count(), 1);
+            QCOMPARE(e.id, failed->id);
+            QCOMPARE(e.audioPath.has_value(), text.isEmpty()); // a failed retry can be tried again
+        }
+        rig.advance(3.0);
+        QCOMPARE(rig.recState(), RecordingState::idle());
+    }
+
+    // Log lines count characters as a reader does: an emoji is one, never cut in half.
+    void logLinesCountCharacters() {
+        const QString text = QString("а😀").repeated(50); // 50 words, 100 characters, 150 UTF-16 units
+        RunRig rig;
+        LogCapture log;
+        rig.reply(kProxyPath, 200, chatAnswer(text));
+        rig.dictate(2.0); // 50 words in 2 s: thrown away
+        QVERIFY(rig.waitForEnd());
+        QVERIFY(log.has("Hallucination dropped: dur=2.00s, words=50, wpm=1500, preview=\"" +
+                        QString("а😀").repeated(40) + "\""));
+
+        rig.advance(3.0);
+        rig.reply(kProxyPath, 500, "down");
+        rig.dictate(2.0);
+        QVERIFY(rig.waitForEnd());
+        rig.reply(kProxyPath, 200, chatAnswer(text));
+        rig.reply(kProxyPath, 200, chatAnswer("docs"));
+        syncWait(rig.coordinator->retryTranscription(rig.entry().id));
+        QCOMPARE(rig.entry().text, text);
+        QVERIFY(log.has("retry[" + uuidText(rig.entry().id).left(8) + "]: pipeline ok, text len=100"));
     }
 
     void retry() {

@@ -1,24 +1,32 @@
+#include "DevServer.h"
 #include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "WindowFixture.h"
+#include "account/InlineLoginForm.h"
+#include "shell/Migration.h"
 #include "shell/QmlModule.h"
 #include "shell/main/HistoryListModel.h"
 #include "shell/main/MainWindowModel.h"
+#include "support/ChatAnswers.h"
 #include "support/TestMain.h"
 #include "support/TrackedEvents.h"
 
-#include "DevServer.h"
 #include "shell/welcome/OnboardingRoad.h"
 #include "shell/welcome/PermissionsCheck.h"
 
+#include <QApplication>
 #include <QCryptographicHash>
 #include <QDirIterator>
 #include <QKeyEvent>
 #include <QTemporaryDir>
 #include <QFile>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QQmlComponent>
 #include <QQmlEngine>
+#include <QQmlProperty>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 
 #include <functional>
 
@@ -105,7 +113,13 @@ QQuickItem* currentPane(QQuickWindow* window) {
 class MainWindowTest : public QObject {
     Q_OBJECT
 private slots:
-    void initTestCase() { g_previous = qInstallMessageHandler(catchQmlWarnings); }
+    void initTestCase() {
+        g_previous = qInstallMessageHandler(catchQmlWarnings);
+        // The account's requests go to the dev server on loopback; the hosts are read once per process.
+        m_server = new devserver::DevServer({}, this);
+        QVERIFY(m_server->start() != 0);
+        pointHostsAt(m_server->baseUrl());
+    }
     void init() { g_qmlWarnings.clear(); }
     void cleanup() { QVERIFY2(g_qmlWarnings.isEmpty(), qPrintable(g_qmlWarnings.join('\n'))); }
 
@@ -311,6 +325,96 @@ private slots:
         QTRY_COMPARE(totalWords(), 5);
     }
 
+    // The offer of an earlier installation's export: only its second button starts from scratch;
+    // Escape or closing the dialog leaves the file for the next start.
+    void migrationOfferClosedLeavesTheExport() {
+        const struct {
+            const char* how;
+            std::function<void(QMessageBox&)> answer;
+            bool fileStays;
+        } cases[] = {
+            {"Escape", [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Escape); }, true},
+            {"close", [](QMessageBox& box) { box.close(); }, true},
+            {"Начать с нуля",
+             [](QMessageBox& box) {
+                 for (QAbstractButton* button : box.buttons())
+                     if (button->text() == "Начать с нуля")
+                         button->click();
+             },
+             false},
+        };
+        for (const auto& c : cases) {
+            AppFixture fx;
+            MessageBoxMigrationAlerts alerts;
+            Migration migration(*fx.state, alerts);
+            QVERIFY(writeFile(migration.exportFile(), "{}"));
+            int answered = 0;
+            QStringList shown; // the dialog's own way out stays out of sight
+            QTimer poll;
+            connect(&poll, &QTimer::timeout, this, [&] {
+                auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+                if (!box || !box->isVisible())
+                    return;
+                if (answered++) { // still open two seconds after the answer: end it, and fail below
+                    if (answered > 100)
+                        box->done(-1);
+                    return;
+                }
+                for (QAbstractButton* button : box->buttons())
+                    if (button->isVisible())
+                        shown << button->text();
+                c.answer(*box);
+            });
+            poll.start(20);
+            migration.offerMigration();
+            QVERIFY2(answered == 1, c.how); // the dialog closed on the answer
+            QCOMPARE(shown, (QStringList{"Перенести и продолжить", "Начать с нуля"}));
+            QVERIFY2(QFileInfo::exists(migration.exportFile()) == c.fileStays, c.how);
+        }
+    }
+
+    // The sign-in form's buttons carry symbols that are there to draw, and "Войти" shows a spinner
+    // while the code is checked.
+    void signInFormShowsItsSymbolsAndProgress() {
+        WindowFixture fx;
+        QQuickWindow* window = shownOn(fx, &ShellWindows::openAccountAction);
+        QVERIFY(window);
+        QQuickItem* pane = currentPane(window);
+        QQuickItem* formItem = findItem(pane, "loginForm");
+        QVERIFY(formItem);
+        for (const char* button : {"requestCodeButton", "openBotButton"}) {
+            const QUrl source = QQmlProperty(findItem(formItem, button), "icon.source").read().toUrl();
+            QVERIFY2(source.path().endsWith(".svg") && QFile::exists(":" + source.path()), button);
+        }
+        auto* form = qobject_cast<InlineLoginForm*>(formItem->property("form").value<QObject*>());
+        QVERIFY(form);
+        form->setPhone("+79990001122");
+        form->requestCode(); // the dev server sends the code at once, and shows it
+        QTRY_COMPARE(form->phaseName(), QString("enterCode"));
+        QQuickItem* progress = findItem(formItem, "verifyProgress");
+        QVERIFY(progress && !progress->isVisible());
+        m_server->script("/api/auth/verify", devserver::Script{0, {}, "application/json", 400, 1}); // a slow answer
+        form->verify();
+        QVERIFY(progress->isVisible());
+        QTRY_VERIFY(fx.app.state->account().isLoggedIn());
+        QTRY_VERIFY(!fx.app.state->account().isRefreshing());
+    }
+
+    // A second start shows the main window only when no window of ours is on screen.
+    void secondStartShowsTheMainWindowOnlyWhenNoneIsVisible() {
+        WindowFixture fx;
+        fx.windows.openWelcomeAction();
+        QQuickWindow* welcome = fx.windows.welcomeWindow().window();
+        QVERIFY(welcome && QTest::qWaitForWindowExposed(welcome));
+        fx.windows.handleActivation({}, {});
+        QVERIFY(!fx.windows.mainWindow().window()); // the welcome window is there: nothing opens
+        welcome->close();
+        QTRY_VERIFY(!welcome->isVisible());
+        fx.windows.handleActivation({}, {});
+        QQuickWindow* main = fx.windows.mainWindow().window();
+        QVERIFY(main && QTest::qWaitForWindowExposed(main));
+    }
+
     // Each step shows its heading; the last one hands over to the main window.
     void welcomeWindowWalksItsSteps() {
         WindowFixture fx;
@@ -440,6 +544,9 @@ private slots:
         QVERIFY(!window->isVisible());
         QCOMPARE(fx.windows.inputAccessPrompt().timesShown(), 1);
     }
+
+private:
+    devserver::DevServer* m_server = nullptr;
 };
 
 TAMVEX_GUI_TEST_CLASS(MainWindowTest)

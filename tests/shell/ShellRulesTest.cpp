@@ -494,6 +494,35 @@ private slots:
         }
     }
 
+    // A click on "Проверить обновления…" while the schedule's check runs is answered by that
+    // check; versions that cannot be read are reported as "unknown".
+    void updateCheckJoinedFromTheMenuAndUnknownVersions() {
+        UpdateRig rig;
+        rig.serve(feed({"5"}), 300);
+        QSignalSpy done(&rig.updates, &UpdateController::checkFinished);
+        rig.updates.check(false);
+        QVERIFY(rig.updates.isChecking());
+        rig.updates.checkForUpdates();
+        QVERIFY(done.wait(10000));
+        QCOMPARE(rig.fetches(), 1);
+        QCOMPARE(rig.prompter.upToDate, 1);
+
+        // A build of ours with no version or build number, and a release with no display version.
+        TrackedEvents tracked;
+        UpdateController unnamed(rig.clock, *rig.env.defaults, sharedNetworkManager(), rig.prompter,
+                                 QUrl(rig.server.baseUrl().toString() + "/appcast.xml"), "", "");
+        QByteArray bare = feed({"9"});
+        bare.replace("<sparkle:shortVersionString>0.9.0</sparkle:shortVersionString>", "");
+        rig.serve(bare);
+        QSignalSpy found(&unnamed, &UpdateController::checkFinished);
+        unnamed.checkForUpdates();
+        QVERIFY(found.wait(10000));
+        QCOMPARE(tracked.propertiesOf("update_available_shown"), (QVariantMap{{"current_version", "unknown"},
+                                                                              {"current_build", "unknown"},
+                                                                              {"new_version", "unknown"},
+                                                                              {"new_build", "9"}}));
+    }
+
     void updateFeedThatNeverAnswersGivesUpOnTheClock() {
         UpdateRig rig;
         rig.serve(feed({"9"}), 60000);

@@ -8,16 +8,6 @@
 
 namespace tamvex {
 
-namespace {
-// The first `n` characters as a reader counts them: an emoji is one, never half of one.
-QString leftCharacters(const QString& text, int n) {
-    qsizetype units = 0;
-    for (int taken = 0; taken < n && units < text.size(); ++taken)
-        units += (text[units].isHighSurrogate() && units + 1 < text.size()) ? 2 : 1;
-    return text.left(units);
-}
-} // namespace
-
 QString historyGroupTitle(const QDateTime& createdAt, const QDateTime& now) {
     const QDate day = createdAt.toLocalTime().date();
     const QDate today = now.toLocalTime().date();

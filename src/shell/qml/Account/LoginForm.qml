@@ -7,6 +7,7 @@ import Tamvex
 // code from the Telegram bot.
 Column {
     id: root
+    objectName: "loginForm"
     required property LoginForms forms
     readonly property var form: forms.create(root)
     spacing: 12
@@ -74,7 +75,10 @@ Column {
             onTextEdited: { root.form.phone = text; text = Qt.binding(() => root.form.phone) }
         }
         ActionButton {
-            text: "Получить код  →"
+            objectName: "requestCodeButton"
+            text: "Получить код"
+            icon.source: "qrc:/Tamvex/icons/arrow.right.svg"
+            LayoutMirroring.enabled: true // the arrow after the words
             highlighted: true
             enabled: root.form.canRequestCode
             onClicked: root.form.requestCode()
@@ -106,7 +110,9 @@ Column {
         }
         Text { text: "Открой бота и поделись номером"; color: Theme.primary; font.pixelSize: 14; font.bold: true }
         ActionButton {
+            objectName: "openBotButton"
             text: "Открыть @" + root.form.botUsername
+            icon.source: "qrc:/Tamvex/icons/paperplane.fill.svg"
             font.capitalization: Font.MixedCase // the bot is a name, not a label
             onClicked: Qt.openUrlExternally(root.form.botLink)
         }
@@ -130,10 +136,22 @@ Column {
             onAccepted: if (root.form.canVerify) root.form.verify()
         }
         ActionButton {
-            text: root.form.loading ? "…" : "Войти"
+            id: verifyButton
+            text: "Войти"
             highlighted: true
             enabled: root.form.canVerify
             onClicked: root.form.verify()
+            // While the code is checked a spinner stands before the word.
+            leftPadding: root.form.loading ? verifyButton.horizontalPadding + 26 : verifyButton.horizontalPadding
+            BusyIndicator {
+                objectName: "verifyProgress"
+                visible: root.form.loading
+                running: visible
+                x: verifyButton.horizontalPadding - 2
+                anchors.verticalCenter: verifyButton.verticalCenter
+                width: 24
+                height: 24
+            }
         }
         Row {
             spacing: 6
