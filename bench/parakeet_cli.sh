@@ -18,6 +18,8 @@ tamvex="$build/src/tamvex"
 [ -x "$tamvex" ] || { echo "no tamvex binary under $build" >&2; exit 1; }
 command -v /usr/bin/time >/dev/null || { echo "needs /usr/bin/time (apt-get install time)" >&2; exit 1; }
 
+stats=$(mktemp)
+trap 'rm -f "$stats"' EXIT
 echo "uptime: $(uptime)"
 echo "threads: processors $(nproc), the engine's rule gives max(1, processors - 2)"
 for type in q4_0 q8_0; do
@@ -29,7 +31,8 @@ for type in q4_0 q8_0; do
   rsss=""
   i=0
   while [ "$i" -lt "$runs" ]; do
-    out=$( { /usr/bin/time -f '%e %M' "$tamvex" transcribe-local "$audio" --model "$model" --no-vad >/dev/null 2>/dev/null; } 2>&1 | tail -n 1)
+    /usr/bin/time -o "$stats" -f '%e %M' "$tamvex" transcribe-local "$audio" --model "$model" --no-vad >/dev/null 2>&1
+    out=$(tail -n 1 "$stats")
     wall=${out% *}
     rss=${out#* }
     echo "$type run $((i + 1)): ${wall} s, peak RSS $((rss / 1024)) MiB"

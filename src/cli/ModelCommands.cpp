@@ -32,7 +32,7 @@ namespace {
 const char* kModelUsage = "Использование: tamvex model status|download|verify|delete [МОДЕЛЬ] [--json]\n"
                           "Модели: ggml-large-v3-turbo-q5_0 (по умолчанию), ggml-medium-q5_0\n";
 const char* kTranscribeUsage = "Использование: tamvex transcribe-local ФАЙЛ [--model ПУТЬ_К_МОДЕЛИ] "
-                                "[--vad ПУТЬ_К_ДЕТЕКТОРУ | --no-vad]\n";
+                               "[--vad ПУТЬ_К_ДЕТЕКТОРУ | --no-vad]\n";
 
 QString megabytes(qint64 bytes) {
     return QString::number(std::round(double(bytes) / 1e6), 'f', 0) + " МБ";
@@ -275,9 +275,9 @@ int runTranscribeLocal(const QStringList& args, QTextStream& out, QTextStream& e
         return 2;
     }
     // What is not named comes from the models folder, where `tamvex model download` puts it.
-    const QString directory =
-        modelPath.isEmpty() || (detectSpeech && detectorPath.isEmpty()) ? ModelDownloader::shared().modelsDirectory()
-                                                                        : QString();
+    const QString directory = modelPath.isEmpty() || (detectSpeech && detectorPath.isEmpty())
+                                  ? ModelDownloader::shared().modelsDirectory()
+                                  : QString();
     if (modelPath.isEmpty())
         modelPath = directory + "/" + whisperModels::fileName(WhisperModel::largeV3TurboQ5);
     if (detectorPath.isEmpty() && detectSpeech)

@@ -197,7 +197,8 @@ private slots:
     }
 
     void parakeetEngineRunsItsModelAndRefusesOtherFiles() {
-        if (const QString why = missing({"for-tests-ggml-parakeet-tdt.bin", "for-tests-ggml-tiny.bin", "jfk.wav"}, true);
+        if (const QString why =
+                missing({"for-tests-ggml-parakeet-tdt.bin", "for-tests-ggml-tiny.bin", "jfk.wav"}, true);
             !why.isEmpty())
             QSKIP(qPrintable(why));
         LogCapture log;
@@ -250,7 +251,8 @@ private slots:
         }
 
         const QString speech = testData("speech-ru-16k.wav");
-        for (const QString& model : {testData("for-tests-ggml-parakeet-tdt.bin"), testData("for-tests-ggml-tiny.bin")}) {
+        for (const QString& model :
+             {testData("for-tests-ggml-parakeet-tdt.bin"), testData("for-tests-ggml-tiny.bin")}) {
             const CommandOutput ok = transcribeLocal({speech, "--model", model, "--no-vad"});
             QVERIFY2(ok.code == 0, qPrintable(ok.err));
         }

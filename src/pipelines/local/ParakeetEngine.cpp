@@ -101,7 +101,8 @@ QString ParakeetEngine::transcribe(const std::vector<float>& samples) {
         throw ParakeetEngineError::transcriptionFailed();
     }
     const int n = parakeet_full_n_segments(m_context);
-    logInfo("Parakeet: parakeet_full ok in " + QString::asprintf("%.2f", seconds) + "s, segments=" + QString::number(n));
+    logInfo("Parakeet: parakeet_full ok in " + QString::asprintf("%.2f", seconds) +
+            "s, segments=" + QString::number(n));
     QString text;
     for (int i = 0; i < n; ++i) {
         const char* segment = parakeet_full_get_segment_text(m_context, i);
