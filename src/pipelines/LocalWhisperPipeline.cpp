@@ -1,5 +1,7 @@
 #include "pipelines/LocalWhisperPipeline.h"
 
+#include <atomic>
+
 namespace tamvex {
 
 LocalWhisperPipeline::LocalWhisperPipeline(WhisperModel model, bool detectSpeech)
@@ -8,7 +10,7 @@ LocalWhisperPipeline::LocalWhisperPipeline(WhisperModel model, bool detectSpeech
 LocalWhisperPipeline::LocalWhisperPipeline(WhisperModel model, LocalWhisperEngineCache& cache, bool detectSpeech)
     : m_model(model), m_cache(&cache), m_detectSpeech(detectSpeech) {}
 
-QCoro::Task<SpeechResult> LocalWhisperPipeline::process(QString audioPath, Cancellation) {
+QCoro::Task<SpeechResult> LocalWhisperPipeline::process(QString audioPath, Cancellation cancel) {
     // Copies: the caller may drop the pipeline while the run goes on.
     LocalWhisperEngineCache* cache = m_cache;
     const WhisperModel model = m_model;
@@ -20,8 +22,18 @@ QCoro::Task<SpeechResult> LocalWhisperPipeline::process(QString audioPath, Cance
         QCoro::Task<std::shared_ptr<SpeechDetector>> loadDetector = cache->speechDetector();
         detector = co_await loadDetector;
     }
-    QCoro::Task<QString> run = engine->transcribe(audioPath, detector);
-    QString text = co_await run;
+    // The engine's thread reads the flag; the cancellation itself lives on this thread.
+    auto stop = std::make_shared<std::atomic<bool>>(cancel.isCancelled());
+    const quint64 callback = cancel.onCancel([stop] { stop->store(true); });
+    QCoro::Task<QString> run = engine->transcribe(audioPath, detector, stop);
+    QString text;
+    try {
+        text = co_await run;
+    } catch (...) {
+        cancel.removeCallback(callback);
+        throw;
+    }
+    cancel.removeCallback(callback);
     co_return SpeechResult{std::move(text), std::nullopt};
 }
 

@@ -21,7 +21,8 @@ public:
     bool detectsSpeech() const { return m_detectSpeech; }
 
     /// Recognises the file; the result has no usage. Throws WhisperEngineError or
-    /// ParakeetEngineError. A running recognition cannot be stopped, so `cancel` is not heeded.
+    /// ParakeetEngineError. `cancel` stops a Parakeet run at its next step (it then throws
+    /// ParakeetEngineError::cancelled); a running whisper_full goes on to its end.
     QCoro::Task<SpeechResult> process(QString audioPath, Cancellation cancel = {}) override;
 
 private:

@@ -219,6 +219,13 @@ private slots:
         syncWait(engine->transcribe(testData("jfk.wav")), 60000);
         QCOMPARE(countLines(log, "Parakeet: parakeet_full ok in "), 2);
 
+        // A raised stop makes the library give up at its first step.
+        const std::atomic<bool> stop{true};
+        const auto stopped =
+            thrown<ParakeetEngineError>([&] { engine->transcribe(readAudioSamples(testData("jfk.wav")), &stop); });
+        QVERIFY(stopped && stopped->kind() == ParakeetEngineError::Kind::cancelled);
+        QCOMPARE(countLines(log, "Parakeet: parakeet_full ok in "), 2);
+
         const QString random = dir.filePath("random.bin");
         QByteArray bytes("lmgg");
         for (int i = 0; i < 4096; ++i)
@@ -282,6 +289,14 @@ private slots:
         QCOMPARE(countLines(log, "Parakeet: parakeet_full ok in "), 1);
         QVERIFY(log.hasPrefix("Speech detector: "));
         QCOMPARE(countLines(log, "Speech detector loaded from "), 1);
+
+        // A dictation given up on stops the recogniser.
+        Cancellation gaveUp;
+        gaveUp.cancel();
+        const auto stopped =
+            thrown<ParakeetEngineError>([&] { syncWait(pipeline.process(testData("jfk.wav"), gaveUp), 60000); });
+        QVERIFY(stopped && stopped->kind() == ParakeetEngineError::Kind::cancelled);
+        QCOMPARE(countLines(log, "Parakeet: parakeet_full ok in "), 1);
 
         // Turned off, the whole recording is recognised.
         LocalWhisperPipeline unfiltered(WhisperModel::largeV3TurboQ5, cache, false);

@@ -50,22 +50,23 @@ QString LocalEngine::logPrefix() const {
     return m_kind == LocalModelKind::parakeet ? QStringLiteral("Parakeet: ") : QStringLiteral("Whisper: ");
 }
 
-QCoro::Task<QString> LocalEngine::transcribe(QString audioPath, std::shared_ptr<SpeechDetector> detector) {
+QCoro::Task<QString> LocalEngine::transcribe(QString audioPath, std::shared_ptr<SpeechDetector> detector,
+                                             std::shared_ptr<const std::atomic<bool>> stop) {
     // The frame, not the queued call, keeps the engine and the detector alive: the last owner
     // must never be the actor's own thread, which could not wait for itself.
     const std::shared_ptr<LocalEngine> self = shared_from_this();
     // Named, not a temporary inside co_await: g++ 12 destroys such temporaries twice.
-    QCoro::Task<QString> run =
-        m_actor.call([this, audioPath, raw = detector.get()] { return transcribeFile(audioPath, raw); });
+    QCoro::Task<QString> run = m_actor.call(
+        [this, audioPath, raw = detector.get(), flag = stop.get()] { return transcribeFile(audioPath, raw, flag); });
     QString text = co_await run;
     co_return text;
 }
 
-QString LocalEngine::transcribeSamples(const std::vector<float>& samples) {
-    return m_parakeet ? m_parakeet->transcribe(samples) : m_whisper->transcribe(samples);
+QString LocalEngine::transcribeSamples(const std::vector<float>& samples, const std::atomic<bool>* stop) {
+    return m_parakeet ? m_parakeet->transcribe(samples, stop) : m_whisper->transcribe(samples);
 }
 
-QString LocalEngine::transcribeFile(const QString& audioPath, SpeechDetector* detector) {
+QString LocalEngine::transcribeFile(const QString& audioPath, SpeechDetector* detector, const std::atomic<bool>* stop) {
     std::vector<float> samples = readAudioSamples(audioPath);
     float peak = 0.0f;
     for (float s : samples)
@@ -91,7 +92,7 @@ QString LocalEngine::transcribeFile(const QString& audioPath, SpeechDetector* de
             logError("Speech detector failed: " + e.description() + " — the whole recording is recognised");
         }
     }
-    const QString text = transcribeSamples(samples);
+    const QString text = transcribeSamples(samples, stop);
     logInfo(logPrefix() + "got text len=" + QString::number(text.size()) + " preview=\"" + text.left(80) + "\"");
     return text;
 }

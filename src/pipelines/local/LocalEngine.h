@@ -7,6 +7,7 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -38,15 +39,18 @@ public:
     /// Reads the audio file and recognises it on the engine's thread, after the calls before
     /// it. With a `detector`, a recording without speech gives empty text without calling the
     /// recogniser, and only the speech reaches it; a detector that fails is logged and the
-    /// whole recording goes on. Gives the trimmed text; throws the engine's typed error.
-    QCoro::Task<QString> transcribe(QString audioPath, std::shared_ptr<SpeechDetector> detector = nullptr);
+    /// whole recording goes on. Once `stop` turns true, Parakeet stops at its next step and
+    /// the call throws ParakeetEngineError::cancelled; whisper runs to its end. Gives the
+    /// trimmed text; throws the engine's typed error.
+    QCoro::Task<QString> transcribe(QString audioPath, std::shared_ptr<SpeechDetector> detector = nullptr,
+                                    std::shared_ptr<const std::atomic<bool>> stop = nullptr);
 
     /// Recognises 16 kHz mono samples as they are, on the calling thread.
-    QString transcribeSamples(const std::vector<float>& samples);
+    QString transcribeSamples(const std::vector<float>& samples, const std::atomic<bool>* stop = nullptr);
 
 private:
     LocalEngine(LocalModelKind kind, QString modelPath);
-    QString transcribeFile(const QString& audioPath, SpeechDetector* detector);
+    QString transcribeFile(const QString& audioPath, SpeechDetector* detector, const std::atomic<bool>* stop);
     QString logPrefix() const;
 
     const LocalModelKind m_kind;

@@ -80,7 +80,7 @@ ParakeetEngine::~ParakeetEngine() {
         parakeet_free(m_context);
 }
 
-QString ParakeetEngine::transcribe(const std::vector<float>& samples) {
+QString ParakeetEngine::transcribe(const std::vector<float>& samples, const std::atomic<bool>* stop) {
     if (samples.empty()) {
         logError(QStringLiteral("Parakeet: empty samples buffer — returning empty text"));
         return {};
@@ -91,11 +91,20 @@ QString ParakeetEngine::transcribe(const std::vector<float>& samples) {
     // The same rule as whisper's: two processors stay with the desktop.
     params.n_threads = whisperThreadCount(QThread::idealThreadCount());
     params.no_context = true;
+    if (stop) {
+        params.abort_callback = [](void* flag) { return static_cast<const std::atomic<bool>*>(flag)->load(); };
+        params.abort_callback_user_data = const_cast<std::atomic<bool>*>(stop);
+    }
     parakeet_reset_timings(m_context);
     QElapsedTimer timer;
     timer.start();
     const int result = parakeet_full(m_context, params, samples.data(), int(samples.size()));
     const double seconds = double(timer.nsecsElapsed()) / 1e9;
+    // A run that ended before the stop was seen is a good result all the same.
+    if (result != 0 && stop && stop->load()) {
+        logInfo("Parakeet: stopped after " + QString::asprintf("%.2f", seconds) + "s");
+        throw ParakeetEngineError::cancelled();
+    }
     if (result != 0) {
         logError("Parakeet: parakeet_full returned " + QString::number(result) + " (failure)");
         throw ParakeetEngineError::transcriptionFailed();
@@ -130,7 +139,7 @@ ParakeetEngine::ParakeetEngine(const QString& modelPath) : m_modelPath(modelPath
 
 ParakeetEngine::~ParakeetEngine() = default;
 
-QString ParakeetEngine::transcribe(const std::vector<float>&) {
+QString ParakeetEngine::transcribe(const std::vector<float>&, const std::atomic<bool>*) {
     throw ParakeetEngineError::engineUnavailable();
 }
 

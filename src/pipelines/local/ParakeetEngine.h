@@ -6,6 +6,7 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -37,8 +38,9 @@ public:
     QCoro::Task<QString> transcribe(QString audioPath);
 
     /// Recognises 16 kHz mono samples on the calling thread; empty samples give empty text
-    /// without calling the library. Throws ParakeetEngineError.
-    QString transcribe(const std::vector<float>& samples);
+    /// without calling the library. Once `stop` turns true the library stops at its next
+    /// step and the call throws cancelled. Throws ParakeetEngineError.
+    QString transcribe(const std::vector<float>& samples, const std::atomic<bool>* stop = nullptr);
 
 private:
     QString transcribeFile(const QString& audioPath);

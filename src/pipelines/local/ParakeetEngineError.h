@@ -9,7 +9,7 @@ namespace tamvex {
 /// A failure of the Parakeet engine; its description is what the user sees.
 class ParakeetEngineError : public TamvexError {
 public:
-    enum class Kind { modelLoadFailed, audioReadFailed, transcriptionFailed, engineUnavailable };
+    enum class Kind { modelLoadFailed, audioReadFailed, transcriptionFailed, cancelled, engineUnavailable };
 
     /// "Не получилось загрузить модель Parakeet: " + `detail`.
     static ParakeetEngineError modelLoadFailed(const QString& detail) {
@@ -22,6 +22,10 @@ public:
     /// The library gave up on the audio.
     static ParakeetEngineError transcriptionFailed() {
         return {Kind::transcriptionFailed, QStringLiteral("Распознавание Parakeet не удалось"), {}};
+    }
+    /// The caller gave up and stopped the run.
+    static ParakeetEngineError cancelled() {
+        return {Kind::cancelled, QStringLiteral("Распознавание остановлено"), {}};
     }
     /// This build's whisper.cpp has no Parakeet library.
     static ParakeetEngineError engineUnavailable() {
