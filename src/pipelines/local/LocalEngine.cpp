@@ -35,7 +35,7 @@ std::shared_ptr<LocalEngine> LocalEngine::load(const QString& modelPath) {
         engine->m_whisper = std::make_shared<WhisperEngine>(modelPath);
         break;
     case LocalModelKind::parakeet:
-        engine->m_parakeet = std::make_shared<ParakeetEngine>(modelPath);
+        engine->m_parakeet = std::make_unique<ParakeetEngine>(modelPath);
         break;
     case LocalModelKind::speechDetector:
         throw WhisperEngineError::modelLoadFailed(

@@ -56,7 +56,7 @@ private:
     const LocalModelKind m_kind;
     const QString m_modelPath;
     std::shared_ptr<WhisperEngine> m_whisper;
-    std::shared_ptr<ParakeetEngine> m_parakeet;
+    std::unique_ptr<ParakeetEngine> m_parakeet;
     WhisperActor m_actor;
 };
 

@@ -1,8 +1,6 @@
 #include "pipelines/local/ParakeetEngine.h"
 
-#include "pipelines/AudioSamples.h"
 #include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
 #include "pipelines/local/LibraryLog.h"
 #include "pipelines/local/LocalModelFile.h"
 #include "pipelines/local/ParakeetEngineError.h"
@@ -12,8 +10,6 @@
 #include <QFile>
 #include <QThread>
 
-#include <algorithm>
-#include <cmath>
 #include <limits>
 
 #ifdef TAMVEX_HAVE_PARAKEET
@@ -21,35 +17,6 @@
 #endif
 
 namespace tamvex {
-
-QCoro::Task<QString> ParakeetEngine::transcribe(QString audioPath) {
-    // The frame, not the queued call, keeps the engine alive: the last owner must never be
-    // the actor's own thread, which could not wait for itself.
-    const std::shared_ptr<ParakeetEngine> self = shared_from_this();
-    // Named, not a temporary inside co_await: g++ 12 destroys such temporaries twice.
-    QCoro::Task<QString> run = m_actor.call([this, audioPath] { return transcribeFile(audioPath); });
-    QString text = co_await run;
-    co_return text;
-}
-
-QString ParakeetEngine::transcribeFile(const QString& audioPath) {
-    std::vector<float> samples;
-    try {
-        samples = readAudioSamples(audioPath);
-    } catch (const WhisperEngineError& e) {
-        throw ParakeetEngineError::audioReadFailed(e.detail());
-    }
-    float peak = 0.0f;
-    for (float s : samples)
-        peak = std::max(peak, std::fabs(s));
-    logInfo(QStringLiteral("Parakeet: read %1 samples (~%2s @ 16kHz), peak=%3")
-                .arg(samples.size())
-                .arg(QString::asprintf("%.2f", double(samples.size()) / whisperSampleRate))
-                .arg(QString::asprintf("%.4f", double(peak))));
-    const QString text = transcribe(samples);
-    logInfo("Parakeet: got text len=" + QString::number(text.size()) + " preview=\"" + text.left(80) + "\"");
-    return text;
-}
 
 #ifdef TAMVEX_HAVE_PARAKEET
 
@@ -75,7 +42,6 @@ ParakeetEngine::ParakeetEngine(const QString& modelPath) : m_modelPath(modelPath
 }
 
 ParakeetEngine::~ParakeetEngine() {
-    m_actor.waitForIdle();
     if (m_context)
         parakeet_free(m_context);
 }
