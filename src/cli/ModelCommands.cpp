@@ -6,6 +6,7 @@
 #include "pipelines/ModelDownloader.h"
 #include "pipelines/WhisperEngine.h"
 #include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/SpeechDetectorModel.h"
 #include "platform/Error.h"
 
 #include <QCoreApplication>
@@ -30,7 +31,8 @@ namespace {
 
 const char* kModelUsage = "Использование: tamvex model status|download|verify|delete [МОДЕЛЬ] [--json]\n"
                           "Модели: ggml-large-v3-turbo-q5_0 (по умолчанию), ggml-medium-q5_0\n";
-const char* kTranscribeUsage = "Использование: tamvex transcribe-local ФАЙЛ [--model ПУТЬ_К_МОДЕЛИ]\n";
+const char* kTranscribeUsage = "Использование: tamvex transcribe-local ФАЙЛ [--model ПУТЬ_К_МОДЕЛИ] "
+                               "[--vad ПУТЬ_К_ДЕТЕКТОРУ | --no-vad]\n";
 
 QString megabytes(qint64 bytes) {
     return QString::number(std::round(double(bytes) / 1e6), 'f', 0) + " МБ";
@@ -271,9 +273,15 @@ int runModelCommand(const QStringList& args, QTextStream& out, QTextStream& err,
 int runTranscribeLocal(const QStringList& args, QTextStream& out, QTextStream& err) {
     QString file;
     QString modelPath;
+    QString detectorPath;
+    bool detectSpeech = true;
     for (int i = 0; i < args.size(); ++i) {
         if (args[i] == "--model" && i + 1 < args.size()) {
             modelPath = args[++i];
+        } else if (args[i] == "--vad" && i + 1 < args.size()) {
+            detectorPath = args[++i];
+        } else if (args[i] == "--no-vad") {
+            detectSpeech = false;
         } else if (file.isEmpty() && !args[i].startsWith("--")) {
             file = args[i];
         } else {
@@ -285,11 +293,17 @@ int runTranscribeLocal(const QStringList& args, QTextStream& out, QTextStream& e
         err << kTranscribeUsage;
         return 2;
     }
-    std::optional<LocalWhisperEngineCache> ownCache;
-    if (!modelPath.isEmpty())
-        ownCache.emplace([modelPath](WhisperModel) { return modelPath; });
-    LocalWhisperPipeline pipeline(WhisperModel::largeV3TurboQ5,
-                                  ownCache ? *ownCache : LocalWhisperEngineCache::shared());
+    // What is not named comes from the models folder, where `tamvex model download` puts it.
+    const QString directory = modelPath.isEmpty() || (detectSpeech && detectorPath.isEmpty())
+                                  ? ModelDownloader::shared().modelsDirectory()
+                                  : QString();
+    if (modelPath.isEmpty())
+        modelPath = directory + "/" + whisperModels::fileName(WhisperModel::largeV3TurboQ5);
+    if (detectorPath.isEmpty() && detectSpeech)
+        detectorPath = directory + "/" + speechDetectorModel().fileName;
+    // Either kind of model file: the engine cache tells whisper and Parakeet apart by the header.
+    LocalWhisperEngineCache ownCache([modelPath](WhisperModel) { return modelPath; }, detectorPath);
+    LocalWhisperPipeline pipeline(WhisperModel::largeV3TurboQ5, ownCache, detectSpeech);
     try {
         QCoro::Task<SpeechResult> task = pipeline.process(file);
         const SpeechResult result = runToEnd(task);

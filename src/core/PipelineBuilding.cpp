@@ -65,7 +65,8 @@ PipelineSetup buildPipeline(const AppState& appState, std::optional<PipelinePres
                              whisperModels::fileName(model);
         if (!QFileInfo::exists(path))
             throw modelNotDownloadedError();
-        return {std::make_shared<LocalWhisperPipeline>(model), std::nullopt};
+        return {std::make_shared<LocalWhisperPipeline>(model, appState.settings().localSpeechDetection()),
+                std::nullopt};
     }
     const OpenRouterService::Mode mode = resolveCloudMode(appState);
     auto service = std::make_shared<OpenRouterService>(mode);

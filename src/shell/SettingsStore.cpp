@@ -12,7 +12,7 @@ namespace tamvex {
 namespace K = SettingsKeys;
 
 namespace {
-// The three switches that are on for a user who never touched them: anything but a
+// The switches that are on for a user who never touched them: anything but a
 // stored boolean counts as on.
 bool onUnlessFalse(const Defaults& d, const QString& key) {
     return d.readBool(key).valueOr(true);
@@ -30,6 +30,7 @@ SettingsStore::SettingsStore(Defaults& defaults, Clock& clock, LoginItem& loginI
     m_useEmbeddedKey = onUnlessFalse(defaults, K::useEmbeddedKey);
     m_useFnHotkey = onUnlessFalse(defaults, K::useFnHotkey);
     m_launchAtLogin = onUnlessFalse(defaults, K::launchAtLogin);
+    m_localSpeechDetection = onUnlessFalse(defaults, K::localSpeechDetection);
     m_onboardingCompleted = defaults.readBool(K::onboardingCompleted).valueOr(false);
     m_showInDock = defaults.readBool(K::showInDock).valueOr(false);
     m_preset = presets::fromRawValue(defaults.readString(K::preset).valueOr({})).value_or(PipelinePreset::fast);
@@ -123,6 +124,12 @@ void SettingsStore::setLaunchAtLogin(bool value) {
         emit changed();
     m_defaults.setBool(K::launchAtLogin, value);
     syncLaunchAtLogin();
+}
+
+void SettingsStore::setLocalSpeechDetection(bool value) {
+    if (assign(m_localSpeechDetection, value))
+        emit changed();
+    m_defaults.setBool(K::localSpeechDetection, value);
 }
 
 void SettingsStore::setOptionalDate(std::optional<QDateTime>& field, const QString& key,

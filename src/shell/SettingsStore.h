@@ -35,6 +35,7 @@ class SettingsStore : public QObject {
     Q_PROPERTY(double totalSpentUSD READ totalSpentUSD NOTIFY changed)
     Q_PROPERTY(qint64 totalRequests READ totalRequests NOTIFY changed)
     Q_PROPERTY(QString cmdQBehaviorRaw READ cmdQBehaviorRaw NOTIFY changed)
+    Q_PROPERTY(bool localSpeechDetection READ localSpeechDetection WRITE setLocalSpeechDetection NOTIFY changed)
 public:
     /// What the quit shortcut does.
     enum class CmdQBehavior { ask, minimize, quit };
@@ -79,6 +80,9 @@ public:
     CmdQBehavior cmdQBehavior() const { return m_cmdQBehavior; }
     void setCmdQBehavior(CmdQBehavior value);
     QString cmdQBehaviorRaw() const;
+    /// Whether the local preset drops silence and noise before the recogniser; on by default.
+    bool localSpeechDetection() const { return m_localSpeechDetection; }
+    void setLocalSpeechDetection(bool value);
 
     /// Brings the login item in line with launchAtLogin; failures are logged only.
     void syncLaunchAtLogin();
@@ -136,6 +140,7 @@ private:
     std::optional<QDateTime> m_lastLongHoldTipAt;
     std::optional<QDateTime> m_lastShortTapTipAt;
     CmdQBehavior m_cmdQBehavior = CmdQBehavior::ask;
+    bool m_localSpeechDetection = true;
 };
 
 /// Settings keys, one place for all of them.
@@ -157,6 +162,7 @@ inline const QString lastIdleNudgeAt = QStringLiteral("last_idle_nudge_at");
 inline const QString lastLongHoldTipAt = QStringLiteral("last_long_hold_tip_at");
 inline const QString lastShortTapTipAt = QStringLiteral("last_short_tap_tip_at");
 inline const QString cmdQBehavior = QStringLiteral("cmd_q_behavior");
+inline const QString localSpeechDetection = QStringLiteral("local_speech_detection");
 inline const QString accessToken = QStringLiteral("sorvel_access_token");
 inline const QString deviceId = QStringLiteral("sorvel_device_id");
 inline const QString lastSeenVersion = QStringLiteral("sorvel_last_seen_version");

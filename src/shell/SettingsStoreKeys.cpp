@@ -43,7 +43,8 @@ QStringList SettingsStore::keys() {
             K::lastIdleNudgeAt,
             K::lastLongHoldTipAt,
             K::lastShortTapTipAt,
-            K::cmdQBehavior};
+            K::cmdQBehavior,
+            K::localSpeechDetection};
 }
 
 QString SettingsStore::keyForName(const QString& name) {
@@ -90,6 +91,8 @@ QVariant SettingsStore::valueForKey(const QString& key) const {
         return dateValue(m_lastShortTapTipAt);
     if (key == K::cmdQBehavior)
         return cmdQBehaviorRaw();
+    if (key == K::localSpeechDetection)
+        return m_localSpeechDetection;
     return {};
 }
 
@@ -127,6 +130,8 @@ QString SettingsStore::assignFromText(const QString& key, const QString& text) {
         return assignBool(&SettingsStore::setUseFnHotkey);
     else if (key == K::launchAtLogin)
         return assignBool(&SettingsStore::setLaunchAtLogin);
+    else if (key == K::localSpeechDetection)
+        return assignBool(&SettingsStore::setLocalSpeechDetection);
     else if (key == K::preset) {
         const auto preset = presets::fromRawValue(text);
         if (!preset)

@@ -91,8 +91,14 @@ private slots:
                 got += "single " + single->model();
             else if (auto* two = dynamic_cast<TwoStagePipeline*>(setup.pipeline.get()))
                 got += "two " + two->sttModel() + " " + two->cleanupModel();
-            else if (dynamic_cast<LocalWhisperPipeline*>(setup.pipeline.get()))
+            else if (auto* local = dynamic_cast<LocalWhisperPipeline*>(setup.pipeline.get())) {
                 got += "local";
+                // Speech detection is on unless the user turned it off.
+                QVERIFY(local->detectsSpeech());
+                state.settings().setLocalSpeechDetection(false);
+                const PipelineSetup off = buildPipeline(state);
+                QVERIFY(!static_cast<LocalWhisperPipeline*>(off.pipeline.get())->detectsSpeech());
+            }
             if (setup.cloudMode && setup.cloudMode->kind == OpenRouterService::Mode::Kind::direct)
                 QCOMPARE(setup.cloudMode->secret, c.key); // trimmed only when the request is built
         } catch (const DomainError& e) {

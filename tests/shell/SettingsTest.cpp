@@ -200,6 +200,7 @@ private slots:
         Fixture f;
         Defaults& d = *f.env.defaults;
         d.setString(K::useFnHotkey, "no");
+        d.setString(K::localSpeechDetection, "off");
         d.setString(K::onboardingCompleted, "true");
         d.setString(K::preset, "turbo");
         d.setString(K::cmdQBehavior, "explode");
@@ -208,7 +209,7 @@ private slots:
         d.setString(K::remainingCreditsUSD, "lots");
         d.setString(K::totalSpentUSD, "12");
         auto s = f.store();
-        QVERIFY(s->useFnHotkey());
+        QVERIFY(s->useFnHotkey() && s->localSpeechDetection());
         QVERIFY(!s->onboardingCompleted());
         QCOMPARE(s->preset(), PipelinePreset::fast);
         QCOMPARE(s->cmdQBehavior(), SettingsStore::CmdQBehavior::ask);
