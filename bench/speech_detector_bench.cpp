@@ -3,7 +3,7 @@
 // before every dictation. The model loads once, outside the timing, as in the application.
 //
 // TAMVEX_BENCH_DETECTOR names the detector file (default: the test data's Silero v6.2.0).
-#include "pipelines/AudioSamples.h"
+#include "pipelines/local/AudioSamples.h"
 #include "pipelines/local/SpeechDetector.h"
 
 #include <QCoreApplication>

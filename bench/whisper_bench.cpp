@@ -5,9 +5,9 @@
 //
 // TAMVEX_BENCH_SHA_MB sets the digest file's size (500 by default); TAMVEX_BENCH_MODEL and
 // TAMVEX_BENCH_AUDIO choose the model and audio of the transcription.
-#include "pipelines/AudioSamples.h"
-#include "pipelines/ModelDownloader.h"
-#include "pipelines/WhisperEngine.h"
+#include "pipelines/local/AudioSamples.h"
+#include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/WhisperEngine.h"
 #include "platform/AudioEncoder.h"
 
 #include <QCoreApplication>

@@ -88,9 +88,10 @@ else()
     if(TAMVEX_WHISPER_VULKAN)
       find_package(Vulkan QUIET)
       find_program(TAMVEX_GLSLC glslc)
-      if(NOT Vulkan_FOUND OR NOT TAMVEX_GLSLC)
-        message(FATAL_ERROR "TAMVEX_WHISPER_VULKAN needs the Vulkan headers and glslc "
-                            "(Debian 12: apt-get install libvulkan-dev glslc)")
+      find_package(SPIRV-Headers CONFIG QUIET)
+      if(NOT Vulkan_FOUND OR NOT TAMVEX_GLSLC OR NOT SPIRV-Headers_FOUND)
+        message(FATAL_ERROR "TAMVEX_WHISPER_VULKAN needs the Vulkan headers, glslc and the SPIR-V headers "
+                            "(Debian 12: apt-get install libvulkan-dev glslc spirv-headers)")
       endif()
     endif()
     tamvex_build_whisper()

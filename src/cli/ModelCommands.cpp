@@ -2,10 +2,10 @@
 
 #include "cli/CliSession.h"
 
-#include "pipelines/LocalWhisperPipeline.h"
-#include "pipelines/ModelDownloader.h"
-#include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/LocalWhisperPipeline.h"
+#include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/WhisperEngine.h"
+#include "pipelines/local/WhisperEngineError.h"
 #include "pipelines/local/SpeechDetectorModel.h"
 #include "platform/Error.h"
 

@@ -3,9 +3,9 @@
 #include "account/AccountStore.h"
 #include "core/AppState.h"
 #include "pipelines/CloudPipelines.h"
-#include "pipelines/LocalWhisperPipeline.h"
+#include "pipelines/local/LocalWhisperPipeline.h"
 #include "pipelines/PipelinePreset.h"
-#include "pipelines/WhisperModel.h"
+#include "pipelines/local/WhisperModel.h"
 #include "shell/SettingsStore.h"
 
 #include <QFileInfo>

@@ -1,7 +1,7 @@
 #include "shell/ShellWindows.h"
 
 #include "core/AppState.h"
-#include "pipelines/ModelDownloader.h"
+#include "pipelines/local/ModelDownloader.h"
 #include "pipelines/ServiceHosts.h"
 #include "platform/Log.h"
 #include "shell/SettingsStore.h"

@@ -5,7 +5,7 @@
 #include "core/Nudges.h"
 #include "core/PipelineBuilding.h"
 #include "pipelines/CloudPipelines.h"
-#include "pipelines/LocalWhisperPipeline.h"
+#include "pipelines/local/LocalWhisperPipeline.h"
 #include "shell/SettingsStore.h"
 #include "support/AppFixture.h"
 #include "support/TestMain.h"

@@ -10,10 +10,10 @@
 
 #include "DevServer.h"
 #include "cli/ModelCommands.h"
-#include "pipelines/AudioSamples.h"
-#include "pipelines/ModelDownloader.h"
-#include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/AudioSamples.h"
+#include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/WhisperEngine.h"
+#include "pipelines/local/WhisperEngineError.h"
 
 #include <QCryptographicHash>
 #include <QDir>

@@ -4,10 +4,10 @@
 #include "support/TestMain.h"
 #include "support/TestSupport.h"
 
-#include "pipelines/LocalWhisperEngineCache.h"
-#include "pipelines/LocalWhisperPipeline.h"
-#include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/LocalWhisperEngineCache.h"
+#include "pipelines/local/LocalWhisperPipeline.h"
+#include "pipelines/local/WhisperEngine.h"
+#include "pipelines/local/WhisperEngineError.h"
 
 #include <QProcessEnvironment>
 #include <QTest>

@@ -3,7 +3,7 @@
 #include "account/AccountStore.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
-#include "pipelines/ModelDownloader.h"
+#include "pipelines/local/ModelDownloader.h"
 #include "platform/MicrophoneAccess.h"
 #include "shell/SettingsStore.h"
 #include "shell/ShellWindows.h"

@@ -1,8 +1,8 @@
 #include "pipelines/local/LocalEngine.h"
 
-#include "pipelines/AudioSamples.h"
-#include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/AudioSamples.h"
+#include "pipelines/local/WhisperEngine.h"
+#include "pipelines/local/WhisperEngineError.h"
 #include "pipelines/local/ParakeetEngine.h"
 #include "pipelines/local/SpeechDetector.h"
 #include "platform/Log.h"

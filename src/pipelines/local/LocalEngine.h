@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipelines/WhisperActor.h"
+#include "pipelines/local/WhisperActor.h"
 #include "pipelines/local/LocalModelFile.h"
 
 #include <QString>

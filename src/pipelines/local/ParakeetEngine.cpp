@@ -1,6 +1,6 @@
 #include "pipelines/local/ParakeetEngine.h"
 
-#include "pipelines/WhisperEngine.h"
+#include "pipelines/local/WhisperEngine.h"
 #include "pipelines/local/LibraryLog.h"
 #include "pipelines/local/LocalModelFile.h"
 #include "pipelines/local/ParakeetEngineError.h"

@@ -1,7 +1,7 @@
 #include "pipelines/local/SpeechDetector.h"
 
-#include "pipelines/AudioSamples.h"
-#include "pipelines/WhisperEngine.h"
+#include "pipelines/local/AudioSamples.h"
+#include "pipelines/local/WhisperEngine.h"
 #include "pipelines/local/LibraryLog.h"
 #include "pipelines/local/LocalModelFile.h"
 

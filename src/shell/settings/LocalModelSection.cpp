@@ -1,6 +1,6 @@
 #include "shell/settings/LocalModelSection.h"
 
-#include "pipelines/ModelDownloader.h"
+#include "pipelines/local/ModelDownloader.h"
 #include "pipelines/ServiceHosts.h"
 
 #include <QLocale>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipelines/ModelDownloadState.h"
+#include "pipelines/local/ModelDownloadState.h"
 
 #include <QObject>
 #include <QString>

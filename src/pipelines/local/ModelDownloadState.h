@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipelines/WhisperModel.h"
+#include "pipelines/local/WhisperModel.h"
 
 #include <QMetaType>
 #include <QMutex>

@@ -38,6 +38,8 @@ QString expectedSHA256(WhisperModel model);
 QUrl downloadURL(WhisperModel model);
 /// The public whisper.cpp model mirror + "/" + file name; TAMVEX_MODEL_MIRROR_URL replaces the base.
 QUrl mirrorURL(WhisperModel model);
+/// `fileName` under the mirror: TAMVEX_MODEL_MIRROR_URL when set, else `publicBase`.
+QUrl mirrorOf(const QString& fileName, const QString& publicBase);
 /// All of the above in one record.
 ModelDescriptor descriptor(WhisperModel model);
 

@@ -1,5 +1,6 @@
-#include "pipelines/ModelDownloader.h"
+#include "pipelines/local/ModelDownloader.h"
 
+#include "pipelines/local/SpeechDetectorModel.h"
 #include "platform/Log.h"
 
 #include <QCryptographicHash>
@@ -85,7 +86,12 @@ ModelDownloader::~ModelDownloader() = default;
 
 ModelDownloader& ModelDownloader::shared() {
     // Never destroyed: it may be busy when the process ends, and nothing needs flushing.
-    static ModelDownloader* instance = new ModelDownloader(Paths::standard(), *new WallClock);
+    static ModelDownloader* instance = [] {
+        auto* downloader = new ModelDownloader(Paths::standard(), *new WallClock);
+        // The local road leaves silence out before the engine with this small file.
+        downloader->setCompanions({speechDetectorModel()});
+        return downloader;
+    }();
     return *instance;
 }
 

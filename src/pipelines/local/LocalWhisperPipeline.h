@@ -1,8 +1,8 @@
 #pragma once
 
-#include "pipelines/LocalWhisperEngineCache.h"
+#include "pipelines/local/LocalWhisperEngineCache.h"
 #include "pipelines/SpeechPipeline.h"
-#include "pipelines/WhisperModel.h"
+#include "pipelines/local/WhisperModel.h"
 
 namespace tamvex {
 

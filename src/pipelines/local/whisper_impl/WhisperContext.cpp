@@ -1,35 +1,20 @@
-#include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
-#include "pipelines/whisper_impl/WhisperParams.h"
+#include "pipelines/local/WhisperEngine.h"
+#include "pipelines/local/WhisperEngineError.h"
+#include "pipelines/local/LibraryLog.h"
+#include "pipelines/local/whisper_impl/WhisperParams.h"
 #include "platform/Log.h"
 
 #include <ggml-backend.h>
 
 #include <QElapsedTimer>
 #include <QFile>
-#include <QLoggingCategory>
 #include <QThread>
 
 #include <limits>
-#include <mutex>
 
 namespace tamvex {
 
 namespace {
-
-// whisper.cpp's own chatter (tensor sizes, backends) goes to a category of its own, off by
-// default; its warnings and errors stay visible.
-Q_LOGGING_CATEGORY(lcWhisperLib, "com.dovra.tamv.whisper", QtWarningMsg)
-
-void forwardLibraryLog(ggml_log_level level, const char* text, void*) {
-    const QString line = QString::fromUtf8(text).trimmed();
-    if (line.isEmpty())
-        return;
-    if (level == GGML_LOG_LEVEL_ERROR || level == GGML_LOG_LEVEL_WARN)
-        qCWarning(lcWhisperLib).noquote() << line;
-    else
-        qCDebug(lcWhisperLib).noquote() << line;
-}
 
 // The language text handed to whisper_full must outlive every call: a static literal does.
 constexpr const char* recognitionLanguage = "ru";
@@ -78,8 +63,7 @@ QString WhisperEngine::backendName() {
 }
 
 WhisperEngine::WhisperEngine(const QString& modelPath) : m_modelPath(modelPath) {
-    static std::once_flag logOnce;
-    std::call_once(logOnce, [] { whisper_log_set(forwardLibraryLog, nullptr); });
+    routeLibraryLogs();
     QString why;
     if (!looksLikeWhisperModel(modelPath, &why))
         throw WhisperEngineError::modelLoadFailed(why);

@@ -1,4 +1,4 @@
-#include "pipelines/LocalWhisperPipeline.h"
+#include "pipelines/local/LocalWhisperPipeline.h"
 
 #include <atomic>
 

@@ -1,4 +1,4 @@
-#include "pipelines/WhisperModel.h"
+#include "pipelines/local/WhisperModel.h"
 
 #include "pipelines/ServiceHosts.h"
 
@@ -68,6 +68,12 @@ QUrl downloadURL(WhisperModel model) {
 
 QUrl mirrorURL(WhisperModel model) {
     return ServiceHosts::join(ServiceHosts::configured().modelMirror, QStringLiteral("/") + fileName(model));
+}
+
+QUrl mirrorOf(const QString& fileName, const QString& publicBase) {
+    const QUrl base = qEnvironmentVariableIsEmpty("TAMVEX_MODEL_MIRROR_URL") ? QUrl(publicBase)
+                                                                             : ServiceHosts::configured().modelMirror;
+    return ServiceHosts::join(base, QStringLiteral("/") + fileName);
 }
 
 ModelDescriptor descriptor(WhisperModel model) {

@@ -1,6 +1,6 @@
-#include "pipelines/AudioSamples.h"
+#include "pipelines/local/AudioSamples.h"
 
-#include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/WhisperEngineError.h"
 #include "platform/AudioDecoder.h"
 
 namespace tamvex {

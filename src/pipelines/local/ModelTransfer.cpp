@@ -1,4 +1,4 @@
-#include "pipelines/ModelTransfer.h"
+#include "pipelines/local/ModelTransfer.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "pipelines/WhisperActor.h"
-#include "pipelines/WhisperModel.h"
+#include "pipelines/local/WhisperActor.h"
+#include "pipelines/local/WhisperModel.h"
 #include "pipelines/local/LocalEngine.h"
 #include "pipelines/local/SpeechDetector.h"
 

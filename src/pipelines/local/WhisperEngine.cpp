@@ -1,6 +1,6 @@
-#include "pipelines/WhisperEngine.h"
+#include "pipelines/local/WhisperEngine.h"
 
-#include "pipelines/AudioSamples.h"
+#include "pipelines/local/AudioSamples.h"
 #include "platform/Log.h"
 
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "pipelines/ModelDownloadState.h"
+#include "pipelines/local/ModelDownloadState.h"
 
 #include <QMetaEnum>
 

@@ -1,8 +1,8 @@
-#include "pipelines/LocalWhisperEngineCache.h"
+#include "pipelines/local/LocalWhisperEngineCache.h"
 
-#include "pipelines/ModelDownloader.h"
-#include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/WhisperEngine.h"
+#include "pipelines/local/WhisperEngineError.h"
 #include "pipelines/local/SpeechDetectorModel.h"
 #include "platform/Log.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "pipelines/ModelDownloadState.h"
-#include "pipelines/ModelTransfer.h"
-#include "pipelines/WhisperModel.h"
+#include "pipelines/local/ModelDownloadState.h"
+#include "pipelines/local/ModelTransfer.h"
+#include "pipelines/local/WhisperModel.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 

@@ -2,8 +2,8 @@
 // and it refuses every model with words the user understands.
 #ifndef TAMVEX_HAVE_WHISPER
 
-#include "pipelines/WhisperEngine.h"
-#include "pipelines/WhisperEngineError.h"
+#include "pipelines/local/WhisperEngine.h"
+#include "pipelines/local/WhisperEngineError.h"
 
 namespace tamvex {
 
