@@ -39,7 +39,7 @@ import re, statistics, sys
 keys = [l.split() for l in open(sys.argv[1])]
 presses = [float(k[0]) for k in keys if k[1] == 'pressed']
 releases = [float(k[0]) for k in keys if k[1] == 'released']
-log = [l.split(' ', 1) for l in open(sys.argv[2]) if re.match(r'^\d+\.\d+ ', l)]
+log = [l.strip().split(' ', 1) for l in open(sys.argv[2]) if re.match(r'^\s*\d+\.\d+ ', l)]
 started = [float(t) for t, m in log if m.startswith('Recording started')]
 stopped = [float(t) for t, m in log if m.startswith('Recording stopped')]
 def pair(events, answers):
