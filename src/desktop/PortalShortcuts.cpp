@@ -293,7 +293,7 @@ void PortalShortcuts::fail(const QString& reason) {
         m_triggers.clear();
         emit triggersChanged();
     }
-    logError(reason);
+    // The key input logs the reason when it passes over this source.
     if (wasAvailable)
         emit deviceRemoved(0);
     emit availabilityChanged(false);
