@@ -16,7 +16,8 @@ $SUDO apt-get install -y --no-install-recommends \
   libsqlite3-dev libevdev-dev libx11-dev libxtst-dev libxi-dev \
   libbenchmark-dev \
   xvfb xauth x11-utils x11-xkb-utils dbus-daemon dbus-x11 pulseaudio pulseaudio-utils ffmpeg sqlite3 sox locales \
-  dpkg-dev file desktop-file-utils appstream
+  dpkg-dev file desktop-file-utils appstream \
+  kwin-wayland xdg-desktop-portal xdg-desktop-portal-kde qt6-wayland qtwayland5 python3-dbus python3-gi
 # The tests run in our users' locale.
 if ! locale -a | grep -qi '^ru_RU\.utf-\?8$'; then
   echo 'ru_RU.UTF-8 UTF-8' | $SUDO tee -a /etc/locale.gen >/dev/null

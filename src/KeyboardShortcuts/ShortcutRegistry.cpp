@@ -111,6 +111,14 @@ void ShortcutRegistry::releaseAll() {
         fire(rawName, EventType::keyUp);
 }
 
+void ShortcutRegistry::setDelivery(Delivery delivery, const QHash<QString, QString>& desktopTriggers) {
+    if (delivery == m_delivery && desktopTriggers == m_desktopTriggers)
+        return;
+    m_delivery = delivery;
+    m_desktopTriggers = desktopTriggers;
+    emit deliveryChanged();
+}
+
 void ShortcutRegistry::fire(const QString& rawName, EventType type) {
     if ((type == EventType::keyDown) == m_down.contains(rawName))
         return; // one edge per real change

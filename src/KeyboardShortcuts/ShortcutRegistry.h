@@ -19,6 +19,15 @@ namespace tamvex::KeyboardShortcuts {
 /// Which edge of a shortcut a handler wants.
 enum class EventType { keyDown, keyUp };
 
+/// How the shortcuts reach the application in this session.
+enum class Delivery {
+    unknown,        ///< the key input has not decided yet
+    keys,           ///< every key is heard (evdev, or X11 on an X11 session)
+    desktop,        ///< the desktop binds them and signals their edges (GlobalShortcuts portal)
+    focusedX11Only, ///< X11 through Xwayland: heard only while an X11 window has the focus
+    none,           ///< no way in: only `tamvex ctl` from a desktop shortcut
+};
+
 /// The named shortcuts: their storage in the settings, the handlers on their edges, and
 /// the matching of key events against them. A shortcut "registers" when it has handlers
 /// and a stored value; key events come from whatever source the desktop has (evdev, X11),
@@ -55,11 +64,20 @@ public:
     /// Ends every shortcut that is down, as when the key source went away.
     void releaseAll();
 
+    /// Told by the key input: how the shortcuts reach us, and with `desktop`, the trigger the
+    /// desktop assigned to each name, as it words it ("Ctrl+Alt+D").
+    void setDelivery(Delivery delivery, const QHash<QString, QString>& desktopTriggers = {});
+    Delivery delivery() const { return m_delivery; }
+    /// The trigger the desktop assigned to the name, or empty.
+    QString desktopTrigger(const Name& name) const { return m_desktopTriggers.value(name.rawValue); }
+
 signals:
     /// A name's shortcut was stored or removed ("KeyboardShortcuts_shortcutByNameDidChange").
     void shortcutByNameDidChange(const QString& rawName);
     /// A recorder gained or lost the editing focus ("KeyboardShortcuts_recorderActiveStatusDidChange").
     void recorderActiveStatusDidChange(bool active);
+    /// delivery() or a desktop trigger changed.
+    void deliveryChanged();
 
 private:
     struct Handlers {
@@ -77,6 +95,8 @@ private:
     QHash<QString, Shortcut> m_registered;
     QSet<QString> m_down;
     bool m_paused = false;
+    Delivery m_delivery = Delivery::unknown;
+    QHash<QString, QString> m_desktopTriggers;
 };
 
 } // namespace tamvex::KeyboardShortcuts

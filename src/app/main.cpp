@@ -24,10 +24,11 @@ int main(int argc, char** argv) {
             return code;
     }
     // Wayland lets no client place a window or keep it above others, and an unfocused native
-    // client may not touch the clipboard: the HUD and the paste need XWayland.
+    // client may not touch the clipboard: the HUD and the paste need XWayland. A session
+    // without Xwayland still gets native windows rather than no start at all.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
         (qEnvironmentVariable("XDG_SESSION_TYPE") == "wayland" || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")))
-        qputenv("QT_QPA_PLATFORM", "xcb");
+        qputenv("QT_QPA_PLATFORM", qEnvironmentVariableIsEmpty("DISPLAY") ? "wayland" : "xcb");
     // The HUD is small and always on screen: Qt Quick's software renderer draws it with a
     // fraction of the memory and CPU of OpenGL, which is often llvmpipe on desktops without
     // a GPU driver. QT_QUICK_BACKEND set by the user still wins.

@@ -134,10 +134,8 @@ void AppDelegate::applicationDidFinishLaunching() {
                                                      &m_coordinator->levelReader(),
                                                      [this] { m_menuBar->popUpPointerMenu(); });
     m_hud->show();
-    if (m_appState->settings().useFnHotkey() && !m_desktop->keyInput().functionKeyAvailable()) {
-        logInfo("No keyboard of this computer sends FN: the FN hotkey cannot work");
-        m_appState->showNudge(nudges::functionKeyUnavailableCard(), nudges::functionKeyUnavailableDuration);
-    }
+    // A hotkey that cannot work here (FN unheard, keys heard in X11 windows only) is said on
+    // the HUD by the desktop integration, once its key source is decided.
 
     // Updates: the feed is asked a minute after launch, then daily.
     m_updatePrompter = std::make_unique<MessageBoxUpdatePrompter>();

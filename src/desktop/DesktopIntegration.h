@@ -40,6 +40,7 @@ private:
     std::unique_ptr<KeyInput> m_keyInput;
     std::unique_ptr<HotkeyManager> m_hotkeys;
     std::unique_ptr<ControlService> m_control;
+    bool m_cardShown = false;
 };
 
 } // namespace tamvex

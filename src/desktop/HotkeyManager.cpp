@@ -14,7 +14,6 @@ HotkeyManager::HotkeyManager(RecordingCoordinator& coordinator, SettingsStore& s
       m_fnMonitor(input) {}
 
 void HotkeyManager::start() {
-    m_input.start();
     applyMode();
     if (!m_alternativeWired) {
         // These stay registered whatever the mode; they check the mode themselves.
@@ -30,6 +29,8 @@ void HotkeyManager::start() {
         });
         m_alternativeWired = true;
     }
+    // After the handlers: the portal asks the desktop to bind the names that have them.
+    m_input.start();
     if (!m_modeObserver && m_settings) {
         // Queued: the switch takes effect one event-loop turn after the setting is written.
         m_modeObserver = connect(m_settings.data(), &SettingsStore::hotkeyModeChanged, this,

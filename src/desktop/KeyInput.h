@@ -2,9 +2,10 @@
 
 #include "desktop/KeyboardState.h"
 #include "desktop/KeySource.h"
-#include "desktop/PortalShortcuts.h"
+#include "platform/Clock.h"
 
 #include <QObject>
+#include <QSet>
 #include <QString>
 
 #include <memory>
@@ -16,10 +17,12 @@ namespace KeyboardShortcuts {
 class ShortcutRegistry;
 }
 
-/// The desktop's key input: picks the best source this session offers (evdev keyboards,
-/// else the X server's raw key events, else the desktop's GlobalShortcuts portal), merges
-/// its events, and hands FN's modifier changes to the function-key monitor and key edges
-/// to the custom shortcuts. Says which source is active, in the log and to the settings pane.
+/// The desktop's key input: uses the first source of this session that can deliver keys
+/// (evdev keyboards; on Wayland the desktop's GlobalShortcuts portal, then X11 through
+/// Xwayland; on X11 the X server's raw key events), hands over to the next one when it
+/// fails, and feeds the coordinator from that one source alone. FN's modifier changes go to
+/// the function-key monitor, key edges and portal edges to the custom shortcuts. Says which
+/// source is active in the log, and publishes it on the shortcut registry for the views.
 class KeyInput : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString activeSourceName READ activeSourceName NOTIFY activeSourceChanged)
@@ -30,20 +33,34 @@ public:
     enum class Source { none, evdev, x11, portal };
     Q_ENUM(Source)
 
-    /// Key sources in order of preference; `portal` (may be null) serves when none of them can.
-    KeyInput(KeyboardShortcuts::ShortcutRegistry& shortcuts, std::vector<std::unique_ptr<KeySource>> sources,
-             std::unique_ptr<PortalShortcuts> portal = nullptr, QObject* parent = nullptr);
+    /// How long a better source that is still asking the desktop (the portal) is waited for
+    /// before a worse one serves in the meantime.
+    static constexpr double pendingGraceSec = 3.0;
+
+    /// Key sources in order of preference; `waylandSession` says X11 is heard only through Xwayland.
+    KeyInput(KeyboardShortcuts::ShortcutRegistry& shortcuts, Clock& clock,
+             std::vector<std::unique_ptr<KeySource>> sources, bool waylandSession = false,
+             QObject* parent = nullptr);
     ~KeyInput() override;
 
-    /// The sources of this session: evdev, X11 when $DISPLAY is set, the portal on Wayland.
-    static std::unique_ptr<KeyInput> createForSession(KeyboardShortcuts::ShortcutRegistry& shortcuts);
+    /// The sources of this session: on Wayland (WAYLAND_DISPLAY or XDG_SESSION_TYPE=wayland)
+    /// evdev, the portal, then X11 when DISPLAY is set; on X11 evdev, then X11.
+    static std::unique_ptr<KeyInput> createForSession(KeyboardShortcuts::ShortcutRegistry& shortcuts, Clock& clock);
+    /// True on a Wayland session.
+    static bool isWaylandSession();
 
     /// Starts the sources and picks one; logs the choice. Running twice does nothing.
     void start();
+    /// Stops every source (the portal's session is closed).
+    void stop();
     /// The source in use.
     Source activeSource() const { return m_active; }
     /// "evdev", "X11", "GlobalShortcuts portal" or "none".
     QString activeSourceName() const;
+    /// True once a source was chosen, or none could be: the choice no longer waits on the desktop.
+    bool isDecided() const { return m_chosen; }
+    /// True when keys are heard only while an X11 window has the focus (X11 through Xwayland).
+    bool onlyFocusedX11Windows() const { return m_active == Source::x11 && m_wayland; }
     /// True when holding FN can reach the coordinator in this session.
     bool functionKeyAvailable() const;
     /// True when the custom shortcut can reach the coordinator in this session.
@@ -63,16 +80,21 @@ signals:
 private:
     void choose();
     void deliver(const std::vector<KeyChange>& changes);
+    void logChoice() const;
+    void publish();
 
     KeyboardShortcuts::ShortcutRegistry& m_shortcuts;
+    Clock& m_clock;
     std::vector<std::unique_ptr<KeySource>> m_sources;
-    std::unique_ptr<PortalShortcuts> m_portal;
+    bool m_wayland;
     KeySource* m_current = nullptr;
     Source m_active = Source::none;
     KeyboardState m_state;
     bool m_started = false;
     bool m_chosen = false; // the first choice is logged even when it is "none"
-    bool m_noKeysLogged = false;
+    bool m_graceOver = false;
+    Clock::TimerId m_graceTimer = 0;
+    QSet<QString> m_reasonsLogged;
 };
 
 } // namespace tamvex

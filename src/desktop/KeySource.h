@@ -5,7 +5,8 @@
 
 namespace tamvex {
 
-/// Where key events of the whole desktop come from (evdev devices, the X server).
+/// Where key events of the whole desktop come from (evdev devices, the X server), or the
+/// edges of named shortcuts that the desktop itself binds (the GlobalShortcuts portal).
 /// A source only observes: it never grabs or swallows a key.
 class KeySource : public QObject {
     Q_OBJECT
@@ -18,7 +19,10 @@ public:
     virtual void stop() = 0;
     /// True when keys can be delivered now.
     virtual bool isAvailable() const = 0;
-    /// How the source is named in the log and the settings pane ("evdev", "X11").
+    /// True while the source is still waiting for the desktop's answer: it may become
+    /// available in a moment, so a worse source should not be chosen yet.
+    virtual bool isPending() const { return false; }
+    /// How the source is named in the log ("evdev", "X11", "GlobalShortcuts portal").
     virtual QString name() const = 0;
     /// True when the source can see the FN key (KEY_FN).
     virtual bool seesFunctionKey() const = 0;
@@ -28,6 +32,8 @@ public:
 signals:
     /// One input event of a device, as in struct input_event.
     void inputEvent(int device, int type, int code, int value);
+    /// The desktop pressed (true) or released a named shortcut it binds for us.
+    void shortcutEdge(const QString& rawName, bool pressed);
     /// A device went away; its held keys count as released.
     void deviceRemoved(int device);
     /// The source became available or stopped being so (a keyboard plugged or pulled).

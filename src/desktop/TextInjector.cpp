@@ -1,5 +1,6 @@
 #include "desktop/TextInjector.h"
 
+#include "desktop/KeyInput.h"
 #include "desktop/TerminalApps.h"
 #include "desktop/UinputKeySender.h"
 #include "desktop/X11Session.h"
@@ -19,6 +20,8 @@ QString TextInjectorError::describe(Kind kind) {
                               "группа input и правило udev для /dev/uinput, затем войти в систему заново.");
     case Kind::eventSourceFailed:
         return QStringLiteral("Не удалось отправить нажатие клавиш: виртуальная клавиатура (uinput/XTest) недоступна.");
+    case Kind::focusedWindowNotX11:
+        return QStringLiteral("Окно в фокусе — не X11, а без /dev/uinput вставить в него нельзя. Текст в буфере обмена.");
     case Kind::clipboardNotOwned:
         return QStringLiteral("Не удалось занять буфер обмена: другая программа не отдала его. Текст не вставлен.");
     }
@@ -27,7 +30,9 @@ QString TextInjectorError::describe(Kind kind) {
 
 namespace {
 
-/// Picks uinput, else XTest, once at start.
+/// Picks uinput, else XTest, once at start. The RemoteDesktop portal's keyboard is no third
+/// choice: it reaches native Wayland windows, but the clipboard this Xwayland client sets does
+/// not reach them while they have the focus, so its Ctrl+V would paste stale contents.
 class SessionKeySender final : public KeySender {
 public:
     SessionKeySender() {
@@ -75,7 +80,11 @@ std::unique_ptr<TextInjector> TextInjector::createForSession(Clock& clock, const
     const QString sender = owned->keys.name();
     const QString uinputError = owned->keys.uinputError();
     auto injector = std::unique_ptr<TextInjector>(new TextInjector(std::move(owned), clock, frontmost));
-    logInfo("Paste keys: " + sender + (uinputError.isEmpty() ? QString() : " (uinput: " + uinputError + ")"));
+    injector->setWaylandSession(KeyInput::isWaylandSession());
+    logInfo("Paste keys: " + sender + (uinputError.isEmpty() ? QString() : " (uinput: " + uinputError + ")") +
+            (sender == QLatin1String("XTest") && KeyInput::isWaylandSession()
+                 ? " — on Wayland XTest reaches X11 windows only; other windows get the text on the clipboard"
+                 : QString()));
     return injector;
 }
 
@@ -84,12 +93,17 @@ QCoro::Task<void> TextInjector::inject(QString text, Cancellation cancellation) 
         m_access.prompt();
         throw TextInjectorError(TextInjectorError::Kind::accessibilityNotGranted);
     }
+    const std::optional<FocusedWindow> focused = m_frontmost ? m_frontmost->focusedWindow() : std::nullopt;
+    if (m_wayland && m_keys.name() == QLatin1String("XTest") && !focused) {
+        logInfo("Paste skipped: the focused window is not an X11 one, and XTest reaches X11 windows only");
+        throw TextInjectorError(TextInjectorError::Kind::focusedWindowNotX11);
+    }
     const ClipboardSnapshot snapshot = m_clipboard.snapshot();
     m_clipboard.clear();
     // Pressing the chord now would paste what another program holds.
     if (!m_clipboard.setText(text))
         throw TextInjectorError(TextInjectorError::Kind::clipboardNotOwned);
-    const PasteChord chord = pasteChordFor(m_frontmost ? m_frontmost->focusedWindow() : std::nullopt);
+    const PasteChord chord = pasteChordFor(focused);
     if (!m_keys.sendPaste(chord))
         throw TextInjectorError(TextInjectorError::Kind::eventSourceFailed);
     if (!co_await m_clock.sleep(restoreDelaySec, cancellation))

@@ -20,7 +20,7 @@ class KeySender;
 /// Why a paste could not be done.
 class TextInjectorError : public TamvexError {
 public:
-    enum class Kind { accessibilityNotGranted, eventSourceFailed, clipboardNotOwned };
+    enum class Kind { accessibilityNotGranted, eventSourceFailed, clipboardNotOwned, focusedWindowNotX11 };
 
     /// The error of `kind` with its Russian text.
     explicit TextInjectorError(Kind kind);
@@ -54,6 +54,10 @@ public:
     /// TextInjectorError; a cancelled wait returns at once, leaving the text on the clipboard.
     QCoro::Task<void> inject(QString text, Cancellation cancellation = {});
 
+    /// On a Wayland session XTest reaches X11 windows alone: while it is the sender, a paste into
+    /// any other window is refused (the text stays on the clipboard) rather than lost unseen.
+    void setWaylandSession(bool wayland) { m_wayland = wayland; }
+
     /// The access check, for the permissions row.
     InputAccess& inputAccess() { return m_access; }
     /// The clipboard the paste goes through; a failed paste leaves the text there.
@@ -71,6 +75,7 @@ private:
     KeySender& m_keys;
     InputAccess& m_access;
     const FrontmostApp* m_frontmost;
+    bool m_wayland = false;
 };
 
 } // namespace tamvex

@@ -17,6 +17,7 @@ public:
     explicit FakeKeySource(QString name = QStringLiteral("evdev"), bool available = true, bool seesFn = true)
         : m_name(std::move(name)), m_available(available), m_seesFn(seesFn) {}
     bool start() override { return m_available; }
+    bool isPending() const override { return m_pending; }
     void stop() override {}
     bool isAvailable() const override { return m_available; }
     QString name() const override { return m_name; }
@@ -30,13 +31,19 @@ public:
     void unplug(int device) { emit deviceRemoved(device); }
     void setAvailable(bool available) {
         m_available = available;
+        m_pending = false;
         emit availabilityChanged(available);
     }
+    /// Still waiting for the desktop's answer, as the portal is after start.
+    void setPending() { m_pending = true; }
+    /// A named shortcut's edge, as the portal gives it.
+    void edge(const QString& rawName, bool pressed) { emit shortcutEdge(rawName, pressed); }
 
 private:
     QString m_name;
     bool m_available;
     bool m_seesFn;
+    bool m_pending = false;
 };
 
 /// A FakeKeySource for keyInput(), with `out` left pointing at it.
@@ -47,12 +54,13 @@ inline std::unique_ptr<FakeKeySource> fakeSource(FakeKeySource*& out, QString na
     return source;
 }
 
-/// Key input over `sources`, in their order of preference.
+/// Key input over `sources`, in their order of preference, waiting on `clock`.
 template <class... Sources>
-std::unique_ptr<KeyInput> keyInput(KeyboardShortcuts::ShortcutRegistry& registry, std::unique_ptr<Sources>... sources) {
+std::unique_ptr<KeyInput> keyInput(KeyboardShortcuts::ShortcutRegistry& registry, Clock& clock, bool wayland,
+                                   std::unique_ptr<Sources>... sources) {
     std::vector<std::unique_ptr<KeySource>> list;
     (list.push_back(std::move(sources)), ...);
-    return std::make_unique<KeyInput>(registry, std::move(list));
+    return std::make_unique<KeyInput>(registry, clock, std::move(list), wayland);
 }
 
 /// A sandboxed shortcut registry whose alternative shortcut notes its edges in `edges`.
@@ -62,6 +70,7 @@ struct ShortcutRig {
         registry.onKeyUp(KeyboardShortcuts::sorvelRecordAlternative, [this] { edges << "up"; });
     }
     TestEnv env;
+    ManualClock clock;
     KeyboardShortcuts::ShortcutRegistry registry{*env.defaults};
     QStringList edges;
 };

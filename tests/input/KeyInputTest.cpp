@@ -1,5 +1,6 @@
 #include "InputTestSupport.h"
 #include "desktop/HotkeyManager.h"
+#include "desktop/HotkeyNotes.h"
 #include "shell/SettingsStore.h"
 #include "support/TestMain.h"
 
@@ -44,7 +45,7 @@ private slots:
     void keyboardsMergeIntoOneEdgePerChange() {
         test::ShortcutRig rig;
         test::FakeKeySource* source = nullptr;
-        const auto input = test::keyInput(rig.registry, test::fakeSource(source));
+        const auto input = test::keyInput(rig.registry, rig.clock, false, test::fakeSource(source));
         FunctionKeyMonitor monitor(*input);
         QStringList edges;
         monitor.onKeyDown = [&] { edges << "down"; };
@@ -99,7 +100,7 @@ private slots:
     void sourceChoiceIsExposed() {
         test::ShortcutRig rig;
         test::FakeKeySource *evdevRaw = nullptr, *x11Raw = nullptr;
-        const auto input = test::keyInput(rig.registry, test::fakeSource(evdevRaw, "evdev", false),
+        const auto input = test::keyInput(rig.registry, rig.clock, false, test::fakeSource(evdevRaw, "evdev", false),
                                           test::fakeSource(x11Raw, "X11", true, false));
         input->start();
         QCOMPARE(input->activeSource(), KeyInput::Source::x11);
@@ -119,13 +120,101 @@ private slots:
         QCOMPARE(rig.edges, (QStringList{"down", "up"}));
     }
 
+    // On Wayland: evdev, then the portal, then X11 through Xwayland. The choice waits for the
+    // portal's answer up to the grace, one source alone feeds the shortcuts, and a source that
+    // fails hands over to the next with what it held let go.
+    void waylandChoiceWaitsForThePortalAndHandsOver() {
+        using D = KeyboardShortcuts::Delivery;
+        using S = KeyInput::Source;
+        for (const bool portalAnswersInTime : {true, false}) {
+            test::ShortcutRig rig;
+            rig.registry.storeShortcut(sorvelRecordAlternative, Shortcut{0x60, CarbonModifier::control});
+            test::FakeKeySource *evdev = nullptr, *portal = nullptr, *x11 = nullptr;
+            auto portalSource = test::fakeSource(portal, "GlobalShortcuts portal", false, false);
+            portal->setPending();
+            const auto input = test::keyInput(rig.registry, rig.clock, true, test::fakeSource(evdev, "evdev", false),
+                                              std::move(portalSource), test::fakeSource(x11, "X11", true, false));
+            QSignalSpy changes(input.get(), &KeyInput::activeSourceChanged);
+            input->start();
+            rig.clock.advance(KeyInput::pendingGraceSec - 0.01);
+            QVERIFY(!input->isDecided());
+            QCOMPARE(rig.registry.delivery(), D::unknown);
+            if (!portalAnswersInTime) {
+                // X11 serves from the grace's end, and only while an X11 window has the focus.
+                rig.clock.advance(0.01);
+                QCOMPARE(input->activeSource(), S::x11);
+                QVERIFY(input->onlyFocusedX11Windows());
+                QCOMPARE(rig.registry.delivery(), D::focusedX11Only);
+                x11->key(0, KEY_LEFTCTRL, 1);
+                x11->key(0, KEY_F5, 1);
+            }
+            portal->setAvailable(true); // bound, in time or late: it takes over
+            QCOMPARE(input->activeSource(), S::portal);
+            QCOMPARE(rig.registry.delivery(), D::desktop);
+            QVERIFY(!input->functionKeyAvailable());
+            QCOMPARE(changes.count(), portalAnswersInTime ? 1 : 2);
+
+            // Keys through the idle X11 source no longer count; the portal's edges do.
+            x11->key(0, KEY_F5, 0);
+            x11->key(0, KEY_F5, 1);
+            portal->edge("sorvelRecordAlternative", true);
+            portal->edge("sorvelRecordAlternative", false);
+            portal->edge("sorvelRecordAlternative", true);
+            const QStringList before = portalAnswersInTime ? QStringList() : QStringList{"down", "up"};
+            QCOMPARE(rig.edges, before + QStringList({"down", "up", "down"}));
+
+            // The desktop closes the session while the shortcut is held: it is let go, X11 takes over.
+            portal->setAvailable(false);
+            QCOMPARE(rig.edges, before + QStringList({"down", "up", "down", "up"}));
+            QCOMPARE(input->activeSource(), S::x11);
+            portal->edge("sorvelRecordAlternative", true);
+            QCOMPARE(rig.edges.size(), before.size() + 4);
+
+            // A keyboard becomes readable: evdev takes over from everything.
+            evdev->setAvailable(true);
+            QCOMPARE(input->activeSource(), S::evdev);
+            QCOMPARE(rig.registry.delivery(), D::keys);
+        }
+    }
+
+    // What the user is told at launch and in the settings pane, by session and mode.
+    void hotkeyNotesFollowTheSession() {
+        using D = KeyboardShortcuts::Delivery;
+        const struct {
+            D delivery;
+            bool useFn, fnHeard;
+            QString card;    // the launch card's title, empty for none
+            QString pane;    // a word of the settings pane's note, empty for none
+            QString fnNote;  // a word of the FN choice's note, empty for none
+        } rows[] = {
+            {D::keys, true, true, "", "", ""},
+            {D::keys, true, false, "Клавиша FN здесь не работает", "", "обрабатывают FN сами"},
+            {D::keys, false, false, "", "", ""},
+            {D::desktop, true, false, "Клавиша FN здесь не работает", "", "портал GlobalShortcuts"},
+            {D::desktop, false, false, "", "", ""},
+            {D::focusedX11Only, false, false, "Горячая клавиша слышна не везде", "окно X11", ""},
+            {D::none, true, false, "Горячая клавиша не слышна", "tamvex ctl toggle", "X11 не передаёт"},
+            {D::unknown, true, false, "", "", ""}, // not decided yet: nothing said
+        };
+        for (const auto& row : rows) {
+            const hotkeyNotes::Situation situation{row.delivery, row.useFn, row.fnHeard};
+            const auto card = hotkeyNotes::launchCard(situation, "Ctrl+Alt+D");
+            QCOMPARE(card ? card->title : QString(), row.card);
+            const QString pane = hotkeyNotes::sessionNote(situation), fn = hotkeyNotes::functionKeyNote(situation);
+            QVERIFY2(row.pane.isEmpty() ? pane.isEmpty() : pane.contains(row.pane), qPrintable(pane));
+            QVERIFY2(row.fnNote.isEmpty() ? fn.isEmpty() : fn.contains(row.fnNote), qPrintable(fn));
+            if (!row.pane.isEmpty()) // both ways out, with the exact command
+                QVERIFY(pane.contains("usermod -aG input") && pane.contains("«tamvex ctl toggle»"));
+        }
+    }
+
     // FN held across a switch to the custom shortcut: its release is no key-up, and the hold
     // stays pending until the custom shortcut's own key-up.
     void fnHeldAcrossAModeSwitch() {
         test::CoordinatorRig rig;
         ShortcutRegistry registry(*rig.fixture.env.defaults);
         test::FakeKeySource* source = nullptr;
-        const auto input = test::keyInput(registry, test::fakeSource(source));
+        const auto input = test::keyInput(registry, rig.fixture.clock, false, test::fakeSource(source));
         SettingsStore& settings = rig.fixture.state->settings();
         HotkeyManager manager(*rig.coordinator, settings, *input, registry);
         manager.start();

@@ -108,7 +108,7 @@ private slots:
     // keys through the X server.
     void theX11SourceCarriesTheShortcut() {
         test::ShortcutRig rig;
-        const auto input = test::keyInput(rig.registry, std::make_unique<X11KeySource>());
+        const auto input = test::keyInput(rig.registry, rig.clock, false, std::make_unique<X11KeySource>());
         rig.registry.storeShortcut(KeyboardShortcuts::sorvelRecordAlternative,
                                    KeyboardShortcuts::Shortcut{0x09, KeyboardShortcuts::CarbonModifier::control});
         input->start();

@@ -94,6 +94,42 @@ private slots:
         QCOMPARE(rig.clipboard.items, (ClipboardSnapshot{{{"text/plain", QByteArray("y")}}}));
     }
 
+    // On Wayland XTest reaches X11 windows only: with a native window in front the paste is
+    // refused before the clipboard is touched (the run then leaves the text there); an X11
+    // window, or another sender, gets the chord.
+    void waylandXTestPastesIntoX11WindowsOnly() {
+        const struct {
+            QString sender;
+            std::optional<FocusedWindow> front;
+            bool wayland;
+            bool pasted;
+        } rows[] = {
+            {"XTest", std::nullopt, true, false},
+            {"XTest", FocusedWindow{"kate", "kate"}, true, true},
+            {"uinput", std::nullopt, true, true},
+            {"XTest", std::nullopt, false, true},
+        };
+        for (const auto& row : rows) {
+            Rig rig;
+            rig.keys.senderName = row.sender;
+            FakeFront front;
+            front.window = row.front;
+            TextInjector injector{rig.clock, rig.clipboard, rig.keys, rig.access, &front};
+            injector.setWaylandSession(row.wayland);
+            if (row.pasted) {
+                bool done = false;
+                auto task = injectThenMark(injector, "x", done);
+                rig.clock.advance(TextInjector::restoreDelaySec);
+                QVERIFY(done);
+                QCOMPARE(rig.keys.chords.size(), 1);
+                continue;
+            }
+            const auto error = failureOf<TextInjectorError>(injector.inject("x"));
+            QVERIFY(error && error->kind() == TextInjectorError::Kind::focusedWindowNotX11);
+            QVERIFY(rig.keys.chords.isEmpty() && rig.clipboard.log.isEmpty());
+        }
+    }
+
     void terminalsGetCtrlShiftV() {
         // The injector asking the focused window is seen by the real paste into a terminal.
         const QList<std::pair<std::optional<FocusedWindow>, PasteChord>> cases{

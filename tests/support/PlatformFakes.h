@@ -40,8 +40,9 @@ public:
         chords.append(chord);
         return works;
     }
-    QString name() const override { return "fake"; }
+    QString name() const override { return senderName; }
     bool works = true;
+    QString senderName = QStringLiteral("fake");
     QList<PasteChord> chords;
 };
 

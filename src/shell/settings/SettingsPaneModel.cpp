@@ -1,6 +1,8 @@
 #include "shell/settings/SettingsPaneModel.h"
 
+#include "KeyboardShortcuts/ShortcutRegistry.h"
 #include "core/AppState.h"
+#include "desktop/HotkeyNotes.h"
 #include "shell/SettingsStore.h"
 
 namespace tamvex {
@@ -12,6 +14,13 @@ SettingsPaneModel::SettingsPaneModel(AppState& state, const MicrophoneAccess& mi
       m_microphone(state.clock(), PermissionRow::microphoneSpec(microphone)),
       m_input(state.clock(), PermissionRow::inputSpec(input)) {
     connect(&m_state, &AppState::functionKeyAvailableChanged, this, &SettingsPaneModel::functionKeyChanged);
+    connect(&m_state.shortcuts(), &KeyboardShortcuts::ShortcutRegistry::deliveryChanged, this,
+            &SettingsPaneModel::functionKeyChanged);
+    connect(&m_state.settings(), &SettingsStore::hotkeyModeChanged, this, &SettingsPaneModel::functionKeyChanged);
+}
+
+hotkeyNotes::Situation SettingsPaneModel::situation() const {
+    return {m_state.shortcuts().delivery(), m_state.settings().useFnHotkey(), functionKeyAvailable()};
 }
 
 bool SettingsPaneModel::functionKeyAvailable() const {
@@ -20,8 +29,17 @@ bool SettingsPaneModel::functionKeyAvailable() const {
 }
 
 QString SettingsPaneModel::functionKeyNote() const {
-    return functionKeyAvailable() ? QString()
-                                  : functionKeyMissingText() + QStringLiteral(" Выбери «Своя комбинация» и задай сочетание.");
+    if (functionKeyAvailable())
+        return {};
+    return hotkeyNotes::functionKeyNote(situation());
+}
+
+QString SettingsPaneModel::sessionNote() const { return hotkeyNotes::sessionNote(situation()); }
+
+QString SettingsPaneModel::desktopTrigger() const {
+    if (m_state.shortcuts().delivery() != KeyboardShortcuts::Delivery::desktop)
+        return {};
+    return m_state.shortcuts().desktopTrigger(KeyboardShortcuts::sorvelRecordAlternative);
 }
 
 QString SettingsPaneModel::functionKeyMissingText() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KeyboardShortcuts/Recorder.h"
+#include "desktop/HotkeyNotes.h"
 #include "shell/settings/LocalModelSection.h"
 #include "shell/settings/PermissionRow.h"
 
@@ -27,6 +28,10 @@ class SettingsPaneModel : public QObject {
     Q_PROPERTY(bool functionKeyAvailable READ functionKeyAvailable NOTIFY functionKeyChanged)
     /// What the FN choice says when FN cannot be heard, else empty.
     Q_PROPERTY(QString functionKeyNote READ functionKeyNote NOTIFY functionKeyChanged)
+    /// A warning for either mode when the hotkey is not heard in every window here, else empty.
+    Q_PROPERTY(QString sessionNote READ sessionNote NOTIFY functionKeyChanged)
+    /// The trigger the desktop assigned to the custom shortcut (GlobalShortcuts portal), else empty.
+    Q_PROPERTY(QString desktopTrigger READ desktopTrigger NOTIFY functionKeyChanged)
     Q_PROPERTY(tamvex::LocalModelSection* localModel READ localModel CONSTANT)
     Q_PROPERTY(tamvex::PermissionRow* microphone READ microphone CONSTANT)
     Q_PROPERTY(tamvex::PermissionRow* input READ input CONSTANT)
@@ -39,6 +44,8 @@ public:
     KeyboardShortcuts::Recorder* recorder() { return &m_recorder; }
     bool functionKeyAvailable() const;
     QString functionKeyNote() const;
+    QString sessionNote() const;
+    QString desktopTrigger() const;
     /// What a screen says where no keyboard here can send FN.
     static QString functionKeyMissingText();
     LocalModelSection* localModel() { return &m_localModel; }
@@ -54,9 +61,12 @@ public:
     Q_INVOKABLE void chooseQuitBehavior(const QString& raw);
 
 signals:
+    /// What FN, the session's key source or the desktop's binding allow may have changed.
     void functionKeyChanged();
 
 private:
+    hotkeyNotes::Situation situation() const;
+
     AppState& m_state;
     KeyboardShortcuts::Recorder m_recorder;
     LocalModelSection m_localModel;

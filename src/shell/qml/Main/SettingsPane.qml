@@ -85,6 +85,30 @@ Flickable {
                 spacing: 8
                 ShortcutField { recorder: pane.extra.recorder }
                 Note { text: "Если поле не сохраняется — комбинация занята системой. Попробуй другую (например Alt+Space, Ctrl+Shift+M)." }
+                // On Wayland the desktop binds the shortcut and may assign another key: that one works.
+                Row {
+                    visible: pane.extra.desktopTrigger.length > 0
+                    spacing: 8
+                    Text { anchors.verticalCenter: parent.verticalCenter; text: "Рабочий стол назначил:"; color: Theme.secondary; font.pixelSize: 13 }
+                    Keycap { label: pane.extra.desktopTrigger }
+                }
+                Note {
+                    visible: pane.extra.desktopTrigger.length > 0
+                    text: "Сочетание задаёт рабочий стол (портал GlobalShortcuts). Сменить его можно и в настройках рабочего стола — здесь покажется то, что он назначил."
+                }
+            }
+            RowLayout {
+                visible: pane.extra.sessionNote.length > 0
+                width: parent.width
+                spacing: 10
+                SymbolIcon { name: "exclamationmark.triangle.fill"; size: 16; color: Theme.orange }
+                Text {
+                    Layout.fillWidth: true
+                    wrapMode: Text.WordWrap
+                    text: pane.extra.sessionNote
+                    color: Theme.primary
+                    font.pixelSize: 12
+                }
             }
             Note { text: "Зажми — пишется пока удерживаешь. Двойной короткий клик — запись остаётся включённой до следующего клика." }
         }
