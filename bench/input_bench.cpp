@@ -5,6 +5,7 @@
 #include "desktop/KeyInput.h"
 #include "desktop/TextInjector.h"
 #include "platform/Clipboard.h"
+#include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/InputAccess.h"
 #include "platform/KeySender.h"
@@ -53,7 +54,8 @@ void BM_KeyEdgeToCoordinatorCall(benchmark::State& state) {
     BenchKeySource* raw = source.get();
     std::vector<std::unique_ptr<KeySource>> sources;
     sources.push_back(std::move(source));
-    KeyInput input(registry, std::move(sources));
+    WallClock clock;
+    KeyInput input(registry, clock, std::move(sources));
     input.start();
     FunctionKeyMonitor monitor(input);
     qint64 calls = 0;
