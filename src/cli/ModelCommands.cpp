@@ -29,8 +29,15 @@ namespace tamvex {
 
 namespace {
 
-const char* kModelUsage = "Использование: tamvex model status|download|verify|delete [МОДЕЛЬ] [--json]\n"
-                          "Модели: ggml-large-v3-turbo-q5_0 (по умолчанию), ggml-medium-q5_0\n";
+QString modelUsage() {
+    QStringList names;
+    for (WhisperModel model : whisperModels::all())
+        names.append(whisperModels::rawValue(model) + " (" + whisperModels::displayName(model) + ", " +
+                     whisperModels::languages(model) + ")");
+    return "Использование: tamvex model status|download|verify|delete [МОДЕЛЬ] [--json]\n"
+           "Модели (по умолчанию первая):\n  " +
+           names.join("\n  ") + "\n";
+}
 const char* kTranscribeUsage = "Использование: tamvex transcribe-local ФАЙЛ [--model ПУТЬ_К_МОДЕЛИ] "
                                "[--vad ПУТЬ_К_ДЕТЕКТОРУ | --no-vad]\n";
 
@@ -249,14 +256,14 @@ int runModelCommand(const QStringList& args, QTextStream& out, QTextStream& err,
     const bool json = rest.removeAll("--json") > 0;
     const QString verb = rest.value(0);
     if (rest.size() > 2 || !QStringList{"status", "download", "verify", "delete"}.contains(verb)) {
-        err << kModelUsage;
+        err << modelUsage();
         return 2;
     }
     WhisperModel model = WhisperModel::largeV3TurboQ5;
     if (rest.size() == 2) {
         const std::optional<WhisperModel> named = whisperModels::fromRawValue(rest[1]);
         if (!named) {
-            err << "Неизвестная модель «" << rest[1] << "».\n" << kModelUsage;
+            err << "Неизвестная модель «" << rest[1] << "».\n" << modelUsage();
             return 2;
         }
         model = *named;

@@ -3,6 +3,7 @@
 #include "account/AccountStore.h"
 #include "core/AppState.h"
 #include "pipelines/CloudPipelines.h"
+#include "pipelines/local/LocalModelChoice.h"
 #include "pipelines/local/LocalWhisperPipeline.h"
 #include "pipelines/PipelinePreset.h"
 #include "pipelines/local/WhisperModel.h"
@@ -60,9 +61,12 @@ std::shared_ptr<SpeechPipeline> makeCloudPipeline(const AppState& appState, std:
 PipelineSetup buildPipeline(const AppState& appState, std::optional<PipelinePreset> presetOverride) {
     const PipelinePreset preset = presetOverride.value_or(appState.settings().preset());
     if (preset == PipelinePreset::local) {
-        const WhisperModel model = WhisperModel::largeV3TurboQ5;
-        const QString path = appState.environment().paths.dataFile(QStringLiteral("models")) + QLatin1Char('/') +
-                             whisperModels::fileName(model);
+        const QString models = appState.environment().paths.dataFile(QStringLiteral("models")) + QLatin1Char('/');
+        const WhisperModel model = chooseLocalModel(
+            appState.settings().localModel(),
+            [&](WhisperModel m) { return QFileInfo::exists(models + whisperModels::fileName(m)); },
+            LocalHardware::current());
+        const QString path = models + whisperModels::fileName(model);
         if (!QFileInfo::exists(path))
             throw modelNotDownloadedError();
         return {std::make_shared<LocalWhisperPipeline>(model, appState.settings().localSpeechDetection()),

@@ -31,6 +31,7 @@ SettingsStore::SettingsStore(Defaults& defaults, Clock& clock, LoginItem& loginI
     m_useFnHotkey = onUnlessFalse(defaults, K::useFnHotkey);
     m_launchAtLogin = onUnlessFalse(defaults, K::launchAtLogin);
     m_localSpeechDetection = onUnlessFalse(defaults, K::localSpeechDetection);
+    m_localModel = whisperModels::fromRawValue(defaults.readString(K::localModel).valueOr({}));
     m_onboardingCompleted = defaults.readBool(K::onboardingCompleted).valueOr(false);
     m_showInDock = defaults.readBool(K::showInDock).valueOr(false);
     m_preset = presets::fromRawValue(defaults.readString(K::preset).valueOr({})).value_or(PipelinePreset::fast);
@@ -130,6 +131,12 @@ void SettingsStore::setLocalSpeechDetection(bool value) {
     if (assign(m_localSpeechDetection, value))
         emit changed();
     m_defaults.setBool(K::localSpeechDetection, value);
+}
+
+void SettingsStore::setLocalModel(WhisperModel value) {
+    if (assign(m_localModel, std::optional<WhisperModel>(value)))
+        emit changed();
+    m_defaults.setString(K::localModel, whisperModels::rawValue(value));
 }
 
 void SettingsStore::setOptionalDate(std::optional<QDateTime>& field, const QString& key,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pipelines/PipelinePreset.h"
+#include "pipelines/local/WhisperModel.h"
 #include "pipelines/SpeechPipeline.h"
 
 #include <QDateTime>
@@ -82,7 +83,10 @@ public:
     QString cmdQBehaviorRaw() const;
     /// Whether the local preset drops silence and noise before the recogniser; on by default.
     bool localSpeechDetection() const { return m_localSpeechDetection; }
+    /// The local model the user chose, none before a choice.
+    std::optional<WhisperModel> localModel() const { return m_localModel; }
     void setLocalSpeechDetection(bool value);
+    void setLocalModel(WhisperModel value);
 
     /// Brings the login item in line with launchAtLogin; failures are logged only.
     void syncLaunchAtLogin();
@@ -141,6 +145,7 @@ private:
     std::optional<QDateTime> m_lastShortTapTipAt;
     CmdQBehavior m_cmdQBehavior = CmdQBehavior::ask;
     bool m_localSpeechDetection = true;
+    std::optional<WhisperModel> m_localModel;
 };
 
 /// Settings keys, one place for all of them.
@@ -163,6 +168,7 @@ inline const QString lastLongHoldTipAt = QStringLiteral("last_long_hold_tip_at")
 inline const QString lastShortTapTipAt = QStringLiteral("last_short_tap_tip_at");
 inline const QString cmdQBehavior = QStringLiteral("cmd_q_behavior");
 inline const QString localSpeechDetection = QStringLiteral("local_speech_detection");
+inline const QString localModel = QStringLiteral("local_model");
 inline const QString accessToken = QStringLiteral("sorvel_access_token");
 inline const QString deviceId = QStringLiteral("sorvel_device_id");
 inline const QString lastSeenVersion = QStringLiteral("sorvel_last_seen_version");

@@ -44,7 +44,8 @@ QStringList SettingsStore::keys() {
             K::lastLongHoldTipAt,
             K::lastShortTapTipAt,
             K::cmdQBehavior,
-            K::localSpeechDetection};
+            K::localSpeechDetection,
+            K::localModel};
 }
 
 QString SettingsStore::keyForName(const QString& name) {
@@ -93,6 +94,8 @@ QVariant SettingsStore::valueForKey(const QString& key) const {
         return cmdQBehaviorRaw();
     if (key == K::localSpeechDetection)
         return m_localSpeechDetection;
+    if (key == K::localModel)
+        return m_localModel ? QVariant(whisperModels::rawValue(*m_localModel)) : QVariant();
     return {};
 }
 
@@ -132,6 +135,16 @@ QString SettingsStore::assignFromText(const QString& key, const QString& text) {
         return assignBool(&SettingsStore::setLaunchAtLogin);
     else if (key == K::localSpeechDetection)
         return assignBool(&SettingsStore::setLocalSpeechDetection);
+    else if (key == K::localModel) {
+        const auto model = whisperModels::fromRawValue(text);
+        if (!model) {
+            QStringList names;
+            for (WhisperModel m : whisperModels::all())
+                names.append(whisperModels::rawValue(m));
+            return QStringLiteral("Неизвестная модель «%1»: %2").arg(text, names.join(QStringLiteral(", ")));
+        }
+        setLocalModel(*model);
+    }
     else if (key == K::preset) {
         const auto preset = presets::fromRawValue(text);
         if (!preset)

@@ -63,8 +63,8 @@ private slots:
             << Choice{"cheap", true, "", "user", "", "", "proxy two preset:cheap-audio preset:cheap-cleanup"};
         QTest::newRow("local needs no login and ignores the custom model")
             << Choice{"local", true, "", "", "my/model", large, "local"};
-        QTest::newRow("local without the large model")
-            << Choice{"local", false, "sk-1", "user", "", "ggml-medium-q5_0.bin", "error -101"};
+        QTest::newRow("local without a model file")
+            << Choice{"local", false, "sk-1", "user", "", "notes.bin", "error -101"};
     }
 
     void choices() {

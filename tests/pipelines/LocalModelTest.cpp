@@ -11,6 +11,7 @@
 #include "DevServer.h"
 #include "cli/ModelCommands.h"
 #include "pipelines/local/AudioSamples.h"
+#include "pipelines/local/LocalModelChoice.h"
 #include "pipelines/local/ModelDownloader.h"
 #include "pipelines/local/WhisperEngine.h"
 #include "pipelines/local/WhisperEngineError.h"
@@ -448,6 +449,35 @@ private slots:
         QVERIFY(e && e->kind() == WhisperEngineError::Kind::audioReadFailed);
         QVERIFY2(e->description().contains("Invalid data found"), qPrintable(e->description()));
         QCOMPARE(e->description(), "Не получилось прочитать аудио: " + e->detail());
+    }
+
+    // The user's choice first; with none, a model already on disk keeps working; with none on
+    // disk, the model this machine runs best.
+    void theLocalModelIsTheChoiceThenWhatIsThereThenWhatRunsBest() {
+        using M = WhisperModel;
+        const struct {
+            std::optional<M> chosen;
+            QList<M> onDisk;
+            QString backend;
+            bool parakeet;
+            M expected;
+        } cases[] = {
+            {M::baseQ5_1, {M::largeV3TurboQ5}, "CPU", true, M::baseQ5_1},
+            {{}, {M::parakeetV3Q8, M::largeV3TurboQ5}, "CPU", true, M::largeV3TurboQ5},
+            {{}, {M::parakeetV3Q8}, "Vulkan0 (Radeon)", true, M::parakeetV3Q8},
+            {{}, {}, "CPU", true, M::parakeetV3Q4},
+            {{}, {}, "Vulkan0 (Radeon)", true, M::largeV3TurboQ5},
+            {{}, {}, "CPU", false, M::largeV3TurboQ5}, // a build without Parakeet
+        };
+        for (const auto& c : cases) {
+            const M got = chooseLocalModel(
+                c.chosen, [&](M m) { return c.onDisk.contains(m); }, LocalHardware{c.backend, c.parakeet});
+            QCOMPARE(whisperModels::rawValue(got), whisperModels::rawValue(c.expected));
+        }
+        // Parakeet comes from its own mirror; TAMVEX_MODEL_MIRROR_URL replaces every mirror.
+        QCOMPARE(whisperModels::mirrorURL(M::parakeetV3Q4).toString(),
+                 QString("http://127.0.0.1:9/mirror/ggml-parakeet-tdt-0.6b-v3-q4_0.bin"));
+        QCOMPARE(whisperModels::kind(M::parakeetV3Q8), LocalEngineKind::parakeet);
     }
 
     void threadsLeaveTwoProcessorsAndStopAtEight() {

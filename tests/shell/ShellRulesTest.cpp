@@ -231,8 +231,8 @@ private slots:
     // Which row each state shows, and the texts composed from its values.
     void localModelRowsFollowTheDownloadState() {
         using S = ModelDownloadState;
-        const QString once = "Скачается с серверов Sorvel, запасной источник — зеркало huggingface.co. Один раз — "
-                             "потом распознавание работает оффлайн.";
+        const QString once = "Скачается Whisper Large V3 Turbo (Q5) с серверов Sorvel, запасной источник — зеркало "
+                             "huggingface.co. Один раз — потом распознавание работает оффлайн.";
         const struct {
             S state;
             std::optional<qint64> fileSize;
@@ -258,7 +258,8 @@ private slots:
         }
         // A self-hoster's host is named as it is.
         QVERIFY(LocalModelSection::rowFor(S::idle(), {}, {{}, "models.example.org", "mirror.example.org"})
-                    .text.startsWith("Скачается с models.example.org, запасной источник — зеркало mirror.example.org."));
+                    .text.startsWith("Скачается Whisper Large V3 Turbo (Q5) с models.example.org, запасной источник — "
+                                     "зеркало mirror.example.org."));
 
         // The button downloads, then cancels.
         AppFixture fx;

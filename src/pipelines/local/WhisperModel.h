@@ -8,8 +8,11 @@
 
 namespace tamvex {
 
-/// The whisper.cpp model files the local engine can use; rawValue() is the printed form.
-enum class WhisperModel { largeV3TurboQ5, mediumQ5 };
+/// The model files the local engines can use; rawValue() is the printed form.
+enum class WhisperModel { largeV3TurboQ5, mediumQ5, parakeetV3Q4, parakeetV3Q8, baseQ5_1 };
+
+/// Which engine runs a model.
+enum class LocalEngineKind { whisper, parakeet };
 
 /// What to fetch for one model and how to recognise the right file.
 struct ModelDescriptor {
@@ -38,6 +41,12 @@ QString expectedSHA256(WhisperModel model);
 QUrl downloadURL(WhisperModel model);
 /// The public whisper.cpp model mirror + "/" + file name; TAMVEX_MODEL_MIRROR_URL replaces the base.
 QUrl mirrorURL(WhisperModel model);
+/// Which engine runs the model.
+LocalEngineKind kind(WhisperModel model);
+/// "Whisper Large V3 Turbo (Q5)", "Parakeet TDT 0.6B v3 (Q4)", ...
+QString displayName(WhisperModel model);
+/// The languages it recognises, as the settings card says it.
+QString languages(WhisperModel model);
 /// `fileName` under the mirror: TAMVEX_MODEL_MIRROR_URL when set, else `publicBase`.
 QUrl mirrorOf(const QString& fileName, const QString& publicBase);
 /// All of the above in one record.

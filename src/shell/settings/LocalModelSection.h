@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pipelines/local/ModelDownloadState.h"
+#include "pipelines/local/WhisperModel.h"
 
 #include <QObject>
 #include <QString>
@@ -11,6 +12,7 @@
 namespace tamvex {
 
 class ModelDownloader;
+class SettingsStore;
 
 /// The settings pane's card over the model downloader for the one local model: what each
 /// download state shows, and what its one button does.
@@ -18,7 +20,7 @@ class LocalModelSection : public QObject {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("The settings pane makes the section")
-    Q_PROPERTY(QString modelName READ modelName CONSTANT)
+    Q_PROPERTY(QString modelName READ modelName NOTIFY changed)
     /// "notDownloaded", "downloading", "verifying", "ready" or "failed".
     Q_PROPERTY(QString phase READ phase NOTIFY changed)
     Q_PROPERTY(QString symbol READ symbol NOTIFY changed)
@@ -52,11 +54,18 @@ public:
 
     /// The row of `state` with the model file's size on disk (none when there is no file) and
     /// the hosts it is fetched from.
-    static Row rowFor(const ModelDownloadState& state, std::optional<qint64> fileSize, const Hosts& hosts);
-    /// "Whisper Large V3 Turbo (Q5)".
-    static QString modelName();
+    static Row rowFor(const ModelDownloadState& state, std::optional<qint64> fileSize, const Hosts& hosts,
+                      const QString& name = whisperModels::displayName(WhisperModel::largeV3TurboQ5));
 
     explicit LocalModelSection(ModelDownloader& downloader, QObject* parent = nullptr);
+
+    /// Shows the model the settings choose (or the one this machine runs best, stored as the
+    /// choice when its download starts) instead of the default large model.
+    void followSettings(SettingsStore& settings);
+    /// The model the card is about.
+    WhisperModel model() const;
+    /// Its name, e.g. "Whisper Large V3 Turbo (Q5)".
+    QString modelName() const { return whisperModels::displayName(model()); }
 
     const Row& row() const { return m_row; }
     QString phase() const { return m_row.phase; }
@@ -80,6 +89,7 @@ private:
     Hosts hosts() const;
 
     ModelDownloader& m_downloader;
+    SettingsStore* m_settings = nullptr;
     Row m_row;
 };
 

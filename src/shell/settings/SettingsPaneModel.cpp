@@ -13,6 +13,7 @@ SettingsPaneModel::SettingsPaneModel(AppState& state, const MicrophoneAccess& mi
       m_recorder(state.shortcuts(), KeyboardShortcuts::sorvelRecordAlternative), m_localModel(models),
       m_microphone(state.clock(), PermissionRow::microphoneSpec(microphone)),
       m_input(state.clock(), PermissionRow::inputSpec(input)) {
+    m_localModel.followSettings(state.settings());
     connect(&m_state, &AppState::functionKeyAvailableChanged, this, &SettingsPaneModel::functionKeyChanged);
     connect(&m_state.shortcuts(), &KeyboardShortcuts::ShortcutRegistry::deliveryChanged, this,
             &SettingsPaneModel::functionKeyChanged);

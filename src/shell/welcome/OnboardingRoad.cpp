@@ -3,6 +3,7 @@
 #include "KeyboardShortcuts/Recorder.h"
 #include "account/AccountStore.h"
 #include "core/AppState.h"
+#include "pipelines/local/LocalModelChoice.h"
 #include "pipelines/local/ModelDownloader.h"
 #include "pipelines/local/WhisperModel.h"
 #include "shell/SettingsStore.h"
@@ -12,11 +13,6 @@
 #include <QFileInfo>
 
 namespace tamvex {
-
-namespace {
-// The model the local preset runs.
-constexpr WhisperModel kModel = WhisperModel::largeV3TurboQ5;
-} // namespace
 
 OnboardingRoad::OnboardingRoad(AppState& state, ModelDownloader& models, WelcomeFlow& flow,
                                KeyboardShortcuts::Recorder& recorder, QObject* parent)
@@ -40,10 +36,18 @@ OnboardingRoad::Road OnboardingRoad::roadFor(bool localPreset, bool modelPresent
     return signedIn ? Road::service : Road::none;
 }
 
+// The model the local preset runs: chosen, found on disk, or the one this machine runs best.
+WhisperModel OnboardingRoad::localModel() const {
+    const QString models = m_state.environment().paths.dataFile(QStringLiteral("models")) + QLatin1Char('/');
+    return chooseLocalModel(
+        m_state.settings().localModel(),
+        [&](WhisperModel m) { return QFileInfo::exists(models + whisperModels::fileName(m)); },
+        LocalHardware::current());
+}
+
 bool OnboardingRoad::modelPresent() const {
-    const QString path = m_state.environment().paths.dataFile(QStringLiteral("models")) + QLatin1Char('/') +
-                         whisperModels::fileName(kModel);
-    return QFileInfo::exists(path);
+    return QFileInfo::exists(m_state.environment().paths.dataFile(QStringLiteral("models")) + QLatin1Char('/') +
+                             whisperModels::fileName(localModel()));
 }
 
 OnboardingRoad::Road OnboardingRoad::road() const {
@@ -118,7 +122,9 @@ void OnboardingRoad::chooseLocal() {
     if (modelPresent() || kind == ModelDownloadState::Kind::downloading ||
         kind == ModelDownloadState::Kind::verifying)
         return;
-    m_models.download(kModel);
+    const WhisperModel model = localModel();
+    m_state.settings().setLocalModel(model);
+    m_models.download(model);
 }
 
 void OnboardingRoad::enterOwnKey(const QString& key) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "pipelines/local/WhisperModel.h"
+
 #include <QObject>
 #include <QString>
 #include <QtQml/qqmlregistration.h>
@@ -64,6 +66,7 @@ signals:
 
 private:
     bool modelPresent() const;
+    WhisperModel localModel() const;
 
     AppState& m_state;
     ModelDownloader& m_models;

@@ -1,0 +1,24 @@
+#include "pipelines/local/LocalModelChoice.h"
+
+#include "pipelines/local/ParakeetEngine.h"
+#include "pipelines/local/WhisperEngine.h"
+
+namespace tamvex {
+
+LocalHardware LocalHardware::current() {
+    static const LocalHardware hardware{WhisperEngine::backendName(), ParakeetEngine::isAvailable()};
+    return hardware;
+}
+
+WhisperModel chooseLocalModel(std::optional<WhisperModel> chosen, const std::function<bool(WhisperModel)>& present,
+                              const LocalHardware& hardware) {
+    if (chosen)
+        return *chosen;
+    for (WhisperModel model : whisperModels::all())
+        if (present(model))
+            return model;
+    const bool onProcessor = hardware.backend.isEmpty() || hardware.backend == QLatin1String("CPU");
+    return onProcessor && hardware.parakeetAvailable ? WhisperModel::parakeetV3Q4 : WhisperModel::largeV3TurboQ5;
+}
+
+} // namespace tamvex

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "pipelines/local/WhisperModel.h"
+
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+namespace tamvex {
+
+/// What the machine offers the local road: the device whisper.cpp runs on ("CPU" or a graphics
+/// device's name) and whether this build has Parakeet.
+struct LocalHardware {
+    QString backend;
+    bool parakeetAvailable = false;
+    /// This build's, found once.
+    static LocalHardware current();
+};
+
+/// The model the local road uses: the one the user chose; with no choice, a model already on
+/// disk (in declared order, so an earlier user's large model keeps working); with none, the one
+/// this machine runs best: whisper large-v3-turbo on a graphics device, Parakeet q4_0 on a
+/// processor. `present` says whether a model's file is in the models folder.
+WhisperModel chooseLocalModel(std::optional<WhisperModel> chosen, const std::function<bool(WhisperModel)>& present,
+                              const LocalHardware& hardware);
+
+} // namespace tamvex
