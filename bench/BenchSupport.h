@@ -1,6 +1,9 @@
 #pragma once
 
+#include "platform/KeySender.h"
+
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QDeadlineTimer>
 
 #include <qcoro/qcorotask.h>
@@ -15,6 +18,19 @@
 #include <string>
 
 namespace tamvex::bench {
+
+// Notes when the paste chord goes out.
+class TimedKeys final : public KeySender {
+public:
+    bool isAvailable() const override { return true; }
+    bool sendPaste(PasteChord) override {
+        sentAt = clock.nsecsElapsed();
+        return true;
+    }
+    QString name() const override { return "bench"; }
+    QElapsedTimer clock;
+    qint64 sentAt = -1;
+};
 
 /// A field of /proc/self/status ("VmRSS:", "VmHWM:") in bytes, or -1.
 inline qint64 statusBytes(const char* field) {

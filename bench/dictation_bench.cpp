@@ -28,19 +28,6 @@ namespace {
 
 const QString kProxyPath = "/api/openrouter/v1/chat/completions";
 
-// Notes when the paste chord goes out.
-class TimedKeys final : public KeySender {
-public:
-    bool isAvailable() const override { return true; }
-    bool sendPaste(PasteChord) override {
-        sentAt = clock.nsecsElapsed();
-        return true;
-    }
-    QString name() const override { return "bench"; }
-    QElapsedTimer clock;
-    qint64 sentAt = -1;
-};
-
 // A signed-in application on a manual clock whose microphone plays a 60 s tone, talking to
 // a dev server in this process that answers every chat at once.
 struct Rig {

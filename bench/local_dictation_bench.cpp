@@ -33,19 +33,6 @@ using namespace tamvex::bench;
 
 namespace {
 
-// Notes when the paste chord goes out.
-class TimedKeys final : public KeySender {
-public:
-    bool isAvailable() const override { return true; }
-    bool sendPaste(PasteChord) override {
-        sentAt = clock.nsecsElapsed();
-        return true;
-    }
-    QString name() const override { return "bench"; }
-    QElapsedTimer clock;
-    qint64 sentAt = -1;
-};
-
 // The one file name the local preset looks for, linked to the model under test in `dataDir`.
 void linkModel(const QString& model, const QString& dataDir) {
     const QString models = dataDir + "/models";
