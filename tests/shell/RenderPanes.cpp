@@ -82,7 +82,7 @@ void renderHud(WindowFixture& fx, const QString& out) {
     RecordingHUDController hud(state, nullptr, [] {});
     hud.show();
     QQuickWindow* window = hud.window();
-    if (!window || !QTest::qWaitForWindowExposed(window)) {
+    if (!window || !QTest::qWaitForWindowExposed(window, 30000)) {
         qWarning("the HUD did not show");
         g_failed = true;
         return;
