@@ -61,12 +61,9 @@ std::shared_ptr<SpeechPipeline> makeCloudPipeline(const AppState& appState, std:
 PipelineSetup buildPipeline(const AppState& appState, std::optional<PipelinePreset> presetOverride) {
     const PipelinePreset preset = presetOverride.value_or(appState.settings().preset());
     if (preset == PipelinePreset::local) {
-        const QString models = appState.environment().paths.dataFile(QStringLiteral("models")) + QLatin1Char('/');
-        const WhisperModel model = chooseLocalModel(
-            appState.settings().localModel(),
-            [&](WhisperModel m) { return QFileInfo::exists(models + whisperModels::fileName(m)); },
-            LocalHardware::current());
-        const QString path = models + whisperModels::fileName(model);
+        const QString models = appState.environment().paths.dataFile(QStringLiteral("models"));
+        const WhisperModel model = chooseLocalModelIn(appState.settings().localModel(), models);
+        const QString path = models + QLatin1Char('/') + whisperModels::fileName(model);
         if (!QFileInfo::exists(path))
             throw modelNotDownloadedError();
         return {std::make_shared<LocalWhisperPipeline>(model, appState.settings().localSpeechDetection()),

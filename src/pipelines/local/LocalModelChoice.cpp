@@ -3,6 +3,8 @@
 #include "pipelines/local/ParakeetEngine.h"
 #include "pipelines/local/WhisperEngine.h"
 
+#include <QFileInfo>
+
 namespace tamvex {
 
 LocalHardware LocalHardware::current() {
@@ -19,6 +21,13 @@ WhisperModel chooseLocalModel(std::optional<WhisperModel> chosen, const std::fun
             return model;
     const bool onProcessor = hardware.backend.isEmpty() || hardware.backend == QLatin1String("CPU");
     return onProcessor && hardware.parakeetAvailable ? WhisperModel::parakeetV3Q4 : WhisperModel::largeV3TurboQ5;
+}
+
+WhisperModel chooseLocalModelIn(std::optional<WhisperModel> chosen, const QString& modelsDirectory) {
+    return chooseLocalModel(
+        chosen,
+        [&](WhisperModel m) { return QFileInfo::exists(modelsDirectory + QLatin1Char('/') + whisperModels::fileName(m)); },
+        LocalHardware::current());
 }
 
 } // namespace tamvex

@@ -25,4 +25,7 @@ struct LocalHardware {
 WhisperModel chooseLocalModel(std::optional<WhisperModel> chosen, const std::function<bool(WhisperModel)>& present,
                               const LocalHardware& hardware);
 
+/// The same, looking for the files in `modelsDirectory` on this build's hardware.
+WhisperModel chooseLocalModelIn(std::optional<WhisperModel> chosen, const QString& modelsDirectory);
+
 } // namespace tamvex

@@ -38,11 +38,8 @@ OnboardingRoad::Road OnboardingRoad::roadFor(bool localPreset, bool modelPresent
 
 // The model the local preset runs: chosen, found on disk, or the one this machine runs best.
 WhisperModel OnboardingRoad::localModel() const {
-    const QString models = m_state.environment().paths.dataFile(QStringLiteral("models")) + QLatin1Char('/');
-    return chooseLocalModel(
-        m_state.settings().localModel(),
-        [&](WhisperModel m) { return QFileInfo::exists(models + whisperModels::fileName(m)); },
-        LocalHardware::current());
+    return chooseLocalModelIn(m_state.settings().localModel(),
+                              m_state.environment().paths.dataFile(QStringLiteral("models")));
 }
 
 bool OnboardingRoad::modelPresent() const {
