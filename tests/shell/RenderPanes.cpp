@@ -8,7 +8,7 @@
 #include "shell/hud/RecordingHUDController.h"
 
 #include <QDir>
-#include <QGuiApplication>
+#include <QApplication>
 #include <QTest>
 
 using namespace tamvex;
@@ -118,7 +118,8 @@ void renderHud(WindowFixture& fx, const QString& out) {
 
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen" : qgetenv("QT_QPA_PLATFORM"));
-    QGuiApplication app(argc, argv);
+    // QTest's mouse helpers reach qApp as a QApplication whenever Qt Widgets is linked.
+    QApplication app(argc, argv);
     if (argc < 3) {
         qWarning("usage: render_panes WINDOWS_DIR HUD_DIR");
         return 2;
