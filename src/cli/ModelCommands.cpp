@@ -2,11 +2,15 @@
 
 #include "cli/CliSession.h"
 
+#include "core/RecordingConstants.h"
+#include "pipelines/local/LocalModelChoice.h"
 #include "pipelines/local/LocalWhisperPipeline.h"
 #include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/ModelSelfTest.h"
 #include "pipelines/local/WhisperEngine.h"
 #include "pipelines/local/WhisperEngineError.h"
 #include "pipelines/local/SpeechDetectorModel.h"
+#include "platform/Clock.h"
 #include "platform/Error.h"
 
 #include <QCoreApplication>
@@ -14,6 +18,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
 #include <QTimer>
 
 #include <algorithm>
@@ -35,6 +40,7 @@ QString modelUsage() {
         names.append(whisperModels::rawValue(model) + " (" + whisperModels::displayName(model) + ", " +
                      whisperModels::languages(model) + ")");
     return "Использование: tamvex model status|download|verify|delete [МОДЕЛЬ] [--json]\n"
+           "               tamvex model speed [МОДЕЛЬ] [--again] [--json]: скорость скачанной модели здесь\n"
            "Модели (по умолчанию первая):\n  " +
            names.join("\n  ") + "\n";
 }
@@ -237,6 +243,55 @@ int remove(ModelDownloader& downloader, WhisperModel model, bool json, QTextStre
     return deleted || !present ? 0 : 1;
 }
 
+// The self-test of the settings card, from the terminal: the kept figure, or a measurement.
+int speed(ModelDownloader& downloader, WhisperModel model, bool again, bool json, QTextStream& out,
+          QTextStream& err) {
+    const QString path = downloader.localURL(model);
+    if (!downloader.fileSize(model)) {
+        err << "Модель не загружена: " << path << "\nСначала: tamvex model download " << whisperModels::rawValue(model)
+            << "\n";
+        return 1;
+    }
+    LocalWhisperEngineCache cache([&downloader](WhisperModel m) { return downloader.localURL(m); });
+    WallClock clock;
+    ModelSelfTest selfTest(cache, ModelSpeedRecord(downloader.speedRecordPath()), clock,
+                           LocalHardware::current().backend);
+    const bool measured = again || !selfTest.speed(model);
+    if (measured) {
+        if (!json)
+            err << "Проверяем скорость " << whisperModels::displayName(model) << " на "
+                << selfTest.backend() << "…\n";
+        QEventLoop loop;
+        QObject::connect(&selfTest, &ModelSelfTest::finished, &loop, &QEventLoop::quit);
+        selfTest.request(model, true);
+        if (selfTest.isPending(model))
+            loop.exec();
+    }
+    const std::optional<ModelSpeed> kept = selfTest.speed(model);
+    if (!kept || (measured && !selfTest.failure(model).isEmpty())) {
+        err << "Не удалось проверить скорость: " << selfTest.failure(model) << "\n";
+        return 1;
+    }
+    const double limit = RecordingConstants::transcribeTimeoutSec;
+    const double dictation = kept->secondsFor(speedRuleDictationSeconds);
+    const bool finishes = kept->canFinish(speedRuleDictationSeconds, limit);
+    if (json) {
+        printJson(out, {{"model", whisperModels::rawValue(model)},
+                        {"backend", selfTest.backend()},
+                        {"speech_s", kept->speechSeconds},
+                        {"elapsed_s", kept->elapsedSeconds},
+                        {"measured_now", measured},
+                        {"dictation_20s_s", dictation},
+                        {"finishes_within_limit", finishes}});
+        return 0;
+    }
+    out << whisperModels::displayName(model) << " на " << selfTest.backend() << ": " << kept->text() << ".\n"
+        << "20 с диктовки — около " << QLocale(QLocale::Russian).toString(dictation, 'f', 1) << " с: "
+        << (finishes ? "успевает" : "не успевает") << " за " << limit << " с."
+        << (measured ? "" : " (измерено раньше; заново: --again)") << "\n";
+    return 0;
+}
+
 } // namespace
 
 QString modelProgressLine(double progress, qint64 expectedBytes, int width) {
@@ -254,8 +309,10 @@ int runModelCommand(const QStringList& args, QTextStream& out, QTextStream& err)
 int runModelCommand(const QStringList& args, QTextStream& out, QTextStream& err, ModelDownloader& downloader) {
     QStringList rest = args;
     const bool json = rest.removeAll("--json") > 0;
+    const bool again = rest.removeAll("--again") > 0;
     const QString verb = rest.value(0);
-    if (rest.size() > 2 || !QStringList{"status", "download", "verify", "delete"}.contains(verb)) {
+    if (rest.size() > 2 || !QStringList{"status", "download", "verify", "delete", "speed"}.contains(verb) ||
+        (again && verb != "speed")) {
         err << modelUsage();
         return 2;
     }
@@ -274,6 +331,8 @@ int runModelCommand(const QStringList& args, QTextStream& out, QTextStream& err,
         return download(downloader, model, json, out, err);
     if (verb == "verify")
         return verify(downloader, model, json, out, err);
+    if (verb == "speed")
+        return speed(downloader, model, again, json, out, err);
     return remove(downloader, model, json, out, err);
 }
 

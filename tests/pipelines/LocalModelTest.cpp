@@ -13,6 +13,7 @@
 #include "pipelines/local/AudioSamples.h"
 #include "pipelines/local/LocalModelChoice.h"
 #include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/ModelSpeedRecord.h"
 #include "pipelines/local/WhisperEngine.h"
 #include "pipelines/local/WhisperEngineError.h"
 
@@ -478,6 +479,83 @@ private slots:
         QCOMPARE(whisperModels::mirrorURL(M::parakeetV3Q4).toString(),
                  QString("http://127.0.0.1:9/mirror/ggml-parakeet-tdt-0.6b-v3-q4_0.bin"));
         QCOMPARE(whisperModels::kind(M::parakeetV3Q8), LocalEngineKind::parakeet);
+    }
+
+    // 20 s of dictation within 25 s: 10 s of sample recognised in 12.5 s is exactly on the edge.
+    void speedIsShownForTenSecondsAndJudgedForTwenty() {
+        const struct {
+            double speech, elapsed;
+            QString text;
+            bool finishes;
+        } cases[] = {
+            {10.0, 12.5, "10 с речи — за 13 с", true},
+            {10.0, 12.51, "10 с речи — за 13 с", false},
+            {10.56, 1.4, "10 с речи — за 1,3 с", true},
+            {5.0, 0.7, "10 с речи — за 1,4 с", true},
+            {10.0, 9.949, "10 с речи — за 9,9 с", true},
+            {10.0, 9.96, "10 с речи — за 10 с", true},
+            {10.0, 0.004, "10 с речи — за менее 0,1 с", true},
+            {10.0, 76.0, "10 с речи — за 76 с", false},
+            {0.0, 1.0, "10 с речи — за менее 0,1 с", false}, // no sample: never "fast"
+            {10.0, std::nan(""), "10 с речи — за менее 0,1 с", false},
+        };
+        for (const auto& c : cases) {
+            const ModelSpeed speed{c.speech, c.elapsed};
+            QCOMPARE(speed.text(), c.text);
+            QCOMPARE(speed.canFinish(20.0, 25.0), c.finishes);
+        }
+        QCOMPARE(ModelSpeed({10.0, 3.0}).secondsFor(20.0), 6.0);
+
+        // The fastest that finishes, and a proposal measured too slow gives way to it.
+        using M = WhisperModel;
+        const QMap<M, ModelSpeed> speeds{{M::largeV3TurboQ5, {10.0, 76.0}},
+                                         {M::parakeetV3Q8, {10.0, 3.3}},
+                                         {M::parakeetV3Q4, {10.0, 2.2}},
+                                         {M::mediumQ5, {10.0, 40.0}}};
+        QCOMPARE(fastestModelThatCanFinish(speeds, 20.0, 25.0), std::optional(M::parakeetV3Q4));
+        QCOMPARE(fastestModelThatCanFinish({{M::largeV3TurboQ5, {10.0, 76.0}}}, 20.0, 25.0), std::nullopt);
+        const struct {
+            M proposal;
+            QMap<M, ModelSpeed> speeds;
+            M expected;
+        } proposals[] = {
+            {M::largeV3TurboQ5, speeds, M::parakeetV3Q4},
+            {M::largeV3TurboQ5, {}, M::largeV3TurboQ5},                               // not measured
+            {M::largeV3TurboQ5, {{M::largeV3TurboQ5, {10.0, 12.5}}}, M::largeV3TurboQ5}, // fast enough
+            {M::largeV3TurboQ5, {{M::largeV3TurboQ5, {10.0, 76.0}}}, M::largeV3TurboQ5}, // nothing better
+            {M::parakeetV3Q8, speeds, M::parakeetV3Q8},
+        };
+        for (const auto& c : proposals)
+            QCOMPARE(whisperModels::rawValue(correctedBySpeed(c.proposal, c.speeds, 20.0, 25.0)),
+                     whisperModels::rawValue(c.expected));
+    }
+
+    // Kept per model and backend; a file that isn't what we wrote counts as empty and is
+    // written over; a folder that can't be written says so.
+    void speedsAreKeptPerBackendAndABadFileIsMeasuredAgain() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("data/model-speeds.json");
+        ModelSpeedRecord record(path);
+        QCOMPARE(record.speed(WhisperModel::baseQ5_1, "CPU"), std::nullopt);
+        QVERIFY(record.store(WhisperModel::baseQ5_1, "CPU", {10.56, 3.1}));
+        QVERIFY(record.store(WhisperModel::baseQ5_1, "Vulkan0 (Radeon)", {10.56, 0.2}));
+        QVERIFY(record.store(WhisperModel::parakeetV3Q4, "CPU", {10.56, 2.2}));
+        QVERIFY(record.store(WhisperModel::baseQ5_1, "CPU", {10.56, 2.9})); // measured again
+        ModelSpeedRecord reread(path);
+        QCOMPARE(reread.speed(WhisperModel::baseQ5_1, "CPU"), std::optional(ModelSpeed{10.56, 2.9}));
+        QCOMPARE(reread.speed(WhisperModel::baseQ5_1, "Vulkan0 (Radeon)"), std::optional(ModelSpeed{10.56, 0.2}));
+        QCOMPARE(reread.speeds("CPU").keys(), (QList<WhisperModel>{WhisperModel::parakeetV3Q4, WhisperModel::baseQ5_1}));
+
+        for (const QByteArray& bad : {QByteArray("{not json"), QByteArray("[1,2]"),
+                                      QByteArray(R"({"models":{"ggml-base-q5_1":{"CPU":{"speech_s":"x"}}}})")}) {
+            QVERIFY(writeFile(path, bad));
+            QVERIFY(reread.speeds("CPU").isEmpty());
+            QVERIFY(reread.store(WhisperModel::mediumQ5, "CPU", {10.0, 40.0}));
+            QCOMPARE(reread.speeds("CPU").keys(), QList<WhisperModel>{WhisperModel::mediumQ5});
+        }
+        LogCapture log;
+        QVERIFY(!ModelSpeedRecord("/dev/full/model-speeds.json").store(WhisperModel::mediumQ5, "CPU", {10.0, 40.0}));
+        QVERIFY2(log.lines().join('\n').contains("can't keep the speed of ggml-medium-q5_0"), qPrintable(log.lines().join('\n')));
     }
 
     void threadsLeaveTwoProcessorsAndStopAtEight() {

@@ -11,11 +11,17 @@
 #include "pipelines/local/WhisperEngineError.h"
 #include "pipelines/local/LocalEngine.h"
 #include "pipelines/local/LocalModelFile.h"
+#include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/ModelSelfTest.h"
 #include "pipelines/local/ParakeetEngine.h"
 #include "pipelines/local/ParakeetEngineError.h"
 #include "pipelines/local/SpeechDetector.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTest>
@@ -261,6 +267,72 @@ private slots:
         const CommandOutput refused = transcribeLocal({speech, "--model", speech, "--no-vad"});
         QCOMPARE(refused.code, 1);
         QVERIFY2(refused.err.startsWith("Не получилось загрузить модель: "), qPrintable(refused.err));
+    }
+
+    // The bundled sample through the model's engine, once per model and backend; a model that
+    // fails says why and is tried again only when asked.
+    void selfTestMeasuresOncePerBackendAndSaysWhyItFailed() {
+        if (const QString why = missing({"for-tests-ggml-parakeet-tdt.bin"}, true); !why.isEmpty())
+            QSKIP(qPrintable(why));
+        QTemporaryDir data;
+        const QString junk = data.filePath("junk.bin");
+        QVERIFY(writeFile(junk, QByteArray(4096, 'x')));
+        LocalWhisperEngineCache cache([&](WhisperModel m) {
+            return m == WhisperModel::parakeetV3Q4 ? testData("for-tests-ggml-parakeet-tdt.bin") : junk;
+        });
+        const QString record = data.filePath("model-speeds.json");
+        WallClock clock;
+        std::optional<ModelSpeed> measured;
+        {
+            ModelSelfTest selfTest(cache, ModelSpeedRecord(record), clock, "CPU");
+            QSignalSpy finished(&selfTest, &ModelSelfTest::finished);
+            selfTest.request(WhisperModel::parakeetV3Q4);
+            selfTest.request(WhisperModel::baseQ5_1);
+            selfTest.request(WhisperModel::parakeetV3Q4); // already queued
+            QVERIFY(selfTest.isPending(WhisperModel::parakeetV3Q4) && selfTest.isPending(WhisperModel::baseQ5_1));
+            QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 2, 60000);
+            measured = selfTest.speed(WhisperModel::parakeetV3Q4);
+            QVERIFY(measured && measured->elapsedSeconds > 0.0);
+            QVERIFY2(std::abs(measured->speechSeconds - 10.56) < 0.05, qPrintable(QString::number(measured->speechSeconds)));
+            QVERIFY(!selfTest.speed(WhisperModel::baseQ5_1));
+            QVERIFY2(selfTest.failure(WhisperModel::baseQ5_1).startsWith("Не получилось загрузить модель"),
+                     qPrintable(selfTest.failure(WhisperModel::baseQ5_1)));
+            selfTest.request(WhisperModel::baseQ5_1);
+            QVERIFY(!selfTest.isPending(WhisperModel::baseQ5_1));
+            selfTest.request(WhisperModel::baseQ5_1, true);
+            QVERIFY(selfTest.isPending(WhisperModel::baseQ5_1) && selfTest.failure(WhisperModel::baseQ5_1).isEmpty());
+            QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 3, 60000);
+        }
+        // The next run finds the speed kept and measures nothing; a graphics device measures anew.
+        ModelSelfTest next(cache, ModelSpeedRecord(record), clock, "CPU");
+        QCOMPARE(next.speed(WhisperModel::parakeetV3Q4), measured);
+        next.request(WhisperModel::parakeetV3Q4);
+        QVERIFY(!next.isPending(WhisperModel::parakeetV3Q4));
+        ModelSelfTest gpu(cache, ModelSpeedRecord(record), clock, "Vulkan0 (Radeon)");
+        QSignalSpy gpuFinished(&gpu, &ModelSelfTest::finished);
+        gpu.request(WhisperModel::parakeetV3Q4);
+        QVERIFY(gpu.isPending(WhisperModel::parakeetV3Q4));
+        QTRY_COMPARE_WITH_TIMEOUT(gpuFinished.size(), 1, 60000);
+        QVERIFY(ModelSpeedRecord(record).speed(WhisperModel::parakeetV3Q4, "Vulkan0 (Radeon)"));
+
+        // The same from the terminal: measured once, then the kept figure; a missing model says how to get it.
+        ModelDownloader downloader(Paths::under(data.filePath("cli")), clock);
+        QVERIFY(QDir().mkpath(downloader.modelsDirectory()));
+        QVERIFY(QFile::copy(testData("for-tests-ggml-parakeet-tdt.bin"), downloader.localURL(WhisperModel::parakeetV3Q4)));
+        auto speed = [&](const QStringList& args) {
+            return captureCommand([&](QTextStream& out, QTextStream& err) { return runModelCommand(args, out, err, downloader); });
+        };
+        for (const bool measuredNow : {true, false}) {
+            const CommandOutput run = speed({"speed", "ggml-parakeet-tdt-0.6b-v3-q4_0", "--json"});
+            QVERIFY2(run.code == 0, qPrintable(run.err));
+            const QJsonObject o = QJsonDocument::fromJson(run.out.toUtf8()).object();
+            QCOMPARE(o.value("measured_now").toBool(), measuredNow);
+            QVERIFY(o.value("finishes_within_limit").toBool() && o.value("elapsed_s").toDouble() > 0.0);
+        }
+        const CommandOutput missingModel = speed({"speed", "ggml-base-q5_1"});
+        QCOMPARE(missingModel.code, 1);
+        QVERIFY2(missingModel.err.endsWith("Сначала: tamvex model download ggml-base-q5_1\n"), qPrintable(missingModel.err));
+        QCOMPARE(speed({"status", "--again"}).code, 2);
     }
 
     void silenceAndNoiseNeverReachTheRecogniser() {

@@ -23,6 +23,14 @@ WhisperModel chooseLocalModel(std::optional<WhisperModel> chosen, const std::fun
     return onProcessor && hardware.parakeetAvailable ? WhisperModel::parakeetV3Q4 : WhisperModel::largeV3TurboQ5;
 }
 
+WhisperModel correctedBySpeed(WhisperModel proposal, const QMap<WhisperModel, ModelSpeed>& speeds,
+                              double dictationSeconds, double limitSeconds) {
+    const auto measured = speeds.constFind(proposal);
+    if (measured == speeds.cend() || measured->canFinish(dictationSeconds, limitSeconds))
+        return proposal;
+    return fastestModelThatCanFinish(speeds, dictationSeconds, limitSeconds).value_or(proposal);
+}
+
 WhisperModel chooseLocalModelIn(std::optional<WhisperModel> chosen, const QString& modelsDirectory) {
     return chooseLocalModel(
         chosen,

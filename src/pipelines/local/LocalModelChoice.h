@@ -1,6 +1,9 @@
 #pragma once
 
+#include "pipelines/local/ModelSpeed.h"
 #include "pipelines/local/WhisperModel.h"
+
+#include <QMap>
 
 #include <QString>
 
@@ -24,6 +27,12 @@ struct LocalHardware {
 /// processor. `present` says whether a model's file is in the models folder.
 WhisperModel chooseLocalModel(std::optional<WhisperModel> chosen, const std::function<bool(WhisperModel)>& present,
                               const LocalHardware& hardware);
+
+/// `proposal` corrected by what this machine measured: when it was measured too slow for a
+/// `dictationSeconds` dictation within `limitSeconds`, the fastest measured model that is fast
+/// enough, if there is one.
+WhisperModel correctedBySpeed(WhisperModel proposal, const QMap<WhisperModel, ModelSpeed>& speeds,
+                              double dictationSeconds, double limitSeconds);
 
 /// The same, looking for the files in `modelsDirectory` on this build's hardware.
 WhisperModel chooseLocalModelIn(std::optional<WhisperModel> chosen, const QString& modelsDirectory);

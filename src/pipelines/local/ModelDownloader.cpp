@@ -95,6 +95,10 @@ ModelDownloader& ModelDownloader::shared() {
     return *instance;
 }
 
+QString ModelDownloader::speedRecordPath() const {
+    return m_paths.dataFile(QStringLiteral("model-speeds.json"));
+}
+
 ModelDescriptor ModelDownloader::descriptor(WhisperModel model) const {
     return m_describe ? m_describe(model) : whisperModels::descriptor(model);
 }

@@ -58,6 +58,8 @@ public:
     std::optional<qint64> fileSize(WhisperModel model) const;
     /// The folder of model files, created when missing (a failure shows later).
     QString modelsDirectory() const;
+    /// Where the models' measured speeds are kept (ModelSpeedRecord).
+    QString speedRecordPath() const;
     /// Where the model's file lives.
     QString localURL(WhisperModel model) const;
     /// Where a transfer keeps what it received until the file is whole.
