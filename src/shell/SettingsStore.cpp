@@ -133,10 +133,13 @@ void SettingsStore::setLocalSpeechDetection(bool value) {
     m_defaults.setBool(K::localSpeechDetection, value);
 }
 
-void SettingsStore::setLocalModel(WhisperModel value) {
-    if (assign(m_localModel, std::optional<WhisperModel>(value)))
+void SettingsStore::setLocalModel(std::optional<WhisperModel> value) {
+    if (assign(m_localModel, value))
         emit changed();
-    m_defaults.setString(K::localModel, whisperModels::rawValue(value));
+    if (value)
+        m_defaults.setString(K::localModel, whisperModels::rawValue(*value));
+    else
+        m_defaults.remove(K::localModel);
 }
 
 void SettingsStore::setOptionalDate(std::optional<QDateTime>& field, const QString& key,

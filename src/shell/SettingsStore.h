@@ -86,7 +86,8 @@ public:
     /// The local model the user chose, none before a choice.
     std::optional<WhisperModel> localModel() const { return m_localModel; }
     void setLocalSpeechDetection(bool value);
-    void setLocalModel(WhisperModel value);
+    /// None forgets the choice: the local road then takes a model on disk, or proposes one.
+    void setLocalModel(std::optional<WhisperModel> value);
 
     /// Brings the login item in line with launchAtLogin; failures are logged only.
     void syncLaunchAtLogin();

@@ -2,6 +2,7 @@
 
 #include "core/AppState.h"
 #include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/ModelSelfTest.h"
 #include "pipelines/ServiceHosts.h"
 #include "platform/Log.h"
 #include "shell/SettingsStore.h"
@@ -40,6 +41,7 @@ ShellWindows::ShellWindows(AppState& state, Config config, const MicrophoneAcces
     hooks.input = &input;
     // The application's one downloader, which the local engine also looks at.
     hooks.models = config.models ? config.models : &ModelDownloader::shared();
+    hooks.selfTest = config.selfTest || config.models ? config.selfTest : &ModelSelfTest::shared();
     ModelDownloader& models = *hooks.models;
     m_main = std::make_unique<MainWindowController>(state, std::move(hooks));
     m_welcome = std::make_unique<WelcomeWindowController>(state, m_forms, microphone, input, models,

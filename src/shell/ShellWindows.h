@@ -19,6 +19,7 @@ class AppState;
 class InputAccess;
 class MicrophoneAccess;
 class ModelDownloader;
+class ModelSelfTest;
 
 /// The two windows and what opens them, for AppDelegate to make once at launch:
 /// the six open actions, the reopen rule, the sign-in return, and the welcome window at
@@ -35,6 +36,8 @@ public:
         QUrl topUpUrl;                         ///< the service's top-up page
         QString telegramContact;               ///< empty: ServiceHosts::telegramContact()
         ModelDownloader* models = nullptr;     ///< null: ModelDownloader::shared()
+        /// Measures the models' speed; null with null `models`: ModelSelfTest::shared().
+        ModelSelfTest* selfTest = nullptr;
     };
 
     ShellWindows(AppState& state, Config config, const MicrophoneAccess& microphone, InputAccess& input,

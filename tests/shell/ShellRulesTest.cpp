@@ -6,6 +6,8 @@
 #include "shell/main/HistoryRows.h"
 #include "shell/main/PermissionPoll.h"
 #include "shell/main/RetryingIds.h"
+#include "pipelines/local/LocalWhisperEngineCache.h"
+#include "pipelines/local/ModelSelfTest.h"
 #include "shell/settings/LocalModelSection.h"
 #include "shell/welcome/OnboardingRoad.h"
 #include "shell/welcome/PermissionsCheck.h"
@@ -274,6 +276,107 @@ private slots:
         section.press();
         QCOMPARE(downloader.state(), S::idle());
         QCOMPARE(section.phase(), QString("notDownloaded"));
+    }
+
+    // Every model's line: what it says and which buttons it has, by download, file and speed.
+    void localModelListShowsEachModelsStateSizeAndSpeed() {
+        using S = ModelDownloadState;
+        using M = WhisperModel;
+        using In = LocalModelSection::EntryInput;
+        auto summary = [](const LocalModelSection::Entry& e) {
+            QStringList buttons;
+            for (const auto& [on, name] : {std::pair{e.canDownload, "download"}, {e.canCancel, "cancel"},
+                                           {e.canChoose, "choose"}, {e.canDelete, "delete"}, {e.canMeasure, "measure"}})
+                if (on)
+                    buttons << name;
+            return QStringList{e.tag, e.phase, e.status, e.speed, e.slow ? "slow" : "", buttons.join(',')}.join(" | ");
+        };
+        const struct {
+            In in;
+            QString expected;
+        } cases[] = {
+            {In{.model = M::baseQ5_1}, " | notDownloaded | Не скачана |  |  | download"},
+            {In{.model = M::baseQ5_1, .inUse = true, .otherTransfer = true}, "рекомендуем | notDownloaded | Не скачана |  |  | "},
+            {In{.model = M::parakeetV3Q4, .state = S::downloading(0.429)}, " | downloading | Скачивается · 42% |  |  | cancel"},
+            {In{.model = M::baseQ5_1, .state = S::verifying()}, " | verifying | Проверяем целостность файла… |  |  | "},
+            {In{.model = M::baseQ5_1, .state = S::failed("Нет сети")},
+             " | failed | Ошибка скачивания: Нет сети |  |  | download"},
+            {In{.model = M::baseQ5_1, .fileSize = 59707625, .inUse = true},
+             "используется | ready | Скачана | Скорость ещё не проверена |  | choose,delete,measure"},
+            {In{.model = M::baseQ5_1, .fileSize = 59707625, .measuring = true},
+             " | ready | Скачана | Проверяем скорость на этом компьютере… |  | choose,delete"},
+            {In{.model = M::largeV3TurboQ5, .fileSize = 574041195, .speed = ModelSpeed{10.56, 80.3}, .chosen = true},
+             "выбрана | ready | Скачана | 10 с речи — за 76 с | slow | delete,measure"},
+            {In{.model = M::parakeetV3Q4, .fileSize = 355615679, .speed = ModelSpeed{10.56, 1.4}},
+             " | ready | Скачана | 10 с речи — за 1,3 с |  | choose,delete,measure"},
+            {In{.model = M::mediumQ5, .fileSize = 539212467, .measureFailure = "нет памяти"},
+             " | ready | Скачана | Скорость не проверена: нет памяти |  | choose,delete,measure"},
+        };
+        for (const auto& c : cases)
+            QCOMPARE(summary(LocalModelSection::entryFor(c.in)), c.expected);
+        QCOMPARE(LocalModelSection::entryFor(In{.model = M::parakeetV3Q8}).details, QString("669 МБ · 25 европейских языков"));
+
+        // The warning: only for a chosen model measured too slow, naming the fastest that keeps up.
+        const QString turboSlow = "Whisper Large V3 Turbo (Q5) не успевает на этом компьютере: 20 с диктовки "
+                                  "распознаются около 152 с, а предел — 25 с.";
+        QMap<M, ModelSpeed> all;
+        for (M m : whisperModels::all())
+            all.insert(m, {10.0, 40.0});
+        const struct {
+            M chosen;
+            QMap<M, ModelSpeed> speeds;
+            QString warning;
+        } warnings[] = {
+            {M::largeV3TurboQ5,
+             {{M::largeV3TurboQ5, {10.0, 76.0}}, {M::parakeetV3Q8, {10.0, 3.3}}, {M::parakeetV3Q4, {10.0, 2.2}}},
+             turboSlow + " Успевает Parakeet TDT 0.6B v3 (Q4): 10 с речи — за 2,2 с."},
+            {M::largeV3TurboQ5, {{M::largeV3TurboQ5, {10.0, 76.0}}},
+             turboSlow + " Ни одна из проверенных моделей не успевает — попробуйте Whisper Base (Q5_1)."},
+            {M::mediumQ5, all,
+             "Whisper Medium (Q5) не успевает на этом компьютере: 20 с диктовки распознаются около 80 с, а предел — "
+             "25 с. Ни одна модель не успевает здесь — для диктовки выберите облачный режим."},
+            {M::largeV3TurboQ5, {{M::largeV3TurboQ5, {10.0, 12.5}}}, ""}, // 25 s: on the edge, keeps up
+            {M::largeV3TurboQ5, {{M::parakeetV3Q4, {10.0, 2.2}}}, ""},    // not measured
+        };
+        for (const auto& w : warnings)
+            QCOMPARE(LocalModelSection::warningFor(w.chosen, w.speeds), w.warning);
+
+        // The buttons over a real folder: choosing needs the file; deleting takes one model's
+        // file and nothing else, and forgets the choice it was.
+        AppFixture fx;
+        SettingsStore& settings = fx.state->settings();
+        ModelDownloader downloader(fx.state->environment().paths, fx.clock);
+        for (M m : {M::largeV3TurboQ5, M::baseQ5_1})
+            QVERIFY(writeFile(downloader.localURL(m), "model"));
+        const QString notes = downloader.modelsDirectory() + "/my-own-model.bin";
+        QVERIFY(writeFile(notes, "mine"));
+        QTemporaryDir data;
+        ModelSpeedRecord record(data.filePath("model-speeds.json"));
+        QVERIFY(record.store(M::largeV3TurboQ5, "CPU", {10.0, 76.0}) && record.store(M::baseQ5_1, "CPU", {10.0, 3.1}));
+        LocalWhisperEngineCache cache([&](M m) { return downloader.localURL(m); });
+        ModelSelfTest selfTest(cache, record, fx.clock, "CPU");
+        LocalModelSection section(downloader, &selfTest);
+        section.followSettings(settings);
+        section.refresh(); // both are measured already: nothing is queued
+        QVERIFY(!selfTest.isPending(M::largeV3TurboQ5) && !selfTest.isPending(M::baseQ5_1));
+        QVERIFY(section.warning().isEmpty()); // nothing chosen yet
+        section.choose("ggml-parakeet-tdt-0.6b-v3-q4_0"); // not downloaded
+        section.choose("no-such-model");
+        QCOMPARE(settings.localModel(), std::nullopt);
+        section.choose("ggml-large-v3-turbo-q5_0");
+        QCOMPARE(settings.localModel(), std::optional(M::largeV3TurboQ5));
+        QVERIFY(section.entries().at(0).chosen && section.entries().at(0).slow);
+        QVERIFY2(section.warning().endsWith("Успевает Whisper Base (Q5_1): 10 с речи — за 3,1 с."),
+                 qPrintable(section.warning()));
+        section.remove("ggml-large-v3-turbo-q5_0");
+        QVERIFY(!QFile::exists(downloader.localURL(M::largeV3TurboQ5)));
+        QVERIFY(QFile::exists(downloader.localURL(M::baseQ5_1)) && QFile::exists(notes));
+        QCOMPARE(settings.localModel(), std::nullopt);
+        QVERIFY(section.warning().isEmpty());
+        // With no choice the model on disk is the card's, and the entry of the deleted one offers its download.
+        QCOMPARE(section.model(), M::baseQ5_1);
+        QCOMPARE(section.entries().at(0).phase, QString("notDownloaded"));
+        QCOMPARE(section.entries().at(4).tag, QString("используется"));
     }
 
     void advanceWalksTheStepsAndFinishes() {

@@ -3,7 +3,9 @@
 #include "account/AccountStore.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
+#include "pipelines/local/LocalWhisperEngineCache.h"
 #include "pipelines/local/ModelDownloader.h"
+#include "pipelines/local/ModelSelfTest.h"
 #include "platform/MicrophoneAccess.h"
 #include "shell/SettingsStore.h"
 #include "shell/ShellWindows.h"
@@ -47,12 +49,16 @@ struct WindowFixture {
     ModelDownloader models{app.state->environment().paths, app.clock, nullptr, [this](WhisperModel model) {
                                return describeModel ? describeModel(model) : whisperModels::descriptor(model);
                            }};
+    /// The models' speeds, kept in the sandbox; a file there is measured when the pane appears.
+    LocalWhisperEngineCache modelCache{[this](WhisperModel model) { return models.localURL(model); }};
+    ModelSelfTest selfTest{modelCache, ModelSpeedRecord(models.speedRecordPath()), app.clock, QStringLiteral("CPU")};
     ShellWindows windows{*app.state,
                          ShellWindows::Config{.toggleRecording = [] {},
                                               .openUrl = [](const QUrl&) { return true; },
                                               .yandexHost = QUrl("http://127.0.0.1:9"),
                                               .topUpUrl = QUrl("http://127.0.0.1:9/topup"),
-                                              .models = &models},
+                                              .models = &models,
+                                              .selfTest = &selfTest},
                          microphone, input};
 
     /// A week of sample dictations and the insights computed from them.

@@ -45,7 +45,8 @@ QString MainWindowModel::section() const {
 SettingsPaneModel* MainWindowModel::settingsPane() {
     if (!m_settingsPane)
         m_settingsPane =
-            std::make_unique<SettingsPaneModel>(m_state, *m_hooks.microphone, *m_hooks.input, *m_hooks.models);
+            std::make_unique<SettingsPaneModel>(m_state, *m_hooks.microphone, *m_hooks.input, *m_hooks.models,
+                                                          m_hooks.selfTest);
     return m_settingsPane.get();
 }
 

@@ -19,6 +19,7 @@ namespace tamvex {
 class AppState;
 class InputAccess;
 class MicrophoneAccess;
+class ModelSelfTest;
 class ModelDownloader;
 class SettingsStore;
 
@@ -68,6 +69,7 @@ public:
         const MicrophoneAccess* microphone = nullptr; ///< the settings' microphone row
         const InputAccess* input = nullptr;           ///< the settings' input access row
         ModelDownloader* models = nullptr;            ///< the local model card
+        ModelSelfTest* selfTest = nullptr;            ///< its speeds; none: not measured
     };
 
     /// The model over `state`; the hooks' microphone, input and models must be set.

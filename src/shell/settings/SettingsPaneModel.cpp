@@ -8,9 +8,9 @@
 namespace tamvex {
 
 SettingsPaneModel::SettingsPaneModel(AppState& state, const MicrophoneAccess& microphone, const InputAccess& input,
-                                     ModelDownloader& models, QObject* parent)
+                                     ModelDownloader& models, ModelSelfTest* selfTest, QObject* parent)
     : QObject(parent), m_state(state),
-      m_recorder(state.shortcuts(), KeyboardShortcuts::sorvelRecordAlternative), m_localModel(models),
+      m_recorder(state.shortcuts(), KeyboardShortcuts::sorvelRecordAlternative), m_localModel(models, selfTest),
       m_microphone(state.clock(), PermissionRow::microphoneSpec(microphone)),
       m_input(state.clock(), PermissionRow::inputSpec(input)) {
     m_localModel.followSettings(state.settings());

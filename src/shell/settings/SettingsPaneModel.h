@@ -16,6 +16,7 @@ class AppState;
 class InputAccess;
 class MicrophoneAccess;
 class ModelDownloader;
+class ModelSelfTest;
 
 /// What the settings pane needs beyond the settings store: the shortcut recorder, whether
 /// FN can be heard here, the local model, the permission rows and the quit choices.
@@ -39,7 +40,7 @@ class SettingsPaneModel : public QObject {
     Q_PROPERTY(QVariantList quitChoices READ quitChoices CONSTANT)
 public:
     SettingsPaneModel(AppState& state, const MicrophoneAccess& microphone, const InputAccess& input,
-                      ModelDownloader& models, QObject* parent = nullptr);
+                      ModelDownloader& models, ModelSelfTest* selfTest = nullptr, QObject* parent = nullptr);
 
     KeyboardShortcuts::Recorder* recorder() { return &m_recorder; }
     bool functionKeyAvailable() const;
