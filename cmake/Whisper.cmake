@@ -93,6 +93,14 @@ else()
         message(FATAL_ERROR "TAMVEX_WHISPER_VULKAN needs the Vulkan headers, glslc and the SPIR-V headers "
                             "(Debian 12: apt-get install libvulkan-dev glslc spirv-headers)")
       endif()
+      # The backend names VK_EXT_layer_settings, which the headers carry from 1.3.272 on; with
+      # older ones (Debian 12 has 1.3.239) it fails deep in the build, so say it here.
+      if(Vulkan_VERSION VERSION_LESS 1.3.272)
+        message(FATAL_ERROR "TAMVEX_WHISPER_VULKAN: whisper.cpp ${TAMVEX_WHISPER_VERSION}'s Vulkan backend needs Vulkan "
+                            "headers 1.3.272 or newer, and ${Vulkan_INCLUDE_DIRS} has ${Vulkan_VERSION}. Point "
+                            "-DVulkan_INCLUDE_DIR at newer headers (LunarG's Vulkan SDK; Debian 13's libvulkan-dev) "
+                            "or build without it.")
+      endif()
     endif()
     tamvex_build_whisper()
     set(TAMVEX_WHISPER_TARGET whisper)
