@@ -10,6 +10,7 @@
 #include "platform/Error.h"
 #include "platform/Log.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryFile>
 
@@ -70,7 +71,7 @@ QString ModelSelfTest::samplePath() {
         return m_sample->fileName();
     initSampleResource();
     QFile resource(QStringLiteral(":/selftest/speech-sample-ru.ogg"));
-    auto file = std::make_unique<QTemporaryFile>(QStringLiteral("tamvex-speech-sample-XXXXXX.ogg"));
+    auto file = std::make_unique<QTemporaryFile>(QDir::tempPath() + QStringLiteral("/tamvex-speech-sample-XXXXXX.ogg"));
     if (!resource.open(QIODevice::ReadOnly) || !file->open() || file->write(resource.readAll()) != resource.size() ||
         !file->flush())
         throw WhisperEngineError::audioReadFailed(QStringLiteral("не удалось подготовить образец речи: ") +
@@ -115,6 +116,8 @@ QCoro::Task<void> ModelSelfTest::drain() {
         emit finished(model);
         emit changed();
     }
+    // The shared instance lives as long as the process: the sample's file goes with the queue.
+    m_sample.reset();
     m_draining = false;
 }
 
