@@ -289,7 +289,7 @@ private slots:
                                            {e.canChoose, "choose"}, {e.canDelete, "delete"}, {e.canMeasure, "measure"}})
                 if (on)
                     buttons << name;
-            return QStringList{e.tag, e.phase, e.status, e.speed, e.slow ? "slow" : "", buttons.join(',')}.join(" | ");
+            return QStringList{e.tag + (e.current ? "*" : ""), e.phase, e.status, e.speed, e.slow ? "slow" : "", buttons.join(',')}.join(" | ");
         };
         const struct {
             In in;
@@ -302,11 +302,11 @@ private slots:
             {In{.model = M::baseQ5_1, .state = S::failed("Нет сети")},
              " | failed | Ошибка скачивания: Нет сети |  |  | download"},
             {In{.model = M::baseQ5_1, .fileSize = 59707625, .inUse = true},
-             "используется | ready | Скачана | Скорость ещё не проверена |  | choose,delete,measure"},
+             "используется* | ready | Скачана | Скорость ещё не проверена |  | choose,delete,measure"},
             {In{.model = M::baseQ5_1, .fileSize = 59707625, .measuring = true},
              " | ready | Скачана | Проверяем скорость на этом компьютере… |  | choose,delete"},
             {In{.model = M::largeV3TurboQ5, .fileSize = 574041195, .speed = ModelSpeed{10.56, 80.3}, .chosen = true},
-             "выбрана | ready | Скачана | 10 с речи — за 76 с | slow | delete,measure"},
+             "выбрана* | ready | Скачана | 10 с речи — за 76 с | slow | delete,measure"},
             {In{.model = M::parakeetV3Q4, .fileSize = 355615679, .speed = ModelSpeed{10.56, 1.4}},
              " | ready | Скачана | 10 с речи — за 1,3 с |  | choose,delete,measure"},
             {In{.model = M::mediumQ5, .fileSize = 539212467, .measureFailure = "нет памяти"},

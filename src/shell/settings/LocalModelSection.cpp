@@ -42,6 +42,7 @@ QVariantMap LocalModelSection::Entry::toMap() const {
             {QStringLiteral("speed"), speed},
             {QStringLiteral("progress"), progress},
             {QStringLiteral("chosen"), chosen},
+            {QStringLiteral("current"), current},
             {QStringLiteral("slow"), slow},
             {QStringLiteral("canDownload"), canDownload},
             {QStringLiteral("canCancel"), canCancel},
@@ -88,6 +89,7 @@ LocalModelSection::Entry LocalModelSection::entryFor(const EntryInput& in) {
         return e;
     }
     e.phase = QStringLiteral("ready");
+    e.current = in.chosen || in.inUse;
     e.status = QStringLiteral("Скачана");
     e.canChoose = !in.chosen;
     e.canDelete = true;

@@ -91,6 +91,7 @@ public:
         QString speed;   ///< the measured speed, or what the self-test is doing
         double progress = 0.0;
         bool chosen = false;
+        bool current = false; ///< a dictation now would use it: chosen, or taken from the folder
         bool slow = false; ///< measured too slow for a 20 s dictation within the limit
         bool canDownload = false;
         bool canCancel = false;

@@ -92,9 +92,9 @@ GlassCard {
             SymbolIcon {
                 Layout.alignment: Qt.AlignTop
                 Layout.topMargin: 2
-                name: entry.modelData.chosen ? "checkmark.circle.fill" : "circle"
+                name: entry.modelData.current ? "checkmark.circle.fill" : "circle"
                 size: 16
-                color: entry.modelData.chosen ? Theme.accent : Theme.secondary
+                color: entry.modelData.current ? Theme.accent : Theme.secondary
             }
             ColumnLayout {
                 Layout.fillWidth: true
@@ -162,7 +162,6 @@ GlassCard {
             ActionButton {
                 visible: entry.confirming
                 text: "Удалить"
-                Material.accent: Theme.orange
                 highlighted: true
                 onClicked: { entry.confirming = false; card.section.remove(entry.modelData.key) }
             }
