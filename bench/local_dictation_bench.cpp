@@ -3,9 +3,10 @@
 // speech on a manual clock, so the recording takes no real time; what is measured is what the
 // user waits for after letting go.
 //
-// TAMVEX_BENCH_MODEL names the whisper model file (any size or type; random weights of the
-// real layout measure the real compute). The first dictation loads the model and the second
-// reuses it: both are reported, for a 5 s and a 20 s recording.
+// TAMVEX_BENCH_MODEL names the model file, whisper or Parakeet (any size or type; random
+// weights of the real layout measure the real compute). The first dictation loads the model
+// and the second reuses it: both are reported, for a 5 s and a 20 s recording, each with the
+// speech detector before the engine and without it.
 #include "BenchSupport.h"
 #include "core/RecordingCoordinator.h"
 #include "desktop/AudioInputFile.h"
@@ -33,13 +34,17 @@ using namespace tamvex::bench;
 
 namespace {
 
-// The one file name the local preset looks for, linked to the model under test in `dataDir`.
+// The file the local preset takes when nothing is chosen, linked to the model under test in
+// `dataDir`, with the speech detector beside it.
 void linkModel(const QString& model, const QString& dataDir) {
     const QString models = dataDir + "/models";
     QDir().mkpath(models);
-    const QString target = models + "/ggml-large-v3-turbo-q5_0.bin";
-    QFile::remove(target);
-    QFile::link(QFileInfo(model).absoluteFilePath(), target);
+    for (const auto& [source, name] :
+         {std::pair{QFileInfo(model).absoluteFilePath(), QStringLiteral("ggml-large-v3-turbo-q5_0.bin")},
+          {QStringLiteral(TAMVEX_TESTDATA_DIR "/ggml-silero-v6.2.0.bin"), QStringLiteral("ggml-silero-v6.2.0.bin")}}) {
+        QFile::remove(models + "/" + name);
+        QFile::link(source, models + "/" + name);
+    }
 }
 
 struct Rig {
@@ -88,6 +93,7 @@ void BM_LocalDictation(benchmark::State& state) {
     }
     const double seconds = double(state.range(0));
     Rig rig(seconds);
+    rig.fixture.state->settings().setLocalSpeechDetection(state.range(1) != 0);
     // Where the dictation looks for the file, and where the process-wide engine cache does.
     linkModel(model, rig.fixture.env.paths.dataDir);
     linkModel(model, qEnvironmentVariable("XDG_DATA_HOME") + "/Tamv");
@@ -110,7 +116,10 @@ void BM_LocalDictation(benchmark::State& state) {
     state.counters["first_s"] = first;
     state.counters["first_loads_model"] = cold ? 1 : 0;
 }
-BENCHMARK(BM_LocalDictation)->Arg(5)->Arg(20)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_LocalDictation)
+    ->ArgNames({"seconds", "detector"})
+    ->ArgsProduct({{5, 20}, {0, 1}})
+    ->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
 } // namespace
 
