@@ -116,10 +116,17 @@ void BM_LocalDictation(benchmark::State& state) {
     state.counters["first_s"] = first;
     state.counters["first_loads_model"] = cold ? 1 : 0;
 }
+// Dictations per case: 3, or TAMVEX_BENCH_DICTATIONS (1 for large-v3-turbo on a processor,
+// where one takes over a minute).
+benchmark::IterationCount dictationsPerCase() {
+    const int n = qEnvironmentVariableIntValue("TAMVEX_BENCH_DICTATIONS");
+    return n > 0 ? n : 3;
+}
+
 BENCHMARK(BM_LocalDictation)
     ->ArgNames({"seconds", "detector"})
     ->ArgsProduct({{5, 20}, {0, 1}})
-    ->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+    ->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(dictationsPerCase());
 
 } // namespace
 
