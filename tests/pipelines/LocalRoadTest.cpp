@@ -286,10 +286,10 @@ private slots:
         {
             ModelSelfTest selfTest(cache, ModelSpeedRecord(record), clock, "CPU");
             QSignalSpy finished(&selfTest, &ModelSelfTest::finished);
+            // A load that fails at once may end the measurement inside request(): count endings only.
             selfTest.request(WhisperModel::parakeetV3Q4);
             selfTest.request(WhisperModel::baseQ5_1);
-            selfTest.request(WhisperModel::parakeetV3Q4); // already queued
-            QVERIFY(selfTest.isPending(WhisperModel::parakeetV3Q4) && selfTest.isPending(WhisperModel::baseQ5_1));
+            selfTest.request(WhisperModel::parakeetV3Q4); // queued or kept: not measured twice
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 2, 60000);
             measured = selfTest.speed(WhisperModel::parakeetV3Q4);
             QVERIFY(measured && measured->elapsedSeconds > 0.0);
@@ -299,9 +299,11 @@ private slots:
                      qPrintable(selfTest.failure(WhisperModel::baseQ5_1)));
             selfTest.request(WhisperModel::baseQ5_1);
             QVERIFY(!selfTest.isPending(WhisperModel::baseQ5_1));
+            QCOMPARE(finished.size(), 2);
             selfTest.request(WhisperModel::baseQ5_1, true);
-            QVERIFY(selfTest.isPending(WhisperModel::baseQ5_1) && selfTest.failure(WhisperModel::baseQ5_1).isEmpty());
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 3, 60000);
+            QCOMPARE(finished.at(2).at(0).value<WhisperModel>(), WhisperModel::baseQ5_1);
+            QVERIFY(!selfTest.failure(WhisperModel::baseQ5_1).isEmpty());
         }
         // The next run finds the speed kept and measures nothing; a graphics device measures anew.
         ModelSelfTest next(cache, ModelSpeedRecord(record), clock, "CPU");
@@ -311,7 +313,6 @@ private slots:
         ModelSelfTest gpu(cache, ModelSpeedRecord(record), clock, "Vulkan0 (Radeon)");
         QSignalSpy gpuFinished(&gpu, &ModelSelfTest::finished);
         gpu.request(WhisperModel::parakeetV3Q4);
-        QVERIFY(gpu.isPending(WhisperModel::parakeetV3Q4));
         QTRY_COMPARE_WITH_TIMEOUT(gpuFinished.size(), 1, 60000);
         QVERIFY(ModelSpeedRecord(record).speed(WhisperModel::parakeetV3Q4, "Vulkan0 (Radeon)"));
 
