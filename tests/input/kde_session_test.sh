@@ -42,6 +42,12 @@ settings["KeyboardShortcuts_sorvelRecordAlternative"] = '{"carbonKeyCode":2,"car
 json.dump(settings, open(path, "w"))
 EOF
 
+# The kit looks for Xwayland's display for 10 s; on a loaded machine it can come up later.
+if [ "$mode" = xwayland ]; then
+  for _ in $(seq 300); do [ -S "/tmp/.X11-unix/X${DISPLAY#:}" ] && break; sleep 0.1; done
+  [ -S "/tmp/.X11-unix/X${DISPLAY#:}" ] || fail "Xwayland's display $DISPLAY did not appear within 30 s"
+fi
+
 # %{time boot} is CLOCK_MONOTONIC, as fakekey.py's stamps: the latency is read from one run.
 QT_MESSAGE_PATTERN='%{time boot} %{message}' QT_LOGGING_RULES='com.dovra.tamv.Tamvex.info=true' \
   "$tamvex" --audio-input "$speech" >"$log" 2>&1 &
