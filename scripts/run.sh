@@ -9,6 +9,6 @@ WHISPER_ARCHIVE="$(cd .. && pwd)/shared/deps/whisper.cpp-1.9.3.tar.gz"
 if [ -f "$WHISPER_ARCHIVE" ]; then
   TAMVEX_CMAKE_ARGS="-DTAMVEX_WHISPER_SOURCE=$WHISPER_ARCHIVE ${TAMVEX_CMAKE_ARGS:-}"
 fi
-cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo ${TAMVEX_CMAKE_ARGS:-}
+cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=Release ${TAMVEX_CMAKE_ARGS:-}
 cmake --build "$BUILD_DIR" -j2 --target tamvex
 exec "$BUILD_DIR/src/tamvex" "$@"
