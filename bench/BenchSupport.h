@@ -60,15 +60,20 @@ template <class T> T wait(QCoro::Task<T>&& task) {
     return std::move(*result);
 }
 
-/// The main of a benchmark that measures resident memory: large blocks come straight from
-/// mmap and go back on free, so the resident peak shows each round.
-inline int runMemoryAwareBenchmarks(int argc, char** argv) {
-    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
+/// The main of a benchmark that needs Qt's application object and nothing else.
+inline int runBenchmarks(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;
+}
+
+/// The main of a benchmark that measures resident memory: large blocks come straight from
+/// mmap and go back on free, so the resident peak shows each round.
+inline int runMemoryAwareBenchmarks(int argc, char** argv) {
+    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
+    return runBenchmarks(argc, argv);
 }
 
 } // namespace tamvex::bench

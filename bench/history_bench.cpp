@@ -2,6 +2,7 @@
 // add (upsert + count + prune), the first page, wordsLastWeek, the store's start,
 // the insights computation over one page and over the whole table, and the home pane's list
 // paged from the first page to the last.
+#include "BenchSupport.h"
 #include "history/HistoryDB.h"
 #include "history/HistoryStore.h"
 #include "history/InsightsStore.h"
@@ -157,9 +158,5 @@ BENCHMARK(BM_InsightsCompute)
     ->ReportAggregatesOnly(true);
 
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return tamvex::bench::runBenchmarks(argc, argv);
 }

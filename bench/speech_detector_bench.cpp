@@ -3,6 +3,7 @@
 // before every dictation. The model loads once, outside the timing, as in the application.
 //
 // TAMVEX_BENCH_DETECTOR names the detector file (default: the test data's Silero v6.2.0).
+#include "BenchSupport.h"
 #include "pipelines/local/AudioSamples.h"
 #include "pipelines/local/SpeechDetector.h"
 
@@ -59,9 +60,5 @@ BENCHMARK(BM_SpeechDetector_OneMinute)
 } // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return tamvex::bench::runBenchmarks(argc, argv);
 }

@@ -5,6 +5,7 @@
 //
 // TAMVEX_BENCH_SHA_MB sets the digest file's size (500 by default); TAMVEX_BENCH_MODEL and
 // TAMVEX_BENCH_AUDIO choose the model and audio of the transcription.
+#include "BenchSupport.h"
 #include "pipelines/local/AudioSamples.h"
 #include "pipelines/local/ModelDownloader.h"
 #include "pipelines/local/WhisperEngine.h"
@@ -135,9 +136,5 @@ BENCHMARK(BM_WarmTranscribe)->Unit(benchmark::kMillisecond)->UseRealTime()->Iter
 } // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return tamvex::bench::runBenchmarks(argc, argv);
 }

@@ -6,7 +6,7 @@
 // (it has no switch for suppress_blank).
 //
 // Usage: whisper_driver MODEL AUDIO.wav THREADS
-#include <whisper.h>
+#include "pipelines/local/whisper_impl/WhisperParams.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -66,28 +66,12 @@ int main(int argc, char** argv) {
         return 1;
     }
     whisper_log_set(quiet, nullptr);
-    whisper_context_params cparams = whisper_context_default_params();
-    cparams.use_gpu = true;
-    cparams.flash_attn = true;
-    whisper_context* ctx = whisper_init_from_file_with_params(argv[1], cparams);
+    whisper_context* ctx = whisper_init_from_file_with_params(argv[1], tamvex::whisperContextParams());
     if (!ctx) {
         std::fprintf(stderr, "%s: could not load the model\n", argv[1]);
         return 1;
     }
-    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-    params.n_threads = std::atoi(argv[3]);
-    params.offset_ms = 0;
-    params.translate = false;
-    params.no_context = true;
-    params.single_segment = false;
-    params.print_special = false;
-    params.print_progress = false;
-    params.print_realtime = false;
-    params.print_timestamps = false;
-    params.language = "ru";
-    params.detect_language = false;
-    params.suppress_blank = false;
-    params.no_speech_thold = 0.0f;
+    const whisper_full_params params = tamvex::whisperFullParams(std::atoi(argv[3]), "ru");
     whisper_reset_timings(ctx);
     if (whisper_full(ctx, params, samples.data(), int(samples.size())) != 0) {
         std::fprintf(stderr, "whisper_full failed\n");

@@ -21,31 +21,6 @@ constexpr const char* recognitionLanguage = "ru";
 
 } // namespace
 
-whisper_context_params whisperContextParams() {
-    whisper_context_params params = whisper_context_default_params();
-    params.use_gpu = true;
-    params.flash_attn = true;
-    return params;
-}
-
-whisper_full_params whisperFullParams(int threads, const char* language) {
-    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-    params.n_threads = threads;
-    params.offset_ms = 0;
-    params.translate = false;
-    params.no_context = true;
-    params.single_segment = false;
-    params.print_special = false;
-    params.print_progress = false;
-    params.print_realtime = false;
-    params.print_timestamps = false;
-    params.language = language;
-    params.detect_language = false;
-    params.suppress_blank = false;
-    params.no_speech_thold = 0.0f;
-    return params;
-}
-
 bool WhisperEngine::isAvailable() {
     return true;
 }
